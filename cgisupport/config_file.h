@@ -1,0 +1,43 @@
+// Key/value configuration files: "key<TAB>value" lines, read afresh per lookup.
+//
+// Line format shared by the store configuration, the template-set
+// configuration and the small files the page generators rewrite: tokens are
+// split at TAB, CR and LF (a blank belongs to keys and values), the first
+// token is the key (compared without regard to ASCII case), the second the
+// value; a line without a value defines nothing. There is no comment syntax.
+#ifndef STOREGEN_CGISUPPORT_CONFIG_FILE_H_
+#define STOREGEN_CGISUPPORT_CONFIG_FILE_H_
+
+namespace storegen {
+
+struct ConfigItemList;
+
+// Looks |key| up in |file| (case ignored; the first line with a value wins).
+// Returns 1 and copies the value into |value_buf|, cut to buf_size - 1 bytes
+// and terminated (the buffer's last byte is always set to NUL); 0 when no line
+// has a value (-2 if |must_exist| is 1); -1 when the file cannot be opened.
+// On every result but 1, |value_buf| is left untouched.
+int GetConfigItem(const char* file, const char* key, char* value_buf, int buf_size, int must_exist);
+
+// Moves |path| to its backup name (the extension of its last component
+// replaced by ".bak", or ".bak" appended), removing an older backup first.
+// Returns 0 when |path| does not exist, 1 after the move (the backup name is
+// copied into |backup_name_out|, 256 bytes, when it is not null), -1 when the
+// rename fails.
+int BackupFile(const char* path, char* backup_name_out);
+
+// Rewrites |file| so that it holds the pairs of |list|: a listed key's lines
+// are replaced (or dropped when the value is null or empty), other lines kept,
+// unlisted pairs appended. The old file is kept as its ".bak" backup. Returns
+// 0 done, -5 null list, -3 backup failed, -1 backup unreadable, -2 |file| not
+// creatable; every failure leaves the old content in |file|.
+int SetConfigItems(const char* file, ConfigItemList* list);
+
+// Creates the directory part of |file_path| (mode 0755, parents included).
+// Returns the result of tb_mkdir; a path without a separator does nothing and
+// returns 0.
+int EnsurePGPDir(const char* file_path);
+
+}  // namespace storegen
+
+#endif  // STOREGEN_CGISUPPORT_CONFIG_FILE_H_

@@ -1,0 +1,16 @@
+// Dynamic libraries (dlopen/dlsym/dlclose).
+#ifndef STOREGEN_CGISUPPORT_DYN_LIB_H_
+#define STOREGEN_CGISUPPORT_DYN_LIB_H_
+
+namespace storegen {
+
+// dlopen(path, RTLD_LAZY): the handle, or null.
+void* LoadDynamicLib(const char* path);
+// dlclose(handle); null is ignored. Returns dlclose's result (0 for null).
+int UnloadDynamicLib(void* handle);
+// dlsym(handle, name): the symbol's address, or null.
+void* GetDynamicLibFunction(void* handle, const char* name);
+
+}  // namespace storegen
+
+#endif  // STOREGEN_CGISUPPORT_DYN_LIB_H_

@@ -1,0 +1,84 @@
+// The run's state: one process-wide record filled by start-up and read by the
+// generation run, the page generators and the directory copy. Not reentrant.
+#ifndef STOREGEN_DRIVER_RUNSTATE_RUN_STATE_H_
+#define STOREGEN_DRIVER_RUNSTATE_RUN_STATE_H_
+
+#include <cstdint>
+#include <cstdio>
+
+namespace storegen {
+
+struct SkuList;
+struct TemplateSet;
+struct AttributePool;
+struct FileList;
+
+// Bits of RunState::dynamic.
+enum DynamicBits : uint32_t {
+  kDynSinglePage = 1,        // "-p" or "-f": one page to standard output
+  kDynProductPages = 2,      // the store serves product pages dynamically
+  kDynListRequest = 4,       // "-f": this request is a product list page
+  kDynListPages = 8,         // the store serves product list pages dynamically
+};
+
+// Bits of the template parser's generation options.
+enum GenerationOptions : uint32_t {
+  kGenRewriteLinks = 1,      // always set by the page generators
+  kGenDynamicProducts = 2,   // = kDynProductPages
+  kGenDynamicLists = 8,      // = kDynListPages
+};
+
+inline constexpr int kPathSize = 256;
+inline constexpr int kShopHomeSize = 112;  // strlen("ShopHomePage") + 100
+
+struct RunState {
+  int32_t verbose = 0;
+  char szOutPath[kPathSize] = {};
+  char szHtmlPath[kPathSize] = {};
+  char szHtmlAlias[kPathSize] = {};
+  char szDbName[kPathSize] = {};
+  char szAttrDb[kPathSize] = {};
+  char szAPILib[kPathSize] = {};
+  char szTmpltSet[kPathSize] = {};
+  char szConfig[kPathSize] = {};
+  char szAPIConfig[kPathSize] = {};
+  char szCartDir[kPathSize] = {};
+  char* pszShopHome = nullptr;  // kShopHomeSize bytes, malloc'd by start-up
+  char szSitePageIdx[200] = {};
+  char szFirstSkuIdx[200] = {};
+  char szTemplateFile[kPathSize] = {};
+  char szExcludeDirs[kPathSize] = {};
+  char szAllowIndex[2048] = {};
+  char szCategory[2048] = {};
+  SkuList* pSkuList = nullptr;
+  TemplateSet* pTpltSet = nullptr;
+  AttributePool* ad_handle = nullptr;
+  int32_t sitepages = 0;
+  int32_t copydirs = 0;
+  uint32_t dynamic = 0;
+  FileList* errlist = nullptr;
+  FileList* dellist = nullptr;
+  int32_t fdPID = -1;
+  FILE* fpRedirect = nullptr;
+  char szShopHomeName[kPathSize] = {};
+};
+
+// The process-wide run state.
+extern RunState PageGenState;
+
+// True when "-v" was given: progress and error messages go to standard output.
+inline bool Verbose() { return PageGenState.verbose != 0; }
+
+// printf to standard output, only in verbose mode.
+void VerbosePrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// The template parser's generation options for this run: link rewriting plus
+// the store's dynamic product/list bits.
+uint32_t GenerationOptionsForRun();
+
+// Puts the record back in its start state (tests).
+void ResetRunState();
+
+}  // namespace storegen
+
+#endif  // STOREGEN_DRIVER_RUNSTATE_RUN_STATE_H_

@@ -1,0 +1,77 @@
+#include "pagegen/filelist/file_list.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "driver/runstate/run_state.h"
+
+namespace storegen {
+namespace {
+
+struct FileCloser {
+  void operator()(FILE* fp) const { std::fclose(fp); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
+// Removes trailing blanks, TABs, CRs and LFs in place.
+void TrimTrailingSpace(char* s) {
+  std::size_t n = std::strlen(s);
+  while (n > 0 && (s[n - 1] == ' ' || s[n - 1] == '\t' || s[n - 1] == '\n' || s[n - 1] == '\r')) {
+    s[--n] = '\0';
+  }
+}
+
+}  // namespace
+
+void FileListAdd(FileList** list, const char* text, int32_t code) {
+  if (list == nullptr) return;
+  auto* entry = static_cast<FileList*>(std::calloc(1, sizeof(FileList)));
+  if (entry == nullptr) return;
+  entry->text = text != nullptr ? strdup(text) : nullptr;
+  entry->code = code;
+  FileList** tail = list;
+  while (*tail != nullptr) tail = &(*tail)->next;
+  *tail = entry;
+}
+
+void OutputFileList(const FileList* list) {
+  for (const FileList* e = list; e != nullptr; e = e->next) {
+    if (e->text != nullptr) std::printf("%s\t%d\n", e->text, e->code);
+  }
+}
+
+void FreeFileList(FileList* list) {
+  while (list != nullptr) {
+    FileList* next = list->next;
+    std::free(list->text);
+    std::free(list);
+    list = next;
+  }
+}
+
+void WriteFileList(const FileList* list, const char* list_file) {
+  // The file is opened first so that it exists even for an empty list.
+  FilePtr fp(std::fopen(list_file, "a"));
+  if (!fp) return;
+  for (const FileList* e = list; e != nullptr; e = e->next) {
+    if (e->text != nullptr) std::fprintf(fp.get(), "%s\n", e->text);
+  }
+}
+
+void DeleteOldFileList(const char* list_file) {
+  {
+    FilePtr fp(std::fopen(list_file, "r"));
+    if (!fp) return;
+    char line[256];
+    while (std::fgets(line, sizeof line, fp.get()) != nullptr) {
+      TrimTrailingSpace(line);
+      VerbosePrintf("Removing old file %s\n", line);
+      std::remove(line);
+    }
+  }
+  std::remove(list_file);
+}
+
+}  // namespace storegen

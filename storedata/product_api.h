@@ -1,0 +1,45 @@
+// The product-API binding: the six entry points of a product library loaded
+// at run time, or of the built-in tab-separated reader when the store names
+// no library. Process-wide; not reentrant.
+#ifndef STOREGEN_STOREDATA_PRODUCT_API_H_
+#define STOREGEN_STOREDATA_PRODUCT_API_H_
+
+#include "storedata/papi.h"
+
+namespace storegen {
+
+// The access key every call carries.
+inline constexpr const char kPapiKey[] = PAPI_ACCESS_KEY;
+
+// The bound entry points; null until InitProdAPI succeeded.
+extern PAPI_InitializationFn pdbInit;
+extern PAPI_RetrieveInfoFn pdbRetrieve;
+extern PAPI_ReleaseInfoFn pdbRelease;
+extern PAPI_RetrieveItemFn pdbRetrieveFirstItem;
+extern PAPI_RetrieveItemFn pdbRetrieveNextItem;
+extern PAPI_CleanupFn pdbCleanup;
+
+// Binds the entry points: those of the library at |lib_path|, or the built-in
+// reader's when the path is empty. Returns 1 when all six are ready, 0 when
+// the library cannot be loaded or lacks one of them (it is then unloaded);
+// verbose: "Error initializing product API\n". With a library already
+// loaded, returns 1 at once.
+int InitProdAPI(const char* lib_path);
+
+// Unloads the library, if one is loaded.
+void ShutdownProdAPI();
+
+// The first pair of |record| whose name equals |name| without regard to case,
+// or null; the scan stops at the null name. A null record gives null.
+PAPI_Pair* FindProdAttr(PAPI_Pair* record, const char* name);
+const PAPI_Pair* FindProdAttr(const PAPI_Pair* record, const char* name);
+
+// Frees a record the generator owns (each name and value, then the array).
+void FreeProdRecord(PAPI_Pair* record);
+
+// A deep copy of |record| allocated with malloc, or null when memory runs out.
+PAPI_Pair* CopyProdRecord(const PAPI_Pair* record);
+
+}  // namespace storegen
+
+#endif  // STOREGEN_STOREDATA_PRODUCT_API_H_

@@ -1,0 +1,49 @@
+// SKU lists: the products a run shows, each with the template that renders
+// its page and its full product record, in database order.
+#ifndef STOREGEN_STOREDATA_SKU_LIST_H_
+#define STOREGEN_STOREDATA_SKU_LIST_H_
+
+#include "storedata/papi.h"
+
+namespace storegen {
+
+struct TemplateSet;
+
+// One node; the strings and the record are malloc'd and owned by the node.
+struct SkuList {
+  char* sku;          // copy of the product's "SKU" value
+  char* tmplt;        // template file of the product's page
+  PAPI_Pair* record;  // every attribute of the product; may be null
+  SkuList* next;
+};
+
+// Allocates a zeroed node (calloc); null when memory runs out.
+SkuList* NewSkuNode();
+
+// Builds the list of the products in the database (the first four arguments
+// are passed to the product API). |category| (null or "" for none) keeps
+// products of that category and products without one; |first_index| (null or
+// "" for none) passes over that many qualifying products first; |page_flag|
+// (or a dynamic single-page run) stops after MaxProdPerPage + 1 nodes.
+// Products without a usable template are left out (-15 in the error list for
+// an empty one). Returns the head, or null when nothing was collected.
+SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_cfg,
+                         const char* cart_dir, TemplateSet* set, const char* category,
+                         const char* first_index, int page_flag);
+
+// A one-node list for |sku| through PAPI_RetrieveInfo, with the same template
+// choice and messages, or null.
+SkuList* FindSkuData(const char* sku, const char* db, const char* store_cfg, const char* api_cfg,
+                     const char* cart_dir, TemplateSet* set);
+
+// For every node of |target|, copies the template and a deep copy of the
+// record of the |source| node with the same SKU (exact comparison). Returns 1,
+// or 0 when memory runs out.
+int CopySkuData(SkuList* target, const SkuList* source);
+
+// Frees every node with its strings and record; null is ignored.
+void FreeSkuList(SkuList* list);
+
+}  // namespace storegen
+
+#endif  // STOREGEN_STOREDATA_SKU_LIST_H_

@@ -1,0 +1,217 @@
+#include "tests/support/test_util.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace fs = std::filesystem;
+
+namespace storegen::testing {
+
+ScopedTempDir::ScopedTempDir(bool enter) {
+  const char* tmp = std::getenv("TMPDIR");
+  std::string templ = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/sgtest.XXXXXX";
+  std::vector<char> buf(templ.begin(), templ.end());
+  buf.push_back('\0');
+  if (mkdtemp(buf.data()) == nullptr) {
+    ADD_FAILURE() << "mkdtemp failed: " << std::strerror(errno);
+    return;
+  }
+  path_ = buf.data();
+  if (enter) {
+    old_cwd_ = fs::current_path().string();
+    fs::current_path(path_);
+  }
+}
+
+ScopedTempDir::~ScopedTempDir() {
+  if (!old_cwd_.empty()) {
+    std::error_code ec;
+    fs::current_path(old_cwd_, ec);
+  }
+  if (!path_.empty()) {
+    // Tests may leave directories without write or search permission.
+    std::error_code ec;
+    for (auto it = fs::recursive_directory_iterator(path_, fs::directory_options::skip_permission_denied, ec);
+         !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
+      if (it->is_directory(ec) && !it->is_symlink(ec)) {
+        fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ec);
+      }
+    }
+    fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ec);
+    RemoveTree(path_);
+  }
+}
+
+std::string ScopedTempDir::Path(const std::string& relative) const { return path_ + "/" + relative; }
+
+void WriteFile(const std::string& path, const std::string& content) {
+  fs::path p(path);
+  std::error_code ec;
+  if (p.has_parent_path()) fs::create_directories(p.parent_path(), ec);
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  if (!out) {
+    ADD_FAILURE() << "cannot write " << path;
+    return;
+  }
+  out << content;
+}
+
+std::string ReadFile(const std::string& path, bool must_exist) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    if (must_exist) ADD_FAILURE() << "cannot read " << path;
+    return "";
+  }
+  std::ostringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+bool FileExists(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0;
+}
+
+void RemoveTree(const std::string& path) {
+  std::error_code ec;
+  fs::remove_all(path, ec);
+}
+
+std::vector<std::string> ListDir(const std::string& dir) {
+  std::vector<std::string> names;
+  std::error_code ec;
+  for (const auto& e : fs::directory_iterator(dir, ec)) names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string StoregenBinary() {
+#ifdef STOREGEN_BIN
+  return STOREGEN_BIN;
+#else
+  return "storegen";
+#endif
+}
+
+std::string InstallStoregen(const std::string& dir, const std::string& name) {
+  std::string link = dir + "/" + name;
+  std::error_code ec;
+  fs::create_directories(dir, ec);
+  fs::remove(link, ec);
+  fs::create_symlink(StoregenBinary(), link, ec);
+  if (ec) ADD_FAILURE() << "cannot link " << link << ": " << ec.message();
+  return link;
+}
+
+namespace {
+
+void SetNonBlocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK); }
+
+}  // namespace
+
+RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& options) {
+  RunResult result;
+  signal(SIGPIPE, SIG_IGN);  // a child may close its input before reading it all
+  int in_pipe[2], out_pipe[2], err_pipe[2];
+  if (pipe(in_pipe) != 0 || pipe(out_pipe) != 0 || pipe(err_pipe) != 0) {
+    ADD_FAILURE() << "pipe failed";
+    return result;
+  }
+  pid_t pid = fork();
+  if (pid < 0) {
+    ADD_FAILURE() << "fork failed";
+    return result;
+  }
+  if (pid == 0) {
+    dup2(in_pipe[0], 0);
+    dup2(out_pipe[1], 1);
+    dup2(err_pipe[1], 2);
+    for (int fd : {in_pipe[0], in_pipe[1], out_pipe[0], out_pipe[1], err_pipe[0], err_pipe[1]}) close(fd);
+    if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) _exit(126);
+    for (const auto& name : options.unset_env) unsetenv(name.c_str());
+    for (const auto& [name, value] : options.set_env) setenv(name.c_str(), value.c_str(), 1);
+    std::vector<char*> args;
+    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    execv(args[0], args.data());
+    _exit(127);
+  }
+  close(in_pipe[0]);
+  close(out_pipe[1]);
+  close(err_pipe[1]);
+  SetNonBlocking(in_pipe[1]);
+  SetNonBlocking(out_pipe[0]);
+  SetNonBlocking(err_pipe[0]);
+
+  std::size_t written = 0;
+  int in_fd = in_pipe[1];
+  if (options.stdin_data.empty()) {
+    close(in_fd);
+    in_fd = -1;
+  }
+  int out_fd = out_pipe[0], err_fd = err_pipe[0];
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeout_seconds);
+  bool killed = false;
+  char buf[65536];
+  while (out_fd >= 0 || err_fd >= 0) {
+    pollfd fds[3];
+    int n = 0;
+    if (out_fd >= 0) fds[n++] = {out_fd, POLLIN, 0};
+    if (err_fd >= 0) fds[n++] = {err_fd, POLLIN, 0};
+    if (in_fd >= 0) fds[n++] = {in_fd, POLLOUT, 0};
+    int ready = poll(fds, n, 100);
+    if (std::chrono::steady_clock::now() > deadline && !killed) {
+      kill(pid, SIGKILL);
+      killed = true;
+      ADD_FAILURE() << "timed out: " << argv[0];
+    }
+    if (ready <= 0) continue;
+    for (int i = 0; i < n; ++i) {
+      if (fds[i].revents == 0) continue;
+      int fd = fds[i].fd;
+      if (fd == in_fd) {
+        ssize_t w = write(in_fd, options.stdin_data.data() + written, options.stdin_data.size() - written);
+        if (w > 0) written += static_cast<std::size_t>(w);
+        if (w < 0 && errno != EAGAIN) written = options.stdin_data.size();
+        if (written >= options.stdin_data.size()) {
+          close(in_fd);
+          in_fd = -1;
+        }
+        continue;
+      }
+      ssize_t r = read(fd, buf, sizeof buf);
+      if (r > 0) {
+        (fd == out_fd ? result.out : result.err).append(buf, static_cast<std::size_t>(r));
+      } else if (r == 0 || errno != EAGAIN) {
+        close(fd);
+        if (fd == out_fd) out_fd = -1; else err_fd = -1;
+      }
+    }
+  }
+  if (in_fd >= 0) close(in_fd);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  if (WIFEXITED(status)) {
+    result.exit_code = WEXITSTATUS(status);
+  } else if (WIFSIGNALED(status)) {
+    result.signal = WTERMSIG(status);
+  }
+  return result;
+}
+
+}  // namespace storegen::testing
