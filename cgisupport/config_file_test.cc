@@ -1,1 +1,198 @@
-// Filled in by its module work.
+#include "cgisupport/config_file.h"
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "cgisupport/config_item_list.h"
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+using testing::ExitStatusOf;
+using testing::FileExists;
+using testing::ReadFile;
+using testing::RunUnprivileged;
+using testing::ScopedTempDir;
+using testing::WriteFile;
+
+class ConfigFileTest : public ::testing::Test {
+ protected:
+  // Looks |key| up in a file holding |content|; the buffer starts as "dflt".
+  int Lookup(const std::string& content, const char* key, std::string* value, int size = 64,
+             int must_exist = 0) {
+    WriteFile(path_, content);
+    char buf[64] = "dflt";
+    int rc = GetConfigItem(path_.c_str(), key, buf, size, must_exist);
+    *value = buf;
+    return rc;
+  }
+
+  ScopedTempDir dir_;
+  std::string path_ = dir_.Path("store.cfg");
+};
+
+TEST_F(ConfigFileTest, LookupRules) {
+  struct Case {
+    const char* content;
+    const char* key;
+    int rc;
+    const char* value;
+  } cases[] = {
+      {"ShopName\tAcme Tools\n", "ShopName", 1, "Acme Tools"},
+      {"shopname\tAcme\n", "SHOPNAME", 1, "Acme"},                 // case ignored
+      {"ShopName Acme\n", "ShopName", 0, "dflt"},                  // blank is no separator
+      {"\t\tShopName\t\tAcme\tignored\n", "ShopName", 1, "Acme"},  // runs of TABs
+      {"ShopName\r\nOther\tx\r\n", "ShopName", 0, "dflt"},         // key without value
+      {"ShopName\nShopName\tSecond\nShopName\tThird\n", "ShopName", 1, "Second"},
+      {"ShopName\tCRLF\r\n", "ShopName", 1, "CRLF"},
+      {"A\t1\nShopName\tlast-no-newline", "ShopName", 1, "last-no-newline"},
+      {"#ShopName\tdisabled\n", "ShopName", 0, "dflt"},
+      {"", "ShopName", 0, "dflt"},
+  };
+  for (const auto& c : cases) {
+    std::string value;
+    EXPECT_EQ(Lookup(c.content, c.key, &value), c.rc) << c.content;
+    EXPECT_EQ(value, c.value) << c.content;
+  }
+}
+
+TEST_F(ConfigFileTest, MissingKeyAndFileKeepTheBuffer) {
+  std::string value;
+  EXPECT_EQ(Lookup("A\t1\n", "B", &value, 64, 1), -2);
+  EXPECT_EQ(value, "dflt");
+  char buf[8] = "keep";
+  EXPECT_EQ(GetConfigItem(dir_.Path("none.cfg").c_str(), "A", buf, sizeof buf, 0), -1);
+  EXPECT_STREQ(buf, "keep");
+}
+
+TEST_F(ConfigFileTest, ValueIsCutToBufferAndTerminated) {
+  WriteFile(path_, "Key\tabcdefghij\n");
+  char buf[8];
+  std::memset(buf, '#', sizeof buf);
+  EXPECT_EQ(GetConfigItem(path_.c_str(), "Key", buf, 5, 0), 1);
+  EXPECT_STREQ(buf, "abcd");
+  EXPECT_EQ(buf[5], '#');
+}
+
+TEST_F(ConfigFileTest, EditIsSeenByNextLookup) {
+  std::string value;
+  Lookup("Key\tone\n", "Key", &value);
+  EXPECT_EQ(value, "one");
+  Lookup("Key\ttwo\n", "Key", &value);
+  EXPECT_EQ(value, "two");
+}
+
+TEST(BackupFile, NamesAndMoves) {
+  ScopedTempDir dir;
+  EXPECT_EQ(BackupFile(dir.Path("absent.cfg").c_str(), nullptr), 0);
+
+  WriteFile(dir.Path("store.cfg"), "new");
+  WriteFile(dir.Path("store.bak"), "old backup");
+  char name[256] = "";
+  EXPECT_EQ(BackupFile(dir.Path("store.cfg").c_str(), name), 1);
+  EXPECT_EQ(std::string(name), dir.Path("store.bak"));
+  EXPECT_FALSE(FileExists(dir.Path("store.cfg")));
+  EXPECT_EQ(ReadFile(dir.Path("store.bak")), "new");
+
+  WriteFile(dir.Path("a.b/list"), "x");
+  EXPECT_EQ(BackupFile(dir.Path("a.b/list").c_str(), name), 1);
+  EXPECT_EQ(std::string(name), dir.Path("a.b/list.bak"));
+}
+
+class SetConfigItemsTest : public ::testing::Test {
+ protected:
+  void SetUp() override { list_ = CIL_CreateList(); }
+  void TearDown() override { CIL_FreeList(list_); }
+
+  ScopedTempDir dir_;
+  std::string path_ = dir_.Path("store.cfg");
+  ConfigItemList* list_ = nullptr;
+};
+
+TEST_F(SetConfigItemsTest, ReplacesDeletesAppendsAndKeepsBackup) {
+  const std::string old = "ShopName\tOld\nkeep this line\n\nerrorpage\tx\nErrorPage\ty\nOther\tz\n";
+  WriteFile(path_, old);
+  CIL_AddItem(list_, "ShopName", "New Name");
+  CIL_AddItem(list_, "ErrorPage", "");  // deletes every ErrorPage line
+  CIL_AddItem(list_, "Added", "value");
+  CIL_AddItem(list_, "NotWritten", nullptr);  // no value: nothing appended
+  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), 0);
+  EXPECT_EQ(ReadFile(path_), "ShopName\tNew Name\nkeep this line\n\nOther\tz\nAdded\tvalue\n");
+  EXPECT_EQ(ReadFile(dir_.Path("store.bak")), old);
+  for (ConfigItem* it = list_->first; it != nullptr; it = it->next)
+    EXPECT_EQ(it->written, 0);
+}
+
+TEST_F(SetConfigItemsTest, KeyOnSeveralLinesIsReplacedOnEach) {
+  WriteFile(path_, "Key\t1\nKey\t2\n");
+  CIL_AddItem(list_, "KEY", "3");
+  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), 0);
+  EXPECT_EQ(ReadFile(path_), "KEY\t3\nKEY\t3\n");
+}
+
+TEST_F(SetConfigItemsTest, LineFeedBeforeAppendedItemsWhenMissing) {
+  WriteFile(path_, "A\t1");
+  CIL_AddItem(list_, "B", "2");
+  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), 0);
+  EXPECT_EQ(ReadFile(path_), "A\t1\nB\t2\n");
+}
+
+TEST_F(SetConfigItemsTest, NewFileStartsWithEmptyLine) {
+  CIL_AddItem(list_, "B", "2");
+  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), 0);
+  EXPECT_EQ(ReadFile(path_), "\nB\t2\n");
+  EXPECT_FALSE(FileExists(dir_.Path("store.bak")));
+}
+
+TEST_F(SetConfigItemsTest, NullListAndKeepsPermissions) {
+  EXPECT_EQ(SetConfigItems(path_.c_str(), nullptr), -5);
+  WriteFile(path_, "A\t1\n");
+  chmod(path_.c_str(), 0640);
+  CIL_AddItem(list_, "A", "2");
+  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), 0);
+  struct stat st;
+  ASSERT_EQ(stat(path_.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+}
+
+TEST_F(SetConfigItemsTest, FailuresNeverLoseTheOldFile) {
+  const std::string old = "A\t1\nB\t2\n";
+  CIL_AddItem(list_, "A", "changed");
+
+  // No backup can be made: the backup name is taken by a directory.
+  WriteFile(path_, old);
+  WriteFile(dir_.Path("store.bak/occupied"), "x");
+  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), -3);
+  EXPECT_EQ(ReadFile(path_), old);
+
+  // The directory of a new file does not exist.
+  EXPECT_EQ(SetConfigItems(dir_.Path("missing/store.cfg").c_str(), list_), -2);
+
+  // An unwritable directory, as a user that permission bits apply to.
+  testing::RemoveTree(dir_.Path("store.bak"));
+  chmod(dir_.path().c_str(), 0777);
+  chmod(path_.c_str(), 0666);
+  WriteFile(dir_.Path("ro/store.cfg"), old);
+  chmod(dir_.Path("ro/store.cfg").c_str(), 0666);
+  chmod(dir_.Path("ro").c_str(), 0555);
+  std::string ro = dir_.Path("ro/store.cfg");
+  int rc = RunUnprivileged([&] { return SetConfigItems(ro.c_str(), list_); });
+  EXPECT_EQ(rc, ExitStatusOf(-3));
+  EXPECT_EQ(ReadFile(ro), old);
+  chmod(dir_.Path("ro").c_str(), 0755);
+}
+
+TEST(EnsurePGPDir, MakesTheDirectoryOfAFilePath) {
+  ScopedTempDir dir;
+  EXPECT_EQ(EnsurePGPDir(dir.Path("a/b\\c/file.tmp").c_str()), 0);
+  EXPECT_TRUE(FileExists(dir.Path("a/b/c")));
+  EXPECT_EQ(EnsurePGPDir("file-without-directory"), 0);
+}
+
+}  // namespace
+}  // namespace storegen

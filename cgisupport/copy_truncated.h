@@ -27,7 +27,9 @@ std::size_t AppendTruncated(char (&dst)[N], std::string_view src) {
 }
 
 // True when |c| is '/' or '\\': paths accept either separator.
-constexpr bool IsDirSlash(char c) { return c == '/' || c == '\\'; }
+constexpr bool IsDirSlash(char c) {
+  return c == '/' || c == '\\';
+}
 
 // True when |s| is non-empty and its last byte is '/' or '\\'.
 constexpr bool EndsWithDirSlash(std::string_view s) {

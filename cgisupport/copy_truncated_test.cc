@@ -14,14 +14,16 @@ TEST(CopyTruncated, CutsAtBufferSizeAndTerminates) {
     const char* want;
     std::size_t copied;
   } cases[] = {
-      {1, "abc", "", 0}, {3, "abc", "ab", 2}, {4, "abc", "abc", 3}, {5, "abc", "abc", 3}, {4, "", "", 0},
+      {1, "abc", "", 0},    {3, "abc", "ab", 2}, {4, "abc", "abc", 3},
+      {5, "abc", "abc", 3}, {4, "", "", 0},
   };
   for (const auto& c : cases) {
     char buf[8];
     std::memset(buf, '#', sizeof buf);
     EXPECT_EQ(CopyTruncated(buf, c.size, c.src), c.copied) << c.size << " " << c.src;
     EXPECT_STREQ(buf, c.want) << c.size << " " << c.src;
-    for (std::size_t i = c.size; i < sizeof buf; ++i) EXPECT_EQ(buf[i], '#') << "wrote past " << c.size;
+    for (std::size_t i = c.size; i < sizeof buf; ++i)
+      EXPECT_EQ(buf[i], '#') << "wrote past " << c.size;
   }
 }
 

@@ -18,6 +18,8 @@ uint32_t GenerationOptionsForRun() {
   return kGenRewriteLinks | (PageGenState.dynamic & (kDynProductPages | kDynListPages));
 }
 
-void ResetRunState() { PageGenState = RunState{}; }
+void ResetRunState() {
+  PageGenState = RunState{};
+}
 
 }  // namespace storegen

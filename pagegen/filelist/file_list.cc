@@ -32,7 +32,8 @@ void FileListAdd(FileList** list, const char* text, int32_t code) {
   entry->text = text != nullptr ? strdup(text) : nullptr;
   entry->code = code;
   FileList** tail = list;
-  while (*tail != nullptr) tail = &(*tail)->next;
+  while (*tail != nullptr)
+    tail = &(*tail)->next;
   *tail = entry;
 }
 

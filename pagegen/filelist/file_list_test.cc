@@ -22,7 +22,8 @@ TEST(FileList, KeepsOrderAndPrintsNameTabCode) {
   FileListAdd(&list, "b.html", -7);
   ::testing::internal::CaptureStdout();
   OutputFileList(list);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "a.html\t0\n%%CATEGORY.X%%\t-18\nb.html\t-7\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "a.html\t0\n%%CATEGORY.X%%\t-18\nb.html\t-7\n");
   FreeFileList(list);
 }
 
@@ -48,7 +49,8 @@ TEST(FileList, DeleteRemovesNamedFilesDespiteTrailingSpaceAndCRLF) {
   WriteFile(dir.Path("p2.html"), "x");
   WriteFile(dir.Path("keep.html"), "x");
   std::string list_file = dir.Path(kFileListName);
-  WriteFile(list_file, dir.Path("p1.html") + "  \r\n" + dir.Path("p2.html") + "\n" + dir.Path("gone.html") + "\n");
+  WriteFile(list_file, dir.Path("p1.html") + "  \r\n" + dir.Path("p2.html") + "\n" +
+                           dir.Path("gone.html") + "\n");
   PageGenState.verbose = 1;
   ::testing::internal::CaptureStdout();
   DeleteOldFileList(list_file.c_str());
@@ -58,8 +60,8 @@ TEST(FileList, DeleteRemovesNamedFilesDespiteTrailingSpaceAndCRLF) {
   EXPECT_FALSE(FileExists(dir.Path("p2.html")));
   EXPECT_TRUE(FileExists(dir.Path("keep.html")));
   EXPECT_FALSE(FileExists(list_file));
-  EXPECT_EQ(out, "Removing old file " + dir.Path("p1.html") + "\nRemoving old file " + dir.Path("p2.html") +
-                     "\nRemoving old file " + dir.Path("gone.html") + "\n");
+  EXPECT_EQ(out, "Removing old file " + dir.Path("p1.html") + "\nRemoving old file " +
+                     dir.Path("p2.html") + "\nRemoving old file " + dir.Path("gone.html") + "\n");
 }
 
 TEST(FileList, DeleteWithoutListFileDoesNothing) {

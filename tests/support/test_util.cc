@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -46,7 +47,8 @@ ScopedTempDir::~ScopedTempDir() {
   if (!path_.empty()) {
     // Tests may leave directories without write or search permission.
     std::error_code ec;
-    for (auto it = fs::recursive_directory_iterator(path_, fs::directory_options::skip_permission_denied, ec);
+    for (auto it = fs::recursive_directory_iterator(
+             path_, fs::directory_options::skip_permission_denied, ec);
          !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
       if (it->is_directory(ec) && !it->is_symlink(ec)) {
         fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ec);
@@ -57,7 +59,9 @@ ScopedTempDir::~ScopedTempDir() {
   }
 }
 
-std::string ScopedTempDir::Path(const std::string& relative) const { return path_ + "/" + relative; }
+std::string ScopedTempDir::Path(const std::string& relative) const {
+  return path_ + "/" + relative;
+}
 
 void WriteFile(const std::string& path, const std::string& content) {
   fs::path p(path);
@@ -95,7 +99,8 @@ void RemoveTree(const std::string& path) {
 std::vector<std::string> ListDir(const std::string& dir) {
   std::vector<std::string> names;
   std::error_code ec;
-  for (const auto& e : fs::directory_iterator(dir, ec)) names.push_back(e.path().filename().string());
+  for (const auto& e : fs::directory_iterator(dir, ec))
+    names.push_back(e.path().filename().string());
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -120,7 +125,9 @@ std::string InstallStoregen(const std::string& dir, const std::string& name) {
 
 namespace {
 
-void SetNonBlocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK); }
+void SetNonBlocking(int fd) {
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+}
 
 }  // namespace
 
@@ -141,12 +148,16 @@ RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& opt
     dup2(in_pipe[0], 0);
     dup2(out_pipe[1], 1);
     dup2(err_pipe[1], 2);
-    for (int fd : {in_pipe[0], in_pipe[1], out_pipe[0], out_pipe[1], err_pipe[0], err_pipe[1]}) close(fd);
+    for (int fd : {in_pipe[0], in_pipe[1], out_pipe[0], out_pipe[1], err_pipe[0], err_pipe[1]})
+      close(fd);
     if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) _exit(126);
-    for (const auto& name : options.unset_env) unsetenv(name.c_str());
-    for (const auto& [name, value] : options.set_env) setenv(name.c_str(), value.c_str(), 1);
+    for (const auto& name : options.unset_env)
+      unsetenv(name.c_str());
+    for (const auto& [name, value] : options.set_env)
+      setenv(name.c_str(), value.c_str(), 1);
     std::vector<char*> args;
-    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    for (const auto& a : argv)
+      args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
     execv(args[0], args.data());
     _exit(127);
@@ -185,7 +196,8 @@ RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& opt
       if (fds[i].revents == 0) continue;
       int fd = fds[i].fd;
       if (fd == in_fd) {
-        ssize_t w = write(in_fd, options.stdin_data.data() + written, options.stdin_data.size() - written);
+        ssize_t w =
+            write(in_fd, options.stdin_data.data() + written, options.stdin_data.size() - written);
         if (w > 0) written += static_cast<std::size_t>(w);
         if (w < 0 && errno != EAGAIN) written = options.stdin_data.size();
         if (written >= options.stdin_data.size()) {
@@ -199,7 +211,10 @@ RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& opt
         (fd == out_fd ? result.out : result.err).append(buf, static_cast<std::size_t>(r));
       } else if (r == 0 || errno != EAGAIN) {
         close(fd);
-        if (fd == out_fd) out_fd = -1; else err_fd = -1;
+        if (fd == out_fd)
+          out_fd = -1;
+        else
+          err_fd = -1;
       }
     }
   }
@@ -212,6 +227,25 @@ RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& opt
     result.signal = WTERMSIG(status);
   }
   return result;
+}
+
+bool RunningAsRoot() {
+  return geteuid() == 0;
+}
+
+int RunUnprivileged(const std::function<int()>& fn) {
+  std::fflush(nullptr);
+  pid_t pid = fork();
+  if (pid < 0) return -1;
+  if (pid == 0) {
+    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(125);
+    int rc = fn();
+    std::fflush(nullptr);
+    _exit(rc & 0xff);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace storegen::testing

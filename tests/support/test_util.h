@@ -3,6 +3,7 @@
 #ifndef STOREGEN_TESTS_SUPPORT_TEST_UTIL_H_
 #define STOREGEN_TESTS_SUPPORT_TEST_UTIL_H_
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -49,23 +50,33 @@ std::string InstallStoregen(const std::string& dir, const std::string& name = "s
 struct RunResult {
   int exit_code = -1;  // exit status (0..255), or -1 when killed by a signal
   int signal = 0;
-  std::string out;     // standard output
-  std::string err;     // standard error
+  std::string out;  // standard output
+  std::string err;  // standard error
 };
 
 struct RunOptions {
-  std::string cwd;                              // empty: current directory
-  std::map<std::string, std::string> set_env;   // variables to set
-  std::vector<std::string> unset_env;           // variables to remove
-  std::string stdin_data;                       // fed to standard input
-  int timeout_seconds = 60;                     // killed after this
+  std::string cwd;                             // empty: current directory
+  std::map<std::string, std::string> set_env;  // variables to set
+  std::vector<std::string> unset_env;          // variables to remove
+  std::string stdin_data;                      // fed to standard input
+  int timeout_seconds = 60;                    // killed after this
 };
 
 // Runs argv[0] with |argv| (argv[0] included) and waits for it.
 RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& options = {});
 
+// Runs |fn| in a forked child without root's privileges (as user and group
+// 65534 when the tests run as root, so that permission bits hold) and returns
+// what |fn| returned, or -1 when the child did not exit normally. Files the
+// child must reach need permissions for that user.
+int RunUnprivileged(const std::function<int()>& fn);
+// True when the tests run as root.
+bool RunningAsRoot();
+
 // The exit status that a process shows for |code| returned from main.
-inline int ExitStatusOf(int code) { return code & 0xff; }
+inline int ExitStatusOf(int code) {
+  return code & 0xff;
+}
 
 }  // namespace storegen::testing
 
