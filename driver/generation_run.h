@@ -1,0 +1,15 @@
+// The generation run: which pages a run writes, and in which order.
+#ifndef STOREGEN_DRIVER_GENERATION_RUN_H_
+#define STOREGEN_DRIVER_GENERATION_RUN_H_
+
+namespace storegen {
+
+// Writes the run's pages (site pages, SKU lists, shop home page, product
+// pages, cart pages, search page) from the run state. Every failing page is
+// recorded in the error list and the run goes on; returns the result of the
+// last failing page, or 0.
+int GeneratePages();
+
+}  // namespace storegen
+
+#endif  // STOREGEN_DRIVER_GENERATION_RUN_H_
