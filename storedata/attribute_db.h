@@ -37,6 +37,37 @@ int AD_SetAttributeType(AttributePool* pool, int32_t index, int32_t type);
 int AD_SetAttributeValue(AttributePool* pool, int32_t index, int32_t position, const char* value);
 int AD_SetAttributeName(AttributePool* pool, int32_t index, const char* label);
 
+// The value lists and the null-string arguments: a null label or value given
+// to an add or set operation is refused with 0. An emptied value keeps its
+// position (AD_GetAttributeValue gives ""), and the next value added fills the
+// first empty position. AD_GetNextAttributeLabel gives a copy of "" for an
+// attribute without label (the PTR variant a static ""); both cursors move on
+// past an attribute that AD_DeleteAttributeLabel removes, and a closed pool's
+// cursors end. Writing at close goes to a temporary file beside the database,
+// renamed into place, so a failed write leaves the old file as it was.
+
+// Derives the attribute database name from the store configuration's
+// "ProductDatabase" (its three-letter extension replaced by "adb", else ".adb"
+// appended) into |db_name|, and the working-copy name (last character "_")
+// into |work_name|, both |size| bytes, cut and terminated. When the key is
+// missing both buffers are left untouched. Always returns 0.
+int AttributeFileName(const char* store_config, char* db_name, char* work_name, int size);
+
+// Opens the pool on the working copy |work_name| when it exists; when it does
+// not, copies |db_name| to it first and opens it if |copy| is set, else opens
+// |db_name| itself. |unused| is ignored. Null as AD_InitAttributePool.
+AttributePool* OpenAttributeDataSource(void* unused, int copy, const char* db_name,
+                                       const char* work_name);
+
+// Copies |src| to |dst|: 0 on success, 1 when the copy failed.
+int iCopyFile(const char* src, const char* dst);
+
+// Reads one line of any length from |fp|: the LF is kept, every CR dropped.
+// Returns the malloc'd line (also stored in *line; the caller frees it), or
+// null (and *line null) at end of file, on a read error or when memory runs
+// out. The file is left just after the LF.
+char* tb_fgets(char** line, FILE* fp);
+
 }  // namespace storegen
 
 #endif  // STOREGEN_STOREDATA_ATTRIBUTE_DB_H_

@@ -11,6 +11,18 @@ namespace storegen {
 // The access key every call carries.
 inline constexpr const char kPapiKey[] = PAPI_ACCESS_KEY;
 
+// The symbol names looked up in a product library.
+inline constexpr const char lpszInitialization[] = "PAPI_Initialization";
+inline constexpr const char lpszRetrieveInfo[] = "PAPI_RetrieveInfo";
+inline constexpr const char lpszReleaseInfo[] = "PAPI_ReleaseInfo";
+inline constexpr const char lpszRetrieveFirstItem[] = "PAPI_RetrieveFirstItem";
+inline constexpr const char lpszRetrieveNextItem[] = "PAPI_RetrieveNextItem";
+inline constexpr const char lpszCleanup[] = "PAPI_Cleanup";
+
+// The loaded product library, null when none is (the built-in reader needs
+// none). ShutdownProdAPI clears it.
+extern void* hProdApiLib;
+
 // The bound entry points; null until InitProdAPI succeeded.
 extern PAPI_InitializationFn pdbInit;
 extern PAPI_RetrieveInfoFn pdbRetrieve;
@@ -26,7 +38,8 @@ extern PAPI_CleanupFn pdbCleanup;
 // loaded, returns 1 at once.
 int InitProdAPI(const char* lib_path);
 
-// Unloads the library, if one is loaded.
+// Unloads the library, if one is loaded, and clears the handle and the entry
+// points bound to it (the built-in reader's stay bound). Safe to call twice.
 void ShutdownProdAPI();
 
 // The first pair of |record| whose name equals |name| without regard to case,

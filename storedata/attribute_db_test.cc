@@ -1,0 +1,264 @@
+#include "storedata/attribute_db.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <list>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "storedata/attribute_pool.h"
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+using testing::FileExists;
+using testing::ReadFile;
+using testing::ScopedTempDir;
+using testing::WriteFile;
+
+std::string Take(char* copy) {
+  std::string text = copy != nullptr ? copy : "<null>";
+  std::free(copy);
+  return text;
+}
+
+std::string ValueAt(AttributePool* pool, int32_t index, int32_t position) {
+  const char* value = AD_GetAttributeValuePTR(pool, index, position);
+  return value != nullptr ? value : "<null>";
+}
+
+TEST(AttributeValueList, SplitsAtCommasAndKeepsEscapedOnes) {
+  const struct {
+    const char* field;
+    std::list<std::string> values;
+  } cases[] = {
+      {"red,green,blue", {"red", "green", "blue"}},
+      {"red\\,green", {"red,green"}},
+      {"a\\,,b", {"a,,b"}},  // the byte after an escaped comma never separates
+      {"a\\,\\,b", {"a,,b"}},
+      {"red,", {"red", ""}},
+      {",a", {"", "a"}},
+      {"a,,b", {"a", "", "b"}},
+      {"a\\,", {"a,"}},
+      {"", {}},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(ParseValueList(c.field), c.values) << c.field;
+}
+
+TEST(AttributeValueList, WritesCommasEscapedAndATabAfterTheLabel) {
+  AttributeNode node;
+  node.index = 3;
+  node.type = 5;
+  node.label = "Colour";
+  EXPECT_EQ(FormatAttributeLine(node), "3\t5\tColour\t\n");
+  node.values = {"red,green", "", "blue"};
+  EXPECT_EQ(FormatAttributeLine(node), "3\t5\tColour\tred\\,green,,blue\n");
+}
+
+TEST(AttributeDb, ReadsEditsWritesAndReadsAgain) {
+  ScopedTempDir dir;
+  std::string path = dir.Path("shop.adb");
+  // Unsorted, CR LF endings, an empty line, an escaped comma, a trailing comma.
+  WriteFile(path,
+            "3\t1\tColour\tred\\,green,blue\r\n"
+            "\r\n"
+            "1\t1\tSize\tS,M,L\n"
+            "2\t5\tEngraving\t\n"
+            "5\t3\tFit\tslim,\n");
+  AttributePool* pool = AD_InitAttributePool(path.c_str());
+  ASSERT_NE(pool, nullptr);
+  EXPECT_EQ(AD_GetAttributeIndex(pool, "Colour"), 3);
+  EXPECT_EQ(AD_GetAttributeIndex(pool, "colour"), 0);
+  EXPECT_EQ(AD_GetAttributeType(pool, 2), 5);
+  EXPECT_EQ(ValueAt(pool, 3, 1), "red,green");
+  EXPECT_EQ(ValueAt(pool, 3, 2), "blue");
+  EXPECT_EQ(ValueAt(pool, 5, 2), "");
+  EXPECT_EQ(ValueAt(pool, 5, 3), "<null>");
+  EXPECT_EQ(AD_GetAttributeOffset(pool, 1, "L"), 3);
+  EXPECT_EQ(Take(AD_GetAttributeLabel(pool, 2)), "Engraving");
+  EXPECT_EQ(Take(AD_GetAttributeLabel(pool, 4)), "<null>");
+
+  // An emptied value keeps its position and is the next one filled.
+  EXPECT_EQ(AD_DeleteAttributeValue(pool, 1, 2), 1);
+  EXPECT_EQ(AD_AddAttributeValue(pool, 1, "XL"), 1);
+  EXPECT_EQ(AD_AddAttributeValue(pool, 1, "XL"), 0);
+  EXPECT_EQ(AD_AddAttributeValue(pool, 1, "XXL"), 1);
+  EXPECT_EQ(AD_AddAttributeLabel(pool, "Colour", 1), 0);
+  EXPECT_EQ(AD_AddAttributeLabel(pool, "colour", 7), 4);  // labels are case-sensitive
+  EXPECT_EQ(AD_AddAttributeValue(pool, 4, "a,b"), 1);
+  EXPECT_EQ(AD_SetAttributeType(pool, 2, 2), 1);
+  EXPECT_EQ(AD_SetAttributeValue(pool, 3, 2, "navy"), 1);
+  EXPECT_EQ(AD_SetAttributeName(pool, 5, "Cut"), 1);
+  EXPECT_EQ(AD_DeleteAttributeLabel(pool, 9), 0);
+  EXPECT_EQ(AD_ShutdownAttributePool(pool), 1);
+
+  EXPECT_EQ(ReadFile(path),
+            "1\t1\tSize\tS,XL,L,XXL\n"
+            "2\t2\tEngraving\t\n"
+            "3\t1\tColour\tred\\,green,navy\n"
+            "4\t7\tcolour\ta\\,b\n"
+            "5\t3\tCut\tslim,\n");
+  pool = AD_InitAttributePool(path.c_str());
+  ASSERT_NE(pool, nullptr);
+  EXPECT_EQ(ValueAt(pool, 1, 2), "XL");
+  EXPECT_EQ(ValueAt(pool, 4, 1), "a,b");
+  EXPECT_EQ(ValueAt(pool, 5, 2), "");
+  EXPECT_EQ(AD_DeleteAttributeLabel(pool, 4), 1);
+  EXPECT_EQ(AD_ShutdownAttributePool(pool), 1);
+  EXPECT_EQ(ReadFile(path),
+            "1\t1\tSize\tS,XL,L,XXL\n"
+            "2\t2\tEngraving\t\n"
+            "3\t1\tColour\tred\\,green,navy\n"
+            "5\t3\tCut\tslim,\n");
+}
+
+TEST(AttributeDb, UnchangedOrMissingFileIsNotWritten) {
+  ScopedTempDir dir;
+  std::string path = dir.Path("new.adb");
+  AttributePool* pool = AD_InitAttributePool(path.c_str());
+  ASSERT_NE(pool, nullptr);
+  EXPECT_EQ(AD_GetNextAttributeLabelPTR(pool), nullptr);
+  EXPECT_EQ(AD_ShutdownAttributePool(pool), 1);
+  EXPECT_FALSE(FileExists(path));
+
+  // Fields run together, so a line without index is dropped at the next write.
+  WriteFile(path, "1\t1\tSize\tS\n\tno index\n");
+  pool = AD_InitAttributePool(path.c_str());
+  EXPECT_EQ(AD_ShutdownAttributePool(pool), 1);
+  EXPECT_EQ(ReadFile(path), "1\t1\tSize\tS\n\tno index\n");
+  EXPECT_EQ(AD_InitAttributePool(nullptr), nullptr);
+  EXPECT_EQ(AD_ShutdownAttributePool(nullptr), 0);
+}
+
+TEST(AttributeDb, NewIndexFillsTheFirstGapOfTheLeadingRun) {
+  const struct {
+    const char* file;
+    int32_t expected;
+  } cases[] = {
+      {"", 1},
+      {"2\t1\tB\t\n3\t1\tC\t\n", 1},
+      {"1\t1\tA\t\n2\t1\tB\t\n4\t1\tD\t\n", 3},
+      {"1\t1\tA\t\n2\t1\tB\t\n", 3},
+  };
+  for (const auto& c : cases) {
+    ScopedTempDir dir;
+    std::string path = dir.Path("x.adb");
+    WriteFile(path, c.file);
+    AttributePool* pool = AD_InitAttributePool(path.c_str());
+    EXPECT_EQ(AD_AddAttributeLabel(pool, "New", 1), c.expected) << c.file;
+    AD_ShutdownAttributePool(pool);
+  }
+}
+
+TEST(AttributeDb, NextLabelCursorsAreIndependent) {
+  ScopedTempDir dir;
+  std::string path = dir.Path("x.adb");
+  WriteFile(path, "1\t1\tA\t\n2\n3\t1\tC\t\n");
+  AttributePool* pool = AD_InitAttributePool(path.c_str());
+  EXPECT_STREQ(AD_GetNextAttributeLabelPTR(pool), "A");
+  EXPECT_EQ(Take(AD_GetNextAttributeLabel(pool)), "A");
+  EXPECT_STREQ(AD_GetNextAttributeLabelPTR(nullptr), "");  // index 2 has no label
+  EXPECT_EQ(AD_DeleteAttributeLabel(pool, 3), 1);          // the PTR cursor's next one
+  EXPECT_EQ(AD_GetNextAttributeLabelPTR(nullptr), nullptr);
+  EXPECT_EQ(Take(AD_GetNextAttributeLabel(nullptr)), "");
+  EXPECT_EQ(Take(AD_GetNextAttributeLabel(nullptr)), "<null>");
+  AD_ShutdownAttributePool(pool);
+  EXPECT_EQ(AD_GetNextAttributeLabelPTR(nullptr), nullptr);
+}
+
+TEST(AttributeDb, FailedWriteKeepsTheOldFile) {
+  ScopedTempDir dir;
+  chmod(dir.path().c_str(), 0755);  // readable, but not writable, for the child
+  std::string path = dir.Path("shop.adb");
+  WriteFile(path, "1\t1\tSize\tS\n");
+  chmod(path.c_str(), 0666);
+  int result = testing::RunUnprivileged([&] {
+    AttributePool* pool = AD_InitAttributePool(path.c_str());
+    if (AD_AddAttributeValue(pool, 1, "M") != 1) return 2;
+    return AD_ShutdownAttributePool(pool);
+  });
+  EXPECT_EQ(result, testing::RunningAsRoot() ? 0 : 1);
+  if (testing::RunningAsRoot()) {
+    EXPECT_EQ(ReadFile(path), "1\t1\tSize\tS\n");
+    EXPECT_EQ(testing::ListDir(dir.path()), std::vector<std::string>{"shop.adb"});
+  }
+}
+
+TEST(AttributeDb, LineReaderDropsCarriageReturnsAndReadsAnyLength) {
+  ScopedTempDir dir;
+  std::string long_line(2500, 'x');
+  std::string path = dir.Path("lines");
+  WriteFile(path, "a\rb\r\n" + long_line + "\nlast");
+  FILE* fp = std::fopen(path.c_str(), "rb");
+  ASSERT_NE(fp, nullptr);
+  char* line = nullptr;
+  std::vector<std::string> lines;
+  while (tb_fgets(&line, fp) != nullptr) {
+    lines.push_back(line);
+    std::free(line);
+  }
+  std::fclose(fp);
+  EXPECT_EQ(line, nullptr);
+  EXPECT_EQ(lines, (std::vector<std::string>{"ab\n", long_line + "\n", "last"}));
+}
+
+TEST(AttributeDb, FileNamesFollowTheProductDatabase) {
+  const struct {
+    const char* config;
+    const char* db;
+    const char* work;
+  } cases[] = {
+      {"ProductDatabase\tdata/shop.txt\n", "data/shop.adb", "data/shop.ad_"},
+      {"ProductDatabase\tdata/shop\n", "data/shop.adb", "data/shop.ad_"},
+      {"productdatabase\ta.b\n", "a.b.adb", "a.b.ad_"},
+      {"StoreName\tx\n", "untouched", "untouched"},
+  };
+  ScopedTempDir dir;
+  std::string config = dir.Path("store.cfg");
+  for (const auto& c : cases) {
+    WriteFile(config, c.config);
+    char db[256] = "untouched";
+    char work[256] = "untouched";
+    EXPECT_EQ(AttributeFileName(config.c_str(), db, work, sizeof db), 0);
+    EXPECT_STREQ(db, c.db) << c.config;
+    EXPECT_STREQ(work, c.work) << c.config;
+  }
+  WriteFile(config, "ProductDatabase\tdata/shop.txt\n");
+  char db[8];
+  char work[8];
+  AttributeFileName(config.c_str(), db, work, sizeof db);
+  EXPECT_STREQ(db, "data/sh");
+  EXPECT_STREQ(work, "data/s_");
+}
+
+TEST(AttributeDb, WorkingCopyIsMadeOnlyWhenAsked) {
+  ScopedTempDir dir;
+  std::string db = dir.Path("shop.adb");
+  std::string work = dir.Path("shop.ad_");
+  WriteFile(db, "1\t1\tSize\tS\n");
+
+  AttributePool* pool = OpenAttributeDataSource(nullptr, 0, db.c_str(), work.c_str());
+  EXPECT_EQ(AD_GetAttributeIndex(pool, "Size"), 1);
+  AD_ShutdownAttributePool(pool);
+  EXPECT_FALSE(FileExists(work));
+
+  pool = OpenAttributeDataSource(nullptr, 1, db.c_str(), work.c_str());
+  AD_AddAttributeLabel(pool, "Colour", 1);
+  EXPECT_EQ(AD_ShutdownAttributePool(pool), 1);
+  EXPECT_EQ(ReadFile(db), "1\t1\tSize\tS\n");
+  EXPECT_EQ(ReadFile(work), "1\t1\tSize\tS\n2\t1\tColour\t\n");
+
+  pool = OpenAttributeDataSource(nullptr, 0, db.c_str(), work.c_str());
+  EXPECT_EQ(AD_GetAttributeIndex(pool, "Colour"), 2);
+  AD_ShutdownAttributePool(pool);
+  EXPECT_EQ(iCopyFile(dir.Path("absent").c_str(), work.c_str()), 1);
+  EXPECT_EQ(iCopyFile(db.c_str(), work.c_str()), 0);
+}
+
+}  // namespace
+}  // namespace storegen

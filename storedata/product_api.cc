@@ -1,0 +1,123 @@
+#include "storedata/product_api.h"
+
+#include <strings.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "cgisupport/dyn_lib.h"
+#include "driver/runstate/run_state.h"
+#include "storedata/product_db.h"
+
+namespace storegen {
+
+void* hProdApiLib = nullptr;
+PAPI_InitializationFn pdbInit = nullptr;
+PAPI_RetrieveInfoFn pdbRetrieve = nullptr;
+PAPI_ReleaseInfoFn pdbRelease = nullptr;
+PAPI_RetrieveItemFn pdbRetrieveFirstItem = nullptr;
+PAPI_RetrieveItemFn pdbRetrieveNextItem = nullptr;
+PAPI_CleanupFn pdbCleanup = nullptr;
+
+namespace {
+
+void ClearEntryPoints() {
+  pdbInit = nullptr;
+  pdbRetrieve = nullptr;
+  pdbRelease = nullptr;
+  pdbRetrieveFirstItem = nullptr;
+  pdbRetrieveNextItem = nullptr;
+  pdbCleanup = nullptr;
+}
+
+template <typename Fn>
+bool Resolve(void* lib, const char* name, Fn* out) {
+  void* symbol = GetDynamicLibFunction(lib, name);
+  *out = reinterpret_cast<Fn>(symbol);
+  return symbol != nullptr;
+}
+
+}  // namespace
+
+int InitProdAPI(const char* lib_path) {
+  if (hProdApiLib != nullptr) return 1;
+  if (lib_path == nullptr || lib_path[0] == '\0') {
+    pdbInit = &storegen::PAPI_Initialization;
+    pdbRetrieve = &storegen::PAPI_RetrieveInfo;
+    pdbRelease = &storegen::PAPI_ReleaseInfo;
+    pdbRetrieveFirstItem = &storegen::PAPI_RetrieveFirstItem;
+    pdbRetrieveNextItem = &storegen::PAPI_RetrieveNextItem;
+    pdbCleanup = &storegen::PAPI_Cleanup;
+    return 1;
+  }
+  void* lib = LoadDynamicLib(lib_path);
+  if (lib == nullptr) {
+    VerbosePrintf("Error initializing product API\n");
+    return 0;
+  }
+  // Resolved in this order; the first missing name ends the binding.
+  bool complete =
+      Resolve(lib, lpszInitialization, &pdbInit) && Resolve(lib, lpszRetrieveInfo, &pdbRetrieve) &&
+      Resolve(lib, lpszReleaseInfo, &pdbRelease) && Resolve(lib, lpszCleanup, &pdbCleanup) &&
+      Resolve(lib, lpszRetrieveFirstItem, &pdbRetrieveFirstItem) &&
+      Resolve(lib, lpszRetrieveNextItem, &pdbRetrieveNextItem);
+  if (!complete) {
+    VerbosePrintf("Error initializing product API\n");
+    ClearEntryPoints();
+    UnloadDynamicLib(lib);
+    return 0;
+  }
+  hProdApiLib = lib;
+  return 1;
+}
+
+void ShutdownProdAPI() {
+  if (hProdApiLib == nullptr) return;
+  ClearEntryPoints();
+  UnloadDynamicLib(hProdApiLib);
+  hProdApiLib = nullptr;
+}
+
+PAPI_Pair* FindProdAttr(PAPI_Pair* record, const char* name) {
+  if (record == nullptr || name == nullptr) return nullptr;
+  for (PAPI_Pair* pair = record; pair->name != nullptr; ++pair) {
+    if (strcasecmp(pair->name, name) == 0) return pair;
+  }
+  return nullptr;
+}
+
+const PAPI_Pair* FindProdAttr(const PAPI_Pair* record, const char* name) {
+  return FindProdAttr(const_cast<PAPI_Pair*>(record), name);
+}
+
+void FreeProdRecord(PAPI_Pair* record) {
+  if (record == nullptr) return;
+  for (PAPI_Pair* pair = record; pair->name != nullptr; ++pair) {
+    std::free(pair->name);
+    std::free(pair->value);
+  }
+  std::free(record);
+}
+
+PAPI_Pair* CopyProdRecord(const PAPI_Pair* record) {
+  if (record == nullptr) return nullptr;
+  std::size_t count = 0;
+  while (record[count].name != nullptr)
+    ++count;
+  auto* copy = static_cast<PAPI_Pair*>(std::calloc(count + 1, sizeof(PAPI_Pair)));
+  if (copy == nullptr) return nullptr;
+  for (std::size_t i = 0; i < count; ++i) {
+    copy[i].name = strdup(record[i].name);
+    copy[i].value = record[i].value != nullptr ? strdup(record[i].value) : nullptr;
+    if (copy[i].name == nullptr || (record[i].value != nullptr && copy[i].value == nullptr)) {
+      std::free(copy[i].name);
+      std::free(copy[i].value);
+      copy[i] = PAPI_Pair{nullptr, nullptr};  // FreeProdRecord stops here
+      FreeProdRecord(copy);
+      return nullptr;
+    }
+  }
+  return copy;
+}
+
+}  // namespace storegen

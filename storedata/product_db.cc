@@ -1,0 +1,295 @@
+#include "storedata/product_db.h"
+
+#include <array>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace storegen {
+namespace {
+
+// The name line of the file being iterated, read by PAPI_RetrieveFirstItem.
+char szNameLine[kProductLineSize];
+
+bool IsSeparator(char c) {
+  return std::strchr(psz_Tab, c) != nullptr && c != '\0';
+}
+
+// The name line's fields: runs of separators count as one, so no name is
+// empty. At most |limit| fields are taken.
+std::vector<std::string_view> NameFields(std::string_view line, std::size_t limit) {
+  std::vector<std::string_view> fields;
+  std::size_t i = 0;
+  while (i < line.size() && fields.size() < limit) {
+    while (i < line.size() && IsSeparator(line[i]))
+      ++i;
+    if (i == line.size()) break;
+    std::size_t end = i;
+    while (end < line.size() && !IsSeparator(line[end]))
+      ++end;
+    fields.push_back(line.substr(i, end - i));
+    i = end;
+  }
+  return fields;
+}
+
+// A SKU line's fields: every separator ends a field, so empty fields keep the
+// columns aligned; a separator at the very end adds no empty last field.
+std::vector<std::string_view> SkuFields(std::string_view line) {
+  std::vector<std::string_view> fields;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    if (IsSeparator(line[i])) {
+      fields.push_back(line.substr(start, i - start));
+      start = i + 1;
+    }
+  }
+  if (start < line.size()) fields.push_back(line.substr(start));
+  return fields;
+}
+
+char* CopyOf(std::string_view text) {
+  char* copy = static_cast<char*>(std::malloc(text.size() + 1));
+  if (copy == nullptr) return nullptr;
+  std::memcpy(copy, text.data(), text.size());
+  copy[text.size()] = '\0';
+  return copy;
+}
+
+FILE* AsFile(void* h) {
+  return static_cast<FILE*>(h);
+}
+
+ProductInfo* NewProductInfo(FILE* fp, const char* sku) {
+  ProductInfo* info = static_cast<ProductInfo*>(std::calloc(1, sizeof(ProductInfo)));
+  if (info == nullptr) return nullptr;
+  info->fp = fp;
+  info->sku = CopyOf(sku != nullptr ? sku : "");
+  if (info->sku == nullptr) {
+    std::free(info);
+    return nullptr;
+  }
+  return info;
+}
+
+// Moves the pairs of |info| into a malloc'd record with a null pair at the
+// end and releases |info|. Null when memory runs out (|info| released deep).
+PAPI_Pair* TakeRecord(ProductInfo* info) {
+  if (info == nullptr) return nullptr;
+  auto* record = static_cast<PAPI_Pair*>(std::malloc((info->count + 1) * sizeof(PAPI_Pair)));
+  if (record == nullptr) {
+    FreeProductInfo(info, 1);
+    return nullptr;
+  }
+  std::memcpy(record, info->pairs, info->count * sizeof(PAPI_Pair));
+  record[info->count] = PAPI_Pair{nullptr, nullptr};
+  FreeProductInfo(info, 0);
+  return record;
+}
+
+}  // namespace
+
+void* PAPI_Initialization(const char* /*key*/, const char* db, const char* /*storeCfg*/,
+                          const char* /*apiCfg*/, const char* /*cartDir*/) {
+  if (db == nullptr) return nullptr;
+  return std::fopen(db, "r");
+}
+
+PAPI_Pair* PAPI_RetrieveInfo(void* h, const char* /*key*/, const char* sku, int /*flag*/,
+                             const char* /*db*/, const char* /*storeCfg*/, const char* /*apiCfg*/,
+                             const char* /*cartDir*/, char** names) {
+  if (h == nullptr || sku == nullptr) return nullptr;
+  return TakeRecord(GetProductInfo(AsFile(h), sku, names));
+}
+
+PAPI_Pair* PAPI_RetrieveFirstItem(void* h, const char* key, int flag, const char* db,
+                                  const char* storeCfg, const char* apiCfg, const char* cartDir,
+                                  int32_t* position, char** names) {
+  if (h == nullptr) return nullptr;
+  if (!GetNameLine(szNameLine, sizeof szNameLine, AsFile(h))) return nullptr;
+  if (position != nullptr) *position = static_cast<int32_t>(std::ftell(AsFile(h)));
+  return PAPI_RetrieveNextItem(h, key, flag, db, storeCfg, apiCfg, cartDir, position, names);
+}
+
+PAPI_Pair* PAPI_RetrieveNextItem(void* h, const char* /*key*/, int /*flag*/, const char* /*db*/,
+                                 const char* /*storeCfg*/, const char* /*apiCfg*/,
+                                 const char* /*cartDir*/, int32_t* position, char** names) {
+  if (h == nullptr) return nullptr;
+  FILE* fp = AsFile(h);
+  // Single lookups rewind the same file between two items.
+  if (position != nullptr && std::ftell(fp) != *position) std::fseek(fp, *position, SEEK_SET);
+  std::array<char, kProductLineSize> line;
+  do {
+    if (std::fgets(line.data(), static_cast<int>(line.size()), fp) == nullptr) return nullptr;
+  } while (line[0] == '\r' || line[0] == '\n');
+  TrimEnd(line.data());
+  PAPI_Pair* record = TakeRecord(GetProductInfoNoRead(fp, names, 0, szNameLine, line.data()));
+  if (position != nullptr) *position = static_cast<int32_t>(std::ftell(fp));
+  return record;
+}
+
+int PAPI_ReleaseInfo(void* /*h*/, const char* /*key*/, const char* /*sku*/, PAPI_Pair* record) {
+  if (record == nullptr) return 0;
+  for (PAPI_Pair* pair = record; pair->name != nullptr; ++pair) {
+    std::free(pair->name);
+    std::free(pair->value);
+  }
+  std::free(record);
+  return 0;
+}
+
+int PAPI_Cleanup(void* h, const char* /*key*/, const char* /*db*/, const char* /*storeCfg*/,
+                 const char* /*apiCfg*/, const char* /*cartDir*/) {
+  if (h != nullptr) std::fclose(AsFile(h));
+  return 0;
+}
+
+ProductInfo* GetProductInfo(FILE* fp, const char* sku, char** names) {
+  if (fp == nullptr || sku == nullptr) return nullptr;
+  std::array<char, kProductLineSize> name_line;
+  std::array<char, kProductLineSize> sku_line;
+  if (!GetNameLine(name_line.data(), kProductLineSize, fp)) return nullptr;
+  if (!GetSKULine(sku_line.data(), kProductLineSize, fp, sku)) return nullptr;
+  ProductInfo* info = NewProductInfo(fp, sku);
+  if (info == nullptr) return nullptr;
+  if (FillAttributeInfo(info, GetAttribCount(names), names, name_line.data(), sku_line.data()) <
+      0) {
+    FreeProductInfo(info, 1);
+    return nullptr;
+  }
+  return info;
+}
+
+ProductInfo* GetProductInfoNoRead(FILE* fp, char** names, int /*unused*/, const char* name_line,
+                                  const char* sku_line) {
+  ProductInfo* info = NewProductInfo(fp, "");
+  if (info == nullptr) return nullptr;
+  if (FillAttributeInfo(info, GetAttribCount(names), names, name_line, sku_line) < 0) {
+    FreeProductInfo(info, 1);
+    return nullptr;
+  }
+  return info;
+}
+
+int FillAttributeInfo(ProductInfo* info, int count, char** names, const char* name_line,
+                      const char* sku_line) {
+  if (info == nullptr) return -1;
+  if (name_line == nullptr) name_line = "";
+  if (sku_line == nullptr) sku_line = "";
+  int n;
+  if (count < 0 || names == nullptr) {
+    n = GetAllAttribName(name_line, info->pairs);
+    if (n < 0 || GetAllValue(sku_line, info->pairs, n) < 0) return -1;
+  } else {
+    n = count < kMaxProductAttribs ? count : kMaxProductAttribs;
+    for (int i = 0; i < n; ++i) {
+      int column = GetAttribIndex(name_line, names[i]);
+      info->pairs[i].name = CopyOf(names[i]);
+      info->pairs[i].value = column < 0 ? CopyOf(psz_NA) : GetAttribValue(sku_line, column);
+      if (info->pairs[i].name == nullptr || info->pairs[i].value == nullptr) return -1;
+    }
+  }
+  info->pairs[n] = PAPI_Pair{nullptr, nullptr};
+  info->count = n;
+  return n;
+}
+
+int GetNameLine(char* buf, int size, FILE* fp) {
+  if (buf == nullptr || fp == nullptr || size < 2) return 0;
+  std::fseek(fp, 0, SEEK_SET);
+  if (std::fgets(buf, size, fp) == nullptr) return 0;
+  TrimEnd(buf);
+  return 1;
+}
+
+int GetSKULine(char* buf, int size, FILE* fp, const char* sku) {
+  if (buf == nullptr || fp == nullptr || sku == nullptr || size < 2) return 0;
+  if (size > kProductLineSize) size = kProductLineSize;
+  while (std::fgets(buf, size, fp) != nullptr) {
+    std::string first(buf, std::strcspn(buf, psz_Tab));
+    if (my_stricmp(first.c_str(), sku) == 0) {
+      TrimEnd(buf);
+      return 1;
+    }
+  }
+  return 0;
+}
+
+int GetAttribCount(char** names) {
+  if (names == nullptr) return -1;
+  int count = 0;
+  while (count < kMaxProductAttribs && names[count] != nullptr)
+    ++count;
+  return count;
+}
+
+int GetAttribIndex(const char* name_line, const char* name) {
+  if (name_line == nullptr || name == nullptr) return -1;
+  std::vector<std::string_view> fields = NameFields(name_line, SIZE_MAX);
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (my_stricmp(std::string(fields[i]).c_str(), name) == 0) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+int GetAllAttribName(const char* name_line, PAPI_Pair* pairs) {
+  if (name_line == nullptr || pairs == nullptr) return 0;
+  std::vector<std::string_view> fields = NameFields(name_line, kMaxProductAttribs);
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    pairs[i].name = CopyOf(fields[i]);
+    if (pairs[i].name == nullptr) return -1;
+  }
+  return static_cast<int>(fields.size());
+}
+
+int GetAllValue(const char* sku_line, PAPI_Pair* pairs, int n) {
+  if (pairs == nullptr || n <= 0) return 0;
+  std::vector<std::string_view> fields = SkuFields(sku_line != nullptr ? sku_line : "");
+  for (int i = 0; i < n; ++i) {
+    pairs[i].value = CopyOf(static_cast<std::size_t>(i) < fields.size() ? fields[i] : psz_NA);
+    if (pairs[i].value == nullptr) return -1;
+  }
+  return static_cast<int>(fields.size()) < n ? static_cast<int>(fields.size()) : n;
+}
+
+char* GetAttribValue(const char* sku_line, int position) {
+  std::vector<std::string_view> fields = SkuFields(sku_line != nullptr ? sku_line : "");
+  if (position < 0 || static_cast<std::size_t>(position) >= fields.size()) return CopyOf(psz_NA);
+  return CopyOf(fields[position]);
+}
+
+void TrimEnd(char* text) {
+  if (text == nullptr) return;
+  std::size_t len = std::strlen(text);
+  while (len > 0 && (text[len - 1] == '\r' || text[len - 1] == '\n'))
+    text[--len] = '\0';
+}
+
+int my_stricmp(const char* a, const char* b) {
+  if (a == nullptr) a = "";
+  if (b == nullptr) b = "";
+  for (;; ++a, ++b) {
+    int ca = std::tolower(static_cast<unsigned char>(*a));
+    int cb = std::tolower(static_cast<unsigned char>(*b));
+    if (ca != cb || ca == 0) return ca - cb;
+  }
+}
+
+void FreeProductInfo(ProductInfo* info, int deep) {
+  if (info == nullptr) return;
+  if (deep) {
+    // Every slot, not only those before the first null pair: a fill that ran
+    // out of memory may leave a value behind a missing name.
+    for (PAPI_Pair& pair : info->pairs) {
+      std::free(pair.name);
+      std::free(pair.value);
+    }
+  }
+  std::free(info->sku);
+  std::free(info);
+}
+
+}  // namespace storegen

@@ -1,0 +1,139 @@
+#include "storedata/product_db.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+using testing::ScopedTempDir;
+using testing::WriteFile;
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+// The pairs of |record|, which is released.
+Pairs Take(PAPI_Pair* record) {
+  Pairs pairs;
+  if (record == nullptr) return pairs;
+  for (PAPI_Pair* p = record; p->name != nullptr; ++p)
+    pairs.emplace_back(p->name, p->value);
+  storegen::PAPI_ReleaseInfo(nullptr, PAPI_ACCESS_KEY, "", record);
+  return pairs;
+}
+
+class ProductDbTest : public ::testing::Test {
+ protected:
+  void Open(const std::string& content) {
+    path_ = dir_.Path("products.txt");
+    WriteFile(path_, content);
+    h_ = PAPI_Initialization(PAPI_ACCESS_KEY, path_.c_str(), "", "", "");
+    ASSERT_NE(h_, nullptr);
+  }
+  void TearDown() override { PAPI_Cleanup(h_, PAPI_ACCESS_KEY, "", "", "", ""); }
+
+  Pairs Lookup(const char* sku, char** names = nullptr) {
+    return Take(PAPI_RetrieveInfo(h_, PAPI_ACCESS_KEY, sku, 1, "", "", "", "", names));
+  }
+  Pairs First() {
+    return Take(
+        PAPI_RetrieveFirstItem(h_, PAPI_ACCESS_KEY, 1, "", "", "", "", &position_, nullptr));
+  }
+  Pairs Next() {
+    return Take(PAPI_RetrieveNextItem(h_, PAPI_ACCESS_KEY, 1, "", "", "", "", &position_, nullptr));
+  }
+
+  ScopedTempDir dir_;
+  std::string path_;
+  void* h_ = nullptr;
+  int32_t position_ = -1;
+};
+
+TEST_F(ProductDbTest, ShortLinesGiveNAAndEmptyFieldsStayEmpty) {
+  for (const char* eol : {"\n", "\r\n"}) {
+    std::string nl = eol;
+    Open("SKU\tName\t\tPrice" + nl + "A1\tShirt" + nl + "B2\t\t9.99\t" + nl + "C3\t\t" + nl);
+    EXPECT_EQ(Lookup("A1"), (Pairs{{"SKU", "A1"}, {"Name", "Shirt"}, {"Price", "NA"}})) << nl;
+    EXPECT_EQ(Lookup("b2"), (Pairs{{"SKU", "B2"}, {"Name", ""}, {"Price", "9.99"}})) << nl;
+    EXPECT_EQ(Lookup("C3"), (Pairs{{"SKU", "C3"}, {"Name", ""}, {"Price", "NA"}})) << nl;
+    EXPECT_EQ(Lookup("D4"), Pairs{});
+    TearDown();
+  }
+  h_ = nullptr;
+}
+
+TEST_F(ProductDbTest, RequestedNamesKeepTheCallersCase) {
+  Open("SKU\tName\tPrice\nA1\tShirt\t5\nA1\tDuplicate\t6\n");
+  char sku[] = "sku";
+  char price[] = "PRICE";
+  char colour[] = "Colour";
+  char* names[] = {sku, price, colour, nullptr};
+  EXPECT_EQ(Lookup("a1", names), (Pairs{{"sku", "A1"}, {"PRICE", "5"}, {"Colour", "NA"}}));
+}
+
+TEST_F(ProductDbTest, AtMost99AttributesAreUsed) {
+  std::string names = "SKU";
+  std::string values = "X1";
+  for (int i = 1; i < 120; ++i) {
+    names += "\tA" + std::to_string(i);
+    values += "\t" + std::to_string(i);
+  }
+  Open(names + "\n" + values + "\n");
+  Pairs record = Lookup("X1");
+  ASSERT_EQ(record.size(), 99u);
+  EXPECT_EQ(record.back(), (std::pair<std::string, std::string>{"A98", "98"}));
+}
+
+TEST_F(ProductDbTest, IterationSkipsEmptyLinesAndSurvivesLookups) {
+  Open("SKU\tName\r\nA1\tShirt\r\n\r\n\nB2\tHat\r\nC3\tCap\r\n");
+  EXPECT_EQ(First(), (Pairs{{"SKU", "A1"}, {"Name", "Shirt"}}));
+  EXPECT_EQ(Lookup("C3"), (Pairs{{"SKU", "C3"}, {"Name", "Cap"}}));
+  EXPECT_EQ(Next(), (Pairs{{"SKU", "B2"}, {"Name", "Hat"}}));
+  EXPECT_EQ(Lookup("A1"), (Pairs{{"SKU", "A1"}, {"Name", "Shirt"}}));
+  EXPECT_EQ(Next(), (Pairs{{"SKU", "C3"}, {"Name", "Cap"}}));
+  EXPECT_EQ(Next(), Pairs{});
+}
+
+TEST_F(ProductDbTest, NoProductsOrNoNameLineEndTheIteration) {
+  Open("SKU\tName\n\n");
+  EXPECT_EQ(First(), Pairs{});
+  TearDown();
+  Open("");
+  EXPECT_EQ(First(), Pairs{});
+  EXPECT_EQ(Lookup(""), Pairs{});
+}
+
+TEST(ProductDb, MissingFileGivesNoHandle) {
+  EXPECT_EQ(PAPI_Initialization(PAPI_ACCESS_KEY, "/nonexistent/products.txt", "", "", ""), nullptr);
+  EXPECT_EQ(storegen::PAPI_ReleaseInfo(nullptr, PAPI_ACCESS_KEY, "", nullptr), 0);
+}
+
+TEST(ProductDb, FieldRoutines) {
+  const char* line = "SKU\t\tName\tPrice";  // a run of separators is one on the name line
+  EXPECT_EQ(GetAttribIndex(line, "price"), 2);
+  EXPECT_EQ(GetAttribIndex(line, "Colour"), -1);
+  char* value = GetAttribValue("A1\t\tShirt", 1);
+  EXPECT_STREQ(value, "");
+  std::free(value);
+  value = GetAttribValue("A1\t\tShirt", 3);
+  EXPECT_STREQ(value, "NA");
+  std::free(value);
+
+  std::vector<char*> names(150, const_cast<char*>("n"));
+  names.push_back(nullptr);
+  EXPECT_EQ(GetAttribCount(nullptr), -1);
+  EXPECT_EQ(GetAttribCount(names.data()), 99);
+  EXPECT_EQ(GetAttribCount(names.data() + 148), 2);
+
+  char text[] = "abc\r\n\r\n";
+  TrimEnd(text);
+  EXPECT_STREQ(text, "abc");
+  EXPECT_EQ(my_stricmp("ABc", "abC"), 0);
+  EXPECT_LT(my_stricmp("abc", "abd"), 0);
+}
+
+}  // namespace
+}  // namespace storegen
