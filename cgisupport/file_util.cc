@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +16,7 @@
 
 #include "cgisupport/cgi_pages.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/str_util.h"
 
 namespace storegen {
 namespace {
@@ -244,9 +244,7 @@ std::size_t ReadFileToBuffer(const char* path, char** text, char** upper_text,
   }
   std::memcpy(plain.get(), content.data(), size);
   plain.get()[size] = '\0';
-  for (std::size_t i = 0; i < size; ++i)
-    upper.get()[i] = static_cast<char>(std::toupper(static_cast<unsigned char>(content[i])));
-  upper.get()[size] = '\0';
+  buffertouppercopy(upper.get(), plain.get(), size);
   *text = plain.release();
   *upper_text = upper.release();
   return size;
