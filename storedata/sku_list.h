@@ -36,6 +36,15 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
 SkuList* FindSkuData(const char* sku, const char* db, const char* store_cfg, const char* api_cfg,
                      const char* cart_dir, TemplateSet* set);
 
+// For every node of the command-line list |list| that has a SKU, replaces its
+// template and record with those FindSkuData finds. Returns 0 when every SKU
+// was found; otherwise the code of the last one that was not: -2 (no such
+// SKU, or the database cannot be opened), -15 (the product has no usable
+// template) or -1 (out of memory). Such a node keeps its template and record
+// (null on a node made from the command line).
+int FillSkuData(SkuList* list, const char* db, const char* store_cfg, const char* api_cfg,
+                const char* cart_dir, TemplateSet* set);
+
 // For every node of |target|, copies the template and a deep copy of the
 // record of the |source| node with the same SKU (exact comparison). Returns 1,
 // or 0 when memory runs out.

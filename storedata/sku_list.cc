@@ -1,0 +1,319 @@
+#include "storedata/sku_list.h"
+
+#include <strings.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "cgisupport/result_codes.h"
+#include "driver/runstate/run_state.h"
+#include "pagegen/filelist/file_list.h"
+#include "storedata/product_api.h"
+#include "templateset/template_set.h"
+
+namespace storegen {
+namespace {
+
+constexpr int kTemplateSize = 256;
+constexpr int kDisplayNameSize = 2048;
+
+// One product-API connection; ended (PAPI_Cleanup) at the latest when it goes
+// out of scope.
+class Connection {
+ public:
+  Connection(const char* db, const char* store_cfg, const char* api_cfg, const char* cart_dir)
+      : db_(db), store_cfg_(store_cfg), api_cfg_(api_cfg), cart_dir_(cart_dir) {
+    if (pdbInit != nullptr) h_ = pdbInit(kPapiKey, db_, store_cfg_, api_cfg_, cart_dir_);
+  }
+  ~Connection() { End(); }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  bool ok() const { return h_ != nullptr; }
+  void End() {
+    if (h_ != nullptr) pdbCleanup(h_, kPapiKey, db_, store_cfg_, api_cfg_, cart_dir_);
+    h_ = nullptr;
+  }
+  PAPI_Pair* First(int32_t* position) {
+    return pdbRetrieveFirstItem(h_, kPapiKey, 1, db_, store_cfg_, api_cfg_, cart_dir_, position,
+                                nullptr);
+  }
+  PAPI_Pair* Next(int32_t* position) {
+    return pdbRetrieveNextItem(h_, kPapiKey, 1, db_, store_cfg_, api_cfg_, cart_dir_, position,
+                               nullptr);
+  }
+  PAPI_Pair* Retrieve(const char* sku) {
+    return pdbRetrieve(h_, kPapiKey, sku, 1, db_, store_cfg_, api_cfg_, cart_dir_, nullptr);
+  }
+  void Release(PAPI_Pair* record) {
+    if (record != nullptr) pdbRelease(h_, kPapiKey, "", record);
+  }
+
+ private:
+  const char* db_;
+  const char* store_cfg_;
+  const char* api_cfg_;
+  const char* cart_dir_;
+  void* h_ = nullptr;
+};
+
+// The record currently retrieved: given back to the connection unless taken.
+class Item {
+ public:
+  explicit Item(Connection* conn, PAPI_Pair* record) : conn_(conn), record_(record) {}
+  ~Item() { Release(); }
+  Item(const Item&) = delete;
+  Item& operator=(const Item&) = delete;
+
+  PAPI_Pair* get() const { return record_; }
+  explicit operator bool() const { return record_ != nullptr; }
+  void Release() {
+    conn_->Release(record_);
+    record_ = nullptr;
+  }
+  // Gives the current record back before retrieving the next one.
+  void Advance(int32_t* position) {
+    Release();
+    record_ = conn_->Next(position);
+  }
+  PAPI_Pair* Take() {
+    PAPI_Pair* record = record_;
+    record_ = nullptr;
+    return record;
+  }
+
+ private:
+  Connection* conn_;
+  PAPI_Pair* record_;
+};
+
+// The template file of the set's first default product page, read once per
+// build.
+struct DefaultTemplate {
+  bool found = false;
+  char szDefaultProdPageTmplt[kTemplateSize] = {};
+};
+
+DefaultTemplate ReadDefaultTemplate(const TemplateSet* set) {
+  DefaultTemplate result;
+  if (set == nullptr) return result;
+  std::string name(kDisplayNameSize, '\0');
+  result.found = PG_TpltGetDisplayName(set, "DefaultProductPage", name.data(), kDisplayNameSize,
+                                       kKindDefaultProductPage) == 1 &&
+                 PG_TpltGetTemplateFile(set, name.c_str(), result.szDefaultProdPageTmplt,
+                                        kTemplateSize, kKindDefaultProductPage) == 1;
+  return result;
+}
+
+// Chooses the product's page template: the product page its "TILLBOXTEMPLATE"
+// names, else the default product page. Returns 0 (the product is left out)
+// when neither exists or the template is empty; the latter is recorded with
+// -15 under |sku|.
+int ChooseTemplate(const TemplateSet* set, const PAPI_Pair* record, const char* sku,
+                   const DefaultTemplate& fallback, std::string* tmplt) {
+  char named[kTemplateSize];
+  const PAPI_Pair* display_name = FindProdAttr(record, "TILLBOXTEMPLATE");
+  if (set != nullptr && display_name != nullptr && display_name->value != nullptr &&
+      PG_TpltGetTemplateFile(set, display_name->value, named, sizeof named, kKindProductPage) ==
+          1) {
+    *tmplt = named;
+  } else if (fallback.found) {
+    *tmplt = fallback.szDefaultProdPageTmplt;
+  } else {
+    VerbosePrintf("Error resolving template display name\n");
+    return 0;
+  }
+  if (tmplt->empty()) {
+    VerbosePrintf("No template specified, skipping sku %s\n", sku);
+    FileListAdd(&PageGenState.errlist, sku, kNoTemplateForProduct);
+    return 0;
+  }
+  return 1;
+}
+
+// A product without "TILLBOXCATEGORY" belongs to every category.
+bool InCategory(const PAPI_Pair* record, const char* category) {
+  if (category == nullptr || category[0] == '\0') return true;
+  const PAPI_Pair* own = FindProdAttr(record, "TILLBOXCATEGORY");
+  return own == nullptr || own->value == nullptr || strcasecmp(own->value, category) == 0;
+}
+
+// A node holding copies of |sku| and |tmplt| (no record), or null when memory
+// runs out.
+SkuList* NewFilledNode(const char* sku, const std::string& tmplt) {
+  SkuList* node = NewSkuNode();
+  if (node == nullptr) return nullptr;
+  node->sku = strdup(sku);
+  node->tmplt = strdup(tmplt.c_str());
+  if (node->sku == nullptr || node->tmplt == nullptr) {
+    FreeSkuList(node);
+    return nullptr;
+  }
+  return node;
+}
+
+// FindSkuData with the reason for a null result in *code.
+SkuList* LookUpSku(const char* sku, const char* db, const char* store_cfg, const char* api_cfg,
+                   const char* cart_dir, TemplateSet* set, int* code) {
+  *code = kFileNotFound;
+  if (sku == nullptr) return nullptr;
+  Connection conn(db, store_cfg, api_cfg, cart_dir);
+  if (!conn.ok()) {
+    VerbosePrintf("Error opening database\n");
+    return nullptr;
+  }
+  DefaultTemplate fallback = ReadDefaultTemplate(set);
+  Item item(&conn, conn.Retrieve(sku));
+  if (!item) return nullptr;
+  std::string tmplt;
+  if (!ChooseTemplate(set, item.get(), sku, fallback, &tmplt)) {
+    *code = kNoTemplateForProduct;
+    return nullptr;
+  }
+  SkuList* node = NewFilledNode(sku, tmplt);
+  if (node == nullptr) {
+    VerbosePrintf("Out of memory\n");
+    *code = kOutOfMemory;
+    return nullptr;
+  }
+  node->record = item.Take();
+  *code = kOk;
+  return node;
+}
+
+}  // namespace
+
+SkuList* NewSkuNode() {
+  return static_cast<SkuList*>(std::calloc(1, sizeof(SkuList)));
+}
+
+SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_cfg,
+                         const char* cart_dir, TemplateSet* set, const char* category,
+                         const char* first_index, int page_flag) {
+  Connection conn(db, store_cfg, api_cfg, cart_dir);
+  if (!conn.ok()) {
+    VerbosePrintf("Error opening database\n");
+    return nullptr;
+  }
+  DefaultTemplate fallback = ReadDefaultTemplate(set);
+  int32_t position = 0;
+  Item item(&conn, conn.First(&position));
+  if (!item) {
+    conn.End();
+    VerbosePrintf("Error reading database\n");
+    return nullptr;
+  }
+
+  // Pass over the products of earlier pages: only those that would be listed
+  // count. The SKU is not taken yet, so an empty template is reported under "".
+  int skip = first_index != nullptr && first_index[0] != '\0' ? std::atoi(first_index) : 0;
+  for (int passed = 0; skip > 0; item.Advance(&position)) {
+    if (!item) {
+      VerbosePrintf("No more products for product list\n");
+      conn.End();
+      return nullptr;
+    }
+    std::string tmplt;
+    if (!ChooseTemplate(set, item.get(), "", fallback, &tmplt) ||
+        !InCategory(item.get(), category)) {
+      continue;
+    }
+    if (passed == skip) break;
+    ++passed;
+  }
+
+  // One page more than the page size proves that a further page exists.
+  bool limited = page_flag != 0 || (PageGenState.dynamic & kDynSinglePage) != 0;
+  int32_t page_size = set != nullptr ? set->max_prod_per_page : 0;
+  SkuList* head = nullptr;
+  SkuList** tail = &head;
+  int32_t taken = 0;
+  for (; item; item.Advance(&position)) {
+    if (limited && page_size > 0 && page_size < taken) break;
+    if (!InCategory(item.get(), category)) continue;
+    const PAPI_Pair* sku = FindProdAttr(item.get(), "SKU");
+    if (sku == nullptr || sku->value == nullptr) continue;
+    std::string tmplt;
+    if (!ChooseTemplate(set, item.get(), sku->value, fallback, &tmplt)) continue;
+    SkuList* node = NewFilledNode(sku->value, tmplt);
+    if (node == nullptr) {
+      VerbosePrintf("Out of memory\n");
+      item.Release();
+      conn.End();
+      FreeSkuList(head);
+      return nullptr;
+    }
+    node->record = item.Take();
+    *tail = node;
+    tail = &node->next;
+    ++taken;
+  }
+  item.Release();
+  conn.End();
+  return head;
+}
+
+SkuList* FindSkuData(const char* sku, const char* db, const char* store_cfg, const char* api_cfg,
+                     const char* cart_dir, TemplateSet* set) {
+  int code;
+  return LookUpSku(sku, db, store_cfg, api_cfg, cart_dir, set, &code);
+}
+
+int FillSkuData(SkuList* list, const char* db, const char* store_cfg, const char* api_cfg,
+                const char* cart_dir, TemplateSet* set) {
+  int result = kOk;
+  for (SkuList* node = list; node != nullptr; node = node->next) {
+    if (node->sku == nullptr) continue;
+    int code;
+    SkuList* found = LookUpSku(node->sku, db, store_cfg, api_cfg, cart_dir, set, &code);
+    if (found == nullptr) {
+      result = code;
+      continue;
+    }
+    std::free(node->tmplt);
+    FreeProdRecord(node->record);
+    node->tmplt = found->tmplt;
+    node->record = found->record;
+    found->tmplt = nullptr;
+    found->record = nullptr;
+    FreeSkuList(found);
+  }
+  return result;
+}
+
+int CopySkuData(SkuList* target, const SkuList* source) {
+  for (SkuList* node = target; node != nullptr; node = node->next) {
+    if (node->sku == nullptr) continue;
+    const SkuList* match = source;
+    while (match != nullptr && (match->sku == nullptr || std::strcmp(match->sku, node->sku) != 0)) {
+      match = match->next;
+    }
+    if (match == nullptr) continue;
+    char* tmplt = nullptr;
+    if (match->tmplt != nullptr && (tmplt = strdup(match->tmplt)) == nullptr) return 0;
+    PAPI_Pair* record = nullptr;
+    if (match->record != nullptr && (record = CopyProdRecord(match->record)) == nullptr) {
+      std::free(tmplt);
+      return 0;
+    }
+    std::free(node->tmplt);
+    FreeProdRecord(node->record);
+    node->tmplt = tmplt;
+    node->record = record;
+  }
+  return 1;
+}
+
+void FreeSkuList(SkuList* list) {
+  while (list != nullptr) {
+    SkuList* next = list->next;
+    std::free(list->sku);
+    std::free(list->tmplt);
+    FreeProdRecord(list->record);
+    std::free(list);
+    list = next;
+  }
+}
+
+}  // namespace storegen

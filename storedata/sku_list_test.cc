@@ -1,0 +1,195 @@
+#include "storedata/sku_list.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "driver/runstate/run_state.h"
+#include "pagegen/filelist/file_list.h"
+#include "storedata/product_api.h"
+#include "templateset/template_set.h"
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+using testing::ScopedTempDir;
+using testing::WriteFile;
+using Strings = std::vector<std::string>;
+
+// "SKU:template" per node; the list is freed.
+Strings Take(SkuList* list) {
+  Strings nodes;
+  for (SkuList* n = list; n != nullptr; n = n->next) {
+    nodes.push_back(std::string(n->sku) + ":" + n->tmplt);
+  }
+  FreeSkuList(list);
+  return nodes;
+}
+
+Strings Errors() {
+  Strings errors;
+  for (FileList* e = PageGenState.errlist; e != nullptr; e = e->next) {
+    errors.push_back(std::string(e->text) + "=" + std::to_string(e->code));
+  }
+  return errors;
+}
+
+class SkuListTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetRunState();
+    PageGenState.verbose = 1;
+    set_.product_pages = {{"Fancy", "fancy.html", "", 0}, {"Blank", "", "", 0}};
+    set_.default_product_page = {{"Default", "product.html", "", 0}};
+  }
+  void TearDown() override {
+    FreeFileList(PageGenState.errlist);
+    ShutdownProdAPI();
+    ResetRunState();
+  }
+
+  // Products served by the built-in reader.
+  void UseProductFile(const std::string& content) {
+    db_ = dir_.Path("products.txt");
+    WriteFile(db_, content);
+    ASSERT_EQ(InitProdAPI(""), 1);
+  }
+  // Products served by the fixture library, one "name=value" list a line.
+  void UseLibrary(const std::string& content) {
+    api_cfg_ = dir_.Path("products.api");
+    WriteFile(api_cfg_, content);
+    ASSERT_EQ(InitProdAPI(PAPI_FIXTURE_LIB), 1);
+  }
+
+  Strings Build(const char* category, const char* first_index, int page_flag, std::string* out) {
+    ::testing::internal::CaptureStdout();
+    SkuList* list = BuildAllSkuList(db_.c_str(), "store.cfg", api_cfg_.c_str(), "cart", &set_,
+                                    category, first_index, page_flag);
+    *out = ::testing::internal::GetCapturedStdout();
+    return Take(list);
+  }
+
+  ScopedTempDir dir_;
+  std::string db_;
+  std::string api_cfg_;
+  TemplateSet set_;
+};
+
+TEST_F(SkuListTest, TemplateComesFromTheProductOrTheDefaultPage) {
+  UseProductFile(
+      "SKU\tName\tTILLBOXTEMPLATE\n"
+      "A1\tShirt\tFancy\n"
+      "A2\tHat\tfancy\n"  // display names are exact
+      "A3\tCap\tBlank\n"
+      "A4\tBag\n");
+  std::string out;
+  EXPECT_EQ(Build(nullptr, nullptr, 0, &out),
+            (Strings{"A1:fancy.html", "A2:product.html", "A4:product.html"}));
+  EXPECT_EQ(out, "No template specified, skipping sku A3\n");
+  EXPECT_EQ(Errors(), Strings{"A3=-15"});
+
+  set_.default_product_page.clear();
+  EXPECT_EQ(Build("", "", 0, &out), Strings{"A1:fancy.html"});
+  EXPECT_EQ(out,
+            "Error resolving template display name\n"
+            "No template specified, skipping sku A3\n"
+            "Error resolving template display name\n");
+}
+
+TEST_F(SkuListTest, CategoryKeepsItsOwnProductsAndThoseWithoutOne) {
+  UseLibrary(
+      "SKU=S1\tTILLBOXCATEGORY=shirts\n"
+      "SKU=H1\tTILLBOXCATEGORY=Hats\n"
+      "Name=no SKU\n"
+      "SKU=N1\n"
+      "SKU=S2\tTILLBOXCATEGORY=Shirts\n");
+  std::string out;
+  EXPECT_EQ(Build("Shirts", nullptr, 0, &out),
+            (Strings{"S1:product.html", "N1:product.html", "S2:product.html"}));
+  EXPECT_EQ(Build(nullptr, nullptr, 0, &out),
+            (Strings{"S1:product.html", "H1:product.html", "N1:product.html", "S2:product.html"}));
+  EXPECT_EQ(out, "");
+}
+
+TEST_F(SkuListTest, PagesHoldOneProductMoreThanThePageSize) {
+  std::string products = "SKU\tTILLBOXCATEGORY\n";
+  for (int i = 1; i <= 7; ++i) {
+    products += "P" + std::to_string(i) + "\t" + (i % 3 == 0 ? "other" : "main") + "\n";
+  }
+  UseProductFile(products);  // P3 and P6 are in another category
+  set_.max_prod_per_page = 2;
+  std::string out;
+  EXPECT_EQ(Build("main", nullptr, 0, &out).size(), 5u);  // no page flag: no limit
+  EXPECT_EQ(Build("main", nullptr, 1, &out),
+            (Strings{"P1:product.html", "P2:product.html", "P4:product.html"}));
+  PageGenState.dynamic = kDynSinglePage;
+  EXPECT_EQ(Build("main", "2", 0, &out),
+            (Strings{"P4:product.html", "P5:product.html", "P7:product.html"}));
+  EXPECT_EQ(Build("main", "4", 0, &out), Strings{"P7:product.html"});
+  EXPECT_EQ(Build("main", "-3", 0, &out).size(), 3u);
+  EXPECT_EQ(out, "");
+  for (const char* past_the_end : {"5", "20"}) {
+    EXPECT_EQ(Build("main", past_the_end, 0, &out), Strings{});
+    EXPECT_EQ(out, "No more products for product list\n");
+  }
+  set_.max_prod_per_page = 0;
+  EXPECT_EQ(Build(nullptr, nullptr, 1, &out).size(), 7u);
+}
+
+TEST_F(SkuListTest, EmptyOrMissingDatabaseGivesNoList) {
+  UseProductFile("SKU\tName\n");
+  std::string out;
+  EXPECT_EQ(Build(nullptr, nullptr, 0, &out), Strings{});
+  EXPECT_EQ(out, "Error reading database\n");
+  db_ = dir_.Path("absent.txt");
+  EXPECT_EQ(Build(nullptr, nullptr, 0, &out), Strings{});
+  EXPECT_EQ(out, "Error opening database\n");
+}
+
+TEST_F(SkuListTest, SingleSkusAreFoundFilledAndCopied) {
+  UseProductFile(
+      "SKU\tName\tTILLBOXTEMPLATE\n"
+      "A1\tShirt\tFancy\n"
+      "A2\tHat\tBlank\n");
+  SkuList* one = FindSkuData("a1", db_.c_str(), "", "", "", &set_);
+  ASSERT_NE(one, nullptr);
+  EXPECT_STREQ(one->tmplt, "fancy.html");
+  EXPECT_STREQ(FindProdAttr(one->record, "Name")->value, "Shirt");
+  FreeSkuList(one);
+
+  // The command line's list: SKUs only.
+  SkuList* wanted = nullptr;
+  SkuList** tail = &wanted;
+  for (const char* sku : {"A1", "X9", "A2"}) {
+    *tail = NewSkuNode();
+    (*tail)->sku = strdup(sku);
+    tail = &(*tail)->next;
+  }
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(FillSkuData(wanted, db_.c_str(), "", "", "", &set_), -15);
+  ::testing::internal::GetCapturedStdout();
+  EXPECT_STREQ(wanted->tmplt, "fancy.html");
+  EXPECT_EQ(wanted->next->record, nullptr);
+  EXPECT_EQ(wanted->next->next->record, nullptr);
+  FreeProdRecord(wanted->record);
+  wanted->record = nullptr;
+
+  std::string out;
+  SkuList* all = BuildAllSkuList(db_.c_str(), "", "", "", &set_, nullptr, nullptr, 0);
+  ASSERT_NE(all, nullptr);
+  std::free(wanted->tmplt);
+  wanted->tmplt = nullptr;
+  EXPECT_EQ(CopySkuData(wanted, all), 1);
+  FreeSkuList(all);  // the copies are the target's own
+  EXPECT_STREQ(wanted->tmplt, "fancy.html");
+  EXPECT_STREQ(FindProdAttr(wanted->record, "name")->value, "Shirt");
+  EXPECT_EQ(wanted->next->tmplt, nullptr);
+  FreeSkuList(wanted);
+}
+
+}  // namespace
+}  // namespace storegen
