@@ -1,0 +1,237 @@
+// The WAIS template's settings and the writers of the store's WAIS and SWISH
+// configuration files.
+#include "index/index_files.h"
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "cgisupport/config_line.h"
+#include "cgisupport/copy_truncated.h"
+#include "driver/runstate/run_state.h"
+#include "index/index_lines.h"
+#include "index/search_index.h"
+
+namespace storegen {
+namespace {
+
+void PrintMessage(int code) {
+  VerbosePrintf("%s", GetMessageStr(code));
+}
+
+// The value that follows the key on a template line: the next word, with one
+// trailing separator removed.
+bool NextValue(LineTokenizer& tokens, std::string_view* value) {
+  if (!tokens.Next(lpTS, value)) return false;
+  *value = TrimEndView(*value);
+  return true;
+}
+
+// The temporary name of the WAIS template's rewrite: its name cut at the
+// first "." plus ".TMP".
+std::string WaisTempName() {
+  std::string_view name = lpWaisCfg;
+  return std::string(name.substr(0, name.find('.'))) + ".TMP";
+}
+
+}  // namespace
+
+int GetRootDir(const char* root_arg) {
+  IndexState& st = GetIndexState();
+  st.gszRootDir[0] = '\0';
+  st.gszWaisDir[0] = '\0';
+  st.gszMasterList[0] = '\0';
+  st.gszMasterTemp[0] = '\0';
+  CopyTruncated(st.gszCgiBin, "cgi-bin");
+
+  FilePtr in(std::fopen(lpWaisCfg, "r"));
+  if (!in) {
+    PrintMessage(kMsgNoWaisTemplate);
+    return 0;
+  }
+  std::string raw;
+  while (ReadIndexLine(in.get(), &raw)) {
+    std::string_view line = StripLineEnd(raw);
+    if (line.starts_with('#')) continue;
+    LineTokenizer tokens(line);
+    std::string_view key;
+    if (!tokens.Next(lpTS, &key)) continue;
+    key = TrimEndView(key);
+    std::string_view value;
+    if (KeysEqual(key, lpSourceRules)) {
+      // Source rules are in use when a quoted argument follows.
+      std::string_view quoted;
+      if (tokens.Next("\"", &value) && tokens.Next("\"", &quoted)) {
+        CopyTruncated(st.gszRootDir, root_arg != nullptr ? root_arg : "");
+        CopyTruncated(st.gszWaisDir, lpWaisDir);
+        CopyTruncated(st.gszMasterList, std::string(st.gszWaisDir) + lpMasterList);
+        CopyTruncated(st.gszMasterTemp, std::string(st.gszWaisDir) + lpMasterTemp);
+      }
+    } else if (KeysEqual(key, lpCgiBin)) {
+      if (tokens.Next("\t", &value)) CopyTruncated(st.gszCgiBin, TrimEndView(value));
+    }
+  }
+  return 1;
+}
+
+int GetIndexWhat(IndexField& what, IndexField& default_url, IndexField& home_page,
+                 IndexField& index_page) {
+  IndexState& st = GetIndexState();
+  CopyTruncated(st.szExeExtension, "exe");
+  CopyTruncated(what, GetMessageStr(kMsgIndexWhatDefault));
+  default_url[0] = '\0';
+  home_page[0] = '\0';
+  index_page[0] = '\0';
+
+  FilePtr in(std::fopen(lpWaisCfg, "r"));
+  if (!in) {
+    PrintMessage(kMsgNoCfg);
+    return 0;
+  }
+  std::string raw;
+  while (ReadIndexLine(in.get(), &raw)) {
+    std::string_view line = StripLineEnd(raw);
+    if (line.starts_with('#')) continue;
+    LineTokenizer tokens(line);
+    std::string_view key;
+    if (!tokens.Next(lpTS, &key)) continue;
+    key = TrimEndView(key);
+    std::string_view value;
+    if (KeysEqual(key, lpExeExtension)) {
+      CopyTruncated(st.szExeExtension, NextValue(tokens, &value) ? value : "");
+      continue;
+    }
+    IndexField* target = KeysEqual(key, lpIndexWhat)    ? &what
+                         : KeysEqual(key, lpDefaultURL) ? &default_url
+                         : KeysEqual(key, lpHomePage)   ? &home_page
+                         : KeysEqual(key, lpIndexPage)  ? &index_page
+                                                        : nullptr;
+    if (target != nullptr && NextValue(tokens, &value)) CopyTruncated(*target, value);
+  }
+  return 1;
+}
+
+int CreateWaisCfg(const char* wcf_path, const char* wcf_name, const char* out_dir,
+                  const char* web_url, IndexField& new_page, const char* alias) {
+  FilePtr in(std::fopen(lpWaisCfg, "r"));
+  if (!in) {
+    PrintMessage(kMsgNoWaisTemplate);
+    return 0;
+  }
+  FilePtr out(std::fopen(wcf_path, "w"));
+  if (!out) {
+    PrintMessage(kMsgNoWaisCfg);
+    return 0;
+  }
+  std::string raw;
+  IndexField built;
+  while (ReadIndexLine(in.get(), &raw)) {
+    // Comments and empty lines do not reach the store's file.
+    if (raw[0] == '#' || raw[0] == '\n' || raw[0] == '\r') continue;
+    std::string_view line = StripLineEnd(raw);
+    std::string_view key = FirstToken(line);
+    if (key.empty()) continue;
+    if (KeysEqual(key, lpSelfURL)) {
+      SetSelfURL(built, wcf_name, alias);
+    } else if (KeysEqual(key, lpSwishSource)) {
+      SetSwishSource(built, wcf_path);
+    } else if (KeysEqual(key, lpSwishBin)) {
+      SetSwishBin(built);
+    } else if (KeysEqual(key, lpStoreGenURL)) {
+      SetStoreGenURL(built);
+    } else if (KeysEqual(key, lpSourceRules)) {
+      SetSourceRules(built, web_url, alias);
+    } else if (KeysEqual(key, lpIconUrl)) {
+      SetIconUrl(built, web_url);
+    } else if (KeysEqual(key, lpPageTitle)) {
+      SetPageTitle(built, new_page, wcf_name, out_dir, alias);
+    } else if (KeysEqual(key, lpIndexWhat) || KeysEqual(key, lpDefaultURL) ||
+               KeysEqual(key, lpHomePage) || KeysEqual(key, lpIndexPage)) {
+      continue;
+    } else {
+      WriteLine(out.get(), line);
+      continue;
+    }
+    WriteLine(out.get(), built);
+  }
+
+  std::string_view store_dir = out_dir != nullptr ? out_dir : "";
+  std::string_view alias_text = alias != nullptr ? alias : "";
+  if (!alias_text.empty() && store_dir.starts_with(alias_text)) {
+    store_dir.remove_prefix(alias_text.size());
+  }
+  WriteLine(out.get(), std::string(lpWebURL) + lpTS[1] + (web_url != nullptr ? web_url : ""));
+  WriteLine(out.get(), std::string(lpStoreDir) + lpTS[1] + std::string(store_dir));
+  return 1;
+}
+
+int WriteDefaultURL(const char* new_page, const char* default_url) {
+  if (new_page != nullptr && new_page[0] != '\0') return 1;
+  FilePtr in(std::fopen(lpWaisCfg, "r"));
+  if (!in) {
+    PrintMessage(kMsgNoCfg);
+    return 0;
+  }
+  std::string temp_name = WaisTempName();
+  FilePtr out(std::fopen(temp_name.c_str(), "w"));
+  if (!out) {
+    PrintMessage(kMsgNoTempFile);
+    return 0;
+  }
+  std::string raw;
+  bool line_open = false;  // the last piece copied did not end its line
+  while (ReadIndexLine(in.get(), &raw)) {
+    std::string_view line = StripLineEnd(raw);
+    if (KeysEqual(TrimEndView(FirstToken(line)), lpDefaultURL)) {
+      WriteLine(out.get(),
+                std::string(lpDefaultURL) + lpTS[1] + (default_url != nullptr ? default_url : ""));
+      line_open = false;
+    } else {
+      std::fwrite(raw.data(), 1, raw.size(), out.get());
+      line_open = raw.back() != '\n';
+    }
+  }
+  if (line_open) std::fputc('\n', out.get());
+  in.reset();
+  bool written = std::ferror(out.get()) == 0;
+  written = std::fclose(out.release()) == 0 && written;
+  if (!written || std::rename(temp_name.c_str(), lpWaisCfg) != 0) {
+    PrintMessage(kMsgNoDefaultURL);
+    return 0;
+  }
+  return 1;
+}
+
+int CreateSwishCfg(const char* wcf_path, const char* out_dir, const char* alias) {
+  FilePtr in(std::fopen(lpSwishCfg, "r"));
+  if (!in) {
+    PrintMessage(kMsgNoSwishTemplate);
+    return 0;
+  }
+  IndexField cfg_name;
+  GetSwishCFGName(cfg_name, wcf_path);
+  FilePtr out(std::fopen(cfg_name, "w"));
+  if (!out) {
+    VerbosePrintf(GetMessageStr(kMsgNoSwishCfg), cfg_name);
+    return 0;
+  }
+  std::string raw;
+  IndexField built;
+  while (ReadIndexLine(in.get(), &raw)) {
+    std::string_view line = StripLineEnd(raw);
+    std::string_view key = FirstToken(line);
+    if (key.empty()) continue;
+    if (KeysEqual(key, lpIndexDir)) {
+      SetIndexDir(built, out_dir, alias);
+      WriteLine(out.get(), built);
+    } else if (KeysEqual(key, lpIndexFile)) {
+      SetIndexFile(built, wcf_path);
+      WriteLine(out.get(), built);
+    } else {
+      WriteLine(out.get(), line);
+    }
+  }
+  return 1;
+}
+
+}  // namespace storegen
