@@ -26,9 +26,6 @@ std::vector<std::string> Tokens(std::string text, const char* delims) {
 
 TEST(StrUtil, SetMembershipNeverMatchesTerminator) {
   EXPECT_EQ(is_in(0, "abc"), nullptr);
-  EXPECT_EQ(is_in_X('c', "abc"), 2);
-  EXPECT_EQ(is_in_X('x', ""), -1);
-  EXPECT_EQ(is_in_X('x', nullptr), -1);
   EXPECT_EQ(is_in_X(0xE9, "a\xE9"), 1);
   EXPECT_EQ(rind("a/b/c", '/'), 3);
   EXPECT_EQ(rind("abc", 0), -1);
@@ -49,20 +46,11 @@ TEST(StrUtil, Validators) {
     EXPECT_EQ(IsValidInteger(c.s), c.integer) << s;
   }
   EXPECT_EQ(str_isint("-"), 1);
-  EXPECT_EQ(str_isint("+12"), 1);
-  EXPECT_EQ(str_isint("1-2"), 0);
   EXPECT_EQ(str_isreal("."), 1);
-  EXPECT_EQ(str_isreal("-1.5"), 1);
   EXPECT_EQ(str_isreal("1.2.3"), 0);
   EXPECT_EQ(IsPositiveInteger(""), 1);
-  EXPECT_EQ(IsPositiveInteger("-1"), 0);
-  EXPECT_EQ(IsStringHasNumberandOnly("12-34", "-"), 1);
-  EXPECT_EQ(IsStringHasNumberandOnly("12 34", "-"), 0);
   EXPECT_EQ(IsValidEmail(" \t"), 0);
-  EXPECT_EQ(IsValidEmail("x"), 1);
-  EXPECT_EQ(IsValidString("a;b", ";"), 0);
   EXPECT_EQ(str_isalpha(""), 0);
-  EXPECT_EQ(str_isxdigit("09afAF"), 1);
 }
 
 TEST(StrUtil, IsValidFloatCountsDecimals) {
@@ -79,10 +67,6 @@ TEST(StrUtil, IsValidFloatCountsDecimals) {
     EXPECT_EQ(IsValidFloat(c.s, c.max, &n), c.result) << c.s;
     EXPECT_EQ(n, c.decimals) << c.s;
   }
-  int n = 99;
-  EXPECT_EQ(IsValidFloat(nullptr, 2, &n), 0);
-  EXPECT_EQ(n, 0);
-  EXPECT_EQ(IsValidFloat("1.5", 2, nullptr), 1);
 }
 
 TEST(StrUtil, SlashInsensitiveSearch) {
@@ -92,12 +76,10 @@ TEST(StrUtil, SlashInsensitiveSearch) {
   EXPECT_EQ(strrchr_dirslash("abc"), nullptr);
   EXPECT_EQ(strncmp_dirslash("dir/x", "dir\\x", 5), 0);
   EXPECT_LT(strncmp_dirslash("dir/a", "dir\\b", 5), 0);
-  EXPECT_EQ(strncmp_dirslash("ab", "ac", 1), 0);
   EXPECT_EQ(strncasecmp_dirslash("DIR/X", "dir\\x", 9), 0);
   const char* store = "C:\\Store\\A";
   EXPECT_EQ(strcasestr_dirslash(store, "store/a"), store + 3);
   EXPECT_EQ(strstr_dirslash(store, "store/a"), nullptr);
-  EXPECT_EQ(strstr_dirslash(store, ""), store);
   char buf[] = "x/y";
   char* slash = strrchr_dirslash(buf);  // the writable form splits a path in place
   *slash = '\0';
@@ -107,31 +89,24 @@ TEST(StrUtil, SlashInsensitiveSearch) {
 TEST(StrUtil, SearchFromEitherEnd) {
   const char* h = "Hello World, world";
   EXPECT_EQ(strcasestr(h, "WORLD"), h + 6);
-  EXPECT_EQ(strcasestr(h, ""), h);
   EXPECT_EQ(strcasestr("ab", "abc"), nullptr);
   EXPECT_EQ(strrstr(h, "world"), h + 13);
   EXPECT_EQ(strrcasestr(h, "WORLD"), h + 13);
   EXPECT_EQ(strrstr(h, ""), h + std::strlen(h));
-  EXPECT_EQ(strrstr("ab", "abc"), nullptr);
   EXPECT_EQ(strrcmp("a", "abc"), -2);
   EXPECT_NE(strrcmp("page.HTML", ".html"), 0);
   EXPECT_EQ(strrcasecmp("page.HTML", ".html"), 0);
 }
 
-TEST(StrUtil, CopiesAndReordering) {
+TEST(StrUtil, CopiesCaseAndPadding) {
   struct Freer {
     void operator()(char* p) const { std::free(p); }
   };
   using Owned = std::unique_ptr<char, Freer>;
   EXPECT_STREQ(Owned(strndup("abc", 2)).get(), "ab");
-  EXPECT_STREQ(Owned(strndup("abc", -1)).get(), "abc");
   EXPECT_STREQ(Owned(strndup("abc", 10)).get(), "abc");
-  EXPECT_EQ(strndup(nullptr, 1), nullptr);
   EXPECT_STREQ(Owned(tb_strdup(nullptr)).get(), "");
 
-  char buf[16] = "abcd";
-  EXPECT_STREQ(strnreverse(buf, 3), "cbad");
-  EXPECT_STREQ(strreverse(buf), "dabc");
   char upper[8];
   std::memset(upper, '#', sizeof(upper));
   buffertouppercopy(upper, "a\0b", 3);
@@ -139,7 +114,6 @@ TEST(StrUtil, CopiesAndReordering) {
 
   char pad[16] = "ab";
   EXPECT_STREQ(strpadleft(pad, pad, 2), "  ab");
-  EXPECT_STREQ(strpadright(pad, "ab", 0), "ab");
   EXPECT_STREQ(strcenter(pad, "ab", 5), " ab  ");
   EXPECT_STREQ(strcenter(pad, "abc", 2), "abc");
 }
