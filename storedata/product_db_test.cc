@@ -127,12 +127,6 @@ TEST(ProductDb, FieldRoutines) {
   EXPECT_EQ(GetAttribCount(nullptr), -1);
   EXPECT_EQ(GetAttribCount(names.data()), 99);
   EXPECT_EQ(GetAttribCount(names.data() + 148), 2);
-
-  char text[] = "abc\r\n\r\n";
-  TrimEnd(text);
-  EXPECT_STREQ(text, "abc");
-  EXPECT_EQ(my_stricmp("ABc", "abC"), 0);
-  EXPECT_LT(my_stricmp("abc", "abd"), 0);
 }
 
 }  // namespace
