@@ -1,0 +1,67 @@
+// Store-management requests answered as CGI responses: a template set's
+// information page in a pop-up window, launching a generation run in the
+// background, whether a run is under way, and the report of a finished run.
+// Everything is written to standard output. Not reentrant.
+#ifndef STOREGEN_TEMPLATESET_MANAGEMENT_H_
+#define STOREGEN_TEMPLATESET_MANAGEMENT_H_
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace storegen {
+
+// Files of a static run, in the page generator's own directory. A run holds
+// lockf locks on both lock files; the companion is never removed, so runs
+// stay exclusive even after a refused run removed "pgstatus.pid".
+inline constexpr char kRunLockFile[] = "pgstatus.pid";
+inline constexpr char kRunLockCompanionFile[] = "pgstatus.lck";
+inline constexpr char kStatusLogFile[] = "pgstatus.log";
+// The information directory below the HTML root.
+inline constexpr char kInfoDirName[] = "tb_infodir";
+
+// Shows the information page of template set |set_name|: copies the set's
+// InfoPage (and the pictures it shows) into the HTML root's "tb_infodir" and
+// answers with a script that opens the copy in a pop-up window. The template
+// root is |store_cfg|'s PageGenTemplateDir, else |default_dir|, cut after its
+// last separator. Returns 0 (nothing written) for an empty name, 0 after
+// message 3002 or 18009 when the page cannot be copied, else 1 (also when the
+// set does not load or has no InfoPage: then only the content type is
+// written). The HTML root and alias come from the CGI variables.
+// Restores the current directory on every path.
+int PG_TpltDisplayInfoPage(const char* set_name, const char* default_dir, const char* store_cfg);
+// The same with the HTML root and its URL alias given; an empty |html_root|
+// makes the page impossible to copy (message 3002).
+int PG_TpltDisplayInfoPageAt(const char* set_name, const char* default_dir, const char* store_cfg,
+                             const char* html_root, const char* html_alias);
+
+// Splits |command_line| at blanks into at most 100 words (the first is the
+// program path) and runs it with PG_LaunchAndForgetArgv.
+[[noreturn]] void PG_LaunchAndForget(const char* command_line);
+// Flushes standard output and error, closes standard input, output and error
+// (so that the web server sees a complete response; they are reopened on
+// /dev/null), forks, and ends this process with status 0. The child, in a
+// session of its own, executes argv[0] with |argv|; when it cannot, it ends
+// with status 0 too.
+[[noreturn]] void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv);
+
+// Whether a generation run is under way, judged by the run's locks in the
+// current directory (taken with openlock, mode 0644, no waiting): 1 when
+// either cannot be taken, 2 when both can (they are released at once).
+int PG_ExecutionStatus();
+
+// Writes the body of the report of a finished run with result |rc|: the
+// success heading and a link to the store (address from |store_cfg|'s
+// NonSecureDomain and |html_path|), or the failure text with the code's
+// explanation (the heading first when |detail| is set); then a table with
+// the -18 and -19 rows of |problems|, lines "text<TAB>code".
+void PG_PrintGenError(int rc, int detail, const char* problems, const char* html_path,
+                      const char* store_cfg);
+
+// The clock of the "?seconds" stamps that keep browsers from showing a cached
+// copy; null restores time(). For tests.
+void SetManagementClockForTesting(std::time_t (*clock)());
+
+}  // namespace storegen
+
+#endif  // STOREGEN_TEMPLATESET_MANAGEMENT_H_
