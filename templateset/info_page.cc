@@ -67,10 +67,9 @@ std::size_t LastDirSlash(std::string_view path) {
   return path.find_last_of("/\\");
 }
 
-// The directory the template sets live in: the store's PageGenTemplateDir
-// (with a separator appended), else |default_dir|, cut after its last
-// separator; "./" when there is none.
-std::string TemplateRoot(const char* default_dir, const char* store_cfg) {
+}  // namespace
+
+std::string PG_TpltTemplateRoot(const char* default_dir, const char* store_cfg) {
   char buf[256] = "";
   std::string root;
   if (store_cfg != nullptr && GetConfigItem(store_cfg, "PageGenTemplateDir", buf, sizeof buf, 0) == 1 &&
@@ -85,6 +84,8 @@ std::string TemplateRoot(const char* default_dir, const char* store_cfg) {
   root.resize(slash + 1);
   return root;
 }
+
+namespace {
 
 bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n';
@@ -262,7 +263,7 @@ int PG_TpltDisplayInfoPageAt(const char* set_name, const char* default_dir, cons
   if (set_name == nullptr || *set_name == '\0') return 0;
   std::fputs("Content-type: text/html\n\n", stdout);
   DirKeeper back;
-  std::string root = TemplateRoot(default_dir, store_cfg);
+  std::string root = PG_TpltTemplateRoot(default_dir, store_cfg);
   if (chdir(root.c_str()) != 0) return 1;
   std::unique_ptr<TemplateSet, SetReleaser> set(
       PG_InitTemplateSet((std::string(set_name) + ".cfg").c_str()));

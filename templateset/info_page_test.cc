@@ -123,6 +123,7 @@ TEST_F(InfoPageTest, ReportsAPageThatCannotBeReadOrWritten) {
             "shown: basic/info.html could not be read. Check the InfoPage line of the template "
             "set's configuration file.\n");
   WriteFile(templates_ + "basic/info.html", "<P>Info</P>");
+  testing::RemoveTree(www_ + "/tb_infodir");
   WriteFile(www_ + "/tb_infodir", "a file where the directory should be");
   EXPECT_EQ(Show("basic", 0), "Content-type: text/html\n\nCould not create the file " + www_ +
                                   "/tb_infodir/info.html. Check that its directory exists and "

@@ -20,11 +20,15 @@ inline constexpr char kStatusLogFile[] = "pgstatus.log";
 // The information directory below the HTML root.
 inline constexpr char kInfoDirName[] = "tb_infodir";
 
+// The directory that holds the template sets: |store_cfg|'s
+// PageGenTemplateDir (a separator appended), else |default_dir|; cut after
+// its last separator, "./" when it has none. Either argument may be null.
+std::string PG_TpltTemplateRoot(const char* default_dir, const char* store_cfg);
+
 // Shows the information page of template set |set_name|: copies the set's
 // InfoPage (and the pictures it shows) into the HTML root's "tb_infodir" and
-// answers with a script that opens the copy in a pop-up window. The template
-// root is |store_cfg|'s PageGenTemplateDir, else |default_dir|, cut after its
-// last separator. Returns 0 (nothing written) for an empty name, 0 after
+// answers with a script that opens the copy in a pop-up window; the set is
+// looked for in PG_TpltTemplateRoot(default_dir, store_cfg). Returns 0 (nothing written) for an empty name, 0 after
 // message 3002 or 18009 when the page cannot be copied, else 1 (also when the
 // set does not load or has no InfoPage: then only the content type is
 // written). The HTML root and alias come from the CGI variables.

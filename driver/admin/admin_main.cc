@@ -1,0 +1,360 @@
+#include "driver/admin/admin_main.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cgisupport/cgi_pages.h"
+#include "cgisupport/config_file.h"
+#include "cgisupport/form_decode.h"
+#include "driver/admin/admin_config.h"
+#include "templateset/management.h"
+
+namespace storegen {
+namespace {
+
+constexpr int kMaxEntries = 16;
+constexpr std::size_t kMaxNameLength = 64;
+constexpr std::streamsize kMaxLogSize = 1 << 20;  // more than any run report holds
+
+// The decoded request; frees its entries.
+class Request {
+ public:
+  Request() { std::memset(entries_, 0, sizeof entries_); }
+  ~Request() { FreeFormEntries(entries_, kMaxEntries); }
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
+
+  FormEntry* entries() { return entries_; }
+  void set_count(int count) { count_ = count; }
+  bool is_post() const { return post_; }
+  void set_post(bool post) { post_ = post; }
+
+  // The value of parameter |name|, null when the request has none.
+  const char* Get(const char* name) {
+    FormEntry* e = GetEntryPtr(entries_, count_, name);
+    return e != nullptr ? e->value : nullptr;
+  }
+
+ private:
+  FormEntry entries_[kMaxEntries];
+  int count_ = 0;
+  bool post_ = false;
+};
+
+std::string HtmlEscape(std::string_view text) {
+  std::string out;
+  for (char c : text) {
+    switch (c) {
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '&':
+        out += "&amp;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}
+
+bool IsRegularFile(const std::string& path) {
+  struct stat st;
+  return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+void BeginPage(const char* title, const char* head_extra = "") {
+  std::printf(
+      "Content-type: text/html\n\n<HTML><HEAD><TITLE>%s</TITLE>%s</HEAD>\n<BODY>\n<H1>%s</H1>\n",
+      title, head_extra, title);
+}
+
+void EndPage() {
+  std::fputs("</BODY></HTML>\n", stdout);
+}
+
+// A link to the status report, for a store when one is known.
+std::string StatusLink(const std::string& store) {
+  std::string href = "?action=status";
+  if (!store.empty()) href += "&amp;store=" + store;
+  return "<P><A HREF=\"" + href + "\">Show how the last generation run ended</A></P>\n";
+}
+
+class Admin {
+ public:
+  Admin(const AdminConfig& config, Request& request)
+      : config_(config),
+        request_(request),
+        mail_(config.admin_mail.empty() ? nullptr : config.admin_mail.c_str()) {}
+
+  int Run() {
+    const char* action = request_.Get(kActionParam);
+    if (action == nullptr) {
+      Error("Incomplete request", "The request names no action.", kActionHelp);
+    } else if (std::strcmp(action, "info") == 0) {
+      ShowInfo();
+    } else if (std::strcmp(action, "generate") == 0) {
+      Generate();
+    } else if (std::strcmp(action, "status") == 0) {
+      Status();
+    } else {
+      Error("Unknown request", "The request names an action this program does not know.",
+            kActionHelp);
+    }
+    return 0;
+  }
+
+ private:
+  static constexpr const char* kActionHelp =
+      "Use action=info (with set=), action=generate (with store=, as a POST request) or "
+      "action=status.";
+
+  void Error(const char* title, const char* message, const char* detail = nullptr) {
+    ReportError(title, message, detail, nullptr, mail_);
+  }
+
+  // Looks up the store the request names (a |required| one or not): its
+  // name and configuration file. Returns false after an error page; |cfg|
+  // stays empty when no store was named.
+  bool StoreConfig(bool required, std::string* name, std::string* cfg) {
+    const char* value = request_.Get(kStoreParam);
+    if (value == nullptr || *value == '\0') {
+      if (!required) return true;
+      Error("Incomplete request", "The request must name a store (store=).");
+      return false;
+    }
+    if (!IsValidAdminName(value)) {
+      Error("Invalid store name",
+            "A store name may only hold letters, digits, '.', '-' and '_', and may not begin "
+            "with '.'.");
+      return false;
+    }
+    std::string path = config_.store_dir + "/" + value + ".cfg";
+    if (!IsRegularFile(path)) {
+      ReportError("Unknown store", "No store of this name is configured:", "%s", value, mail_);
+      return false;
+    }
+    *name = value;
+    *cfg = path;
+    return true;
+  }
+
+  // Changes into the page generator's directory, where its run lock and
+  // status log live. False after an error page.
+  bool EnterGeneratorDir() {
+    std::string dir = config_.storegen.substr(0, config_.storegen.find_last_of('/') + 1);
+    if (!dir.empty() && chdir(dir.c_str()) == 0) return true;
+    Error("Page generator not found",
+          "The directory of the page generator (StoregenProgram) cannot be entered.");
+    return false;
+  }
+
+  void ShowInfo() {
+    const char* set = request_.Get(kSetParam);
+    if (set == nullptr || *set == '\0') {
+      Error("Incomplete request", "The request must name a template set (set=).");
+      return;
+    }
+    if (!IsValidAdminName(set)) {
+      Error("Invalid template set name",
+            "A template set name may only hold letters, digits, '.', '-' and '_', and may not "
+            "begin with '.'.");
+      return;
+    }
+    std::string store;
+    std::string store_cfg;
+    if (!StoreConfig(false, &store, &store_cfg)) return;
+    const char* cfg = store_cfg.empty() ? nullptr : store_cfg.c_str();
+    std::string default_dir = config_.template_dir + "/";
+    if (!IsRegularFile(PG_TpltTemplateRoot(default_dir.c_str(), cfg) + set + ".cfg")) {
+      ReportError("Unknown template set", "No template set of this name is installed:", "%s",
+                  set, mail_);
+      return;
+    }
+    if (config_.html_root.empty()) {
+      PG_TpltDisplayInfoPage(set, default_dir.c_str(), cfg);
+    } else {
+      PG_TpltDisplayInfoPageAt(set, default_dir.c_str(), cfg, config_.html_root.c_str(),
+                               config_.html_alias.c_str());
+    }
+  }
+
+  void Generate() {
+    if (!request_.is_post()) {
+      const char* raw = std::getenv("REQUEST_METHOD");
+      std::string method = HtmlEscape(raw != nullptr ? raw : "");
+      RequestMethodError(method.c_str());
+      return;
+    }
+    std::string store;
+    std::string store_cfg;
+    if (!StoreConfig(true, &store, &store_cfg)) return;
+    if (access(config_.storegen.c_str(), X_OK) != 0) {
+      Error("Page generator not found",
+            "The page generator (StoregenProgram) cannot be run, so no generation was started.");
+      return;
+    }
+    if (!EnterGeneratorDir()) return;
+    if (PG_ExecutionStatus() == 1) {
+      BeginPage("Generation already running");
+      std::printf(
+          "<P>A generation run is already under way, so no new run was started. Wait until it "
+          "has finished, then start the generation again if it is still needed.</P>\n%s",
+          StatusLink(store).c_str());
+      EndPage();
+      return;
+    }
+    std::vector<std::string> argv = {config_.storegen, "-b"};
+    if (!config_.html_root.empty()) {
+      argv.insert(argv.end(), {"-o", config_.html_root});
+      // The output root is given; the web server's variables must not
+      // override it.
+      unsetenv("PATH_INFO");
+      unsetenv("PATH_TRANSLATED");
+    }
+    if (!config_.html_alias.empty()) argv.insert(argv.end(), {"-a", config_.html_alias});
+    argv.insert(argv.end(), {"-c", store_cfg});
+    // The previous run's report goes, so that the status page cannot show it
+    // as this run's outcome.
+    std::remove(kStatusLogFile);
+    BeginPage("Generation started");
+    std::printf(
+        "<P>The pages of store <B>%s</B> are being generated in the background. A large store "
+        "may take several minutes.</P>\n%s",
+        store.c_str(), StatusLink(store).c_str());
+    EndPage();
+    PG_LaunchAndForgetArgv(argv);
+  }
+
+  void Status() {
+    std::string store;
+    std::string store_cfg;
+    if (!StoreConfig(false, &store, &store_cfg)) return;
+    if (!EnterGeneratorDir()) return;
+    if (PG_ExecutionStatus() == 1) {
+      BeginPage("Generation running", "<META HTTP-EQUIV=\"refresh\" CONTENT=\"10\">");
+      std::fputs(
+          "<P>A generation run is under way. This page looks again every ten seconds.</P>\n",
+          stdout);
+      EndPage();
+      return;
+    }
+    std::string log;
+    std::ifstream in(kStatusLogFile, std::ios::binary);
+    if (in) {
+      log.resize(kMaxLogSize);
+      in.read(log.data(), kMaxLogSize);
+      log.resize(static_cast<std::size_t>(in.gcount()));
+    }
+    std::size_t at = log.rfind("ReturnCode=");
+    if (at == std::string::npos) {
+      BeginPage("No generation report");
+      std::fputs(
+          "<P>No generation run has finished since the last one was started here, so there is "
+          "nothing to report yet.</P>\n",
+          stdout);
+      EndPage();
+      return;
+    }
+    int rc = std::atoi(log.c_str() + at + std::strlen("ReturnCode="));
+    char html_path[256] = "";
+    if (!store_cfg.empty()) {
+      GetConfigItem(store_cfg.c_str(), "StoreDir", html_path, sizeof html_path, 0);
+    }
+    int detail = log.find('\t') != std::string::npos ? 1 : 0;
+    BeginPage("Last generation run");
+    PG_PrintGenError(rc, detail, log.c_str(), html_path,
+                     store_cfg.empty() ? nullptr : store_cfg.c_str());
+    EndPage();
+  }
+
+  const AdminConfig& config_;
+  Request& request_;
+  const char* mail_;
+};
+
+// Decodes the request; false after an error page.
+bool DecodeRequest(Request* request, const char* mail) {
+  const char* method = std::getenv("REQUEST_METHOD");
+  int count;
+  if (method != nullptr && std::strcmp(method, "POST") == 0) {
+    request->set_post(true);
+    count = GetFormEntries(request->entries(), kMaxEntries);
+    if (count == -2) {
+      std::string type = HtmlEscape(std::getenv("CONTENT_TYPE") ? std::getenv("CONTENT_TYPE") : "");
+      ContentTypeError(type.c_str());
+      return false;
+    }
+    if (count == -3) {
+      ContentLengthError();
+      return false;
+    }
+  } else if (method != nullptr && std::strcmp(method, "GET") == 0) {
+    count = GetEncodedEntries(request->entries(), kMaxEntries);
+  } else {
+    std::string escaped = HtmlEscape(method != nullptr ? method : "");
+    RequestMethodError(escaped.c_str());
+    return false;
+  }
+  if (count < 0) {
+    ReportError("Bad request", "The request holds more fields than this program accepts.",
+                nullptr, nullptr, mail);
+    return false;
+  }
+  request->set_count(count);
+  return true;
+}
+
+}  // namespace
+
+bool IsValidAdminName(std::string_view name) {
+  if (name.empty() || name.size() > kMaxNameLength || name.front() == '.') return false;
+  for (char c : name) {
+    bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+              c == '.' || c == '-' || c == '_';
+    if (!ok) return false;
+  }
+  return name.find("..") == std::string_view::npos;
+}
+
+int AdminMain(int argc, char** argv) {
+  std::string program_dir;
+  if (argc > 0 && argv[0] != nullptr) {
+    std::string self = argv[0];
+    std::size_t slash = self.find_last_of('/');
+    if (slash != std::string::npos) program_dir = self.substr(0, slash + 1);
+  }
+  const char* env = std::getenv(kAdminConfigEnv);
+  std::string config_path = env != nullptr && *env != '\0' ? env : program_dir + kAdminConfigName;
+  AdminConfig config;
+  std::string error;
+  if (!LoadAdminConfig(config_path, &config, &error)) {
+    std::string detail = HtmlEscape(error);
+    ReportError("storegen-admin is not configured",
+                "The management program cannot use its configuration file:", "%s", detail.c_str(),
+                nullptr);
+    return 0;
+  }
+  Request request;
+  if (!DecodeRequest(&request, config.admin_mail.empty() ? nullptr : config.admin_mail.c_str())) {
+    return 0;
+  }
+  return Admin(config, request).Run();
+}
+
+}  // namespace storegen
