@@ -91,8 +91,8 @@ class ProblemTable {
         }
       } else {
         std::printf("<TR><TD><B>%s:</B> %.*s</TD><TD>%s</TD></TR>\n",
-                    GetAdminMessage(kMsgPictureRowLabel), static_cast<int>(text.size()), text.data(),
-                    GetAdminMessage(picture_));
+                    GetAdminMessage(kMsgPictureRowLabel), static_cast<int>(text.size()),
+                    text.data(), GetAdminMessage(picture_));
         picture_ = kMsgPictureRowExplanation;
       }
     }
@@ -131,7 +131,8 @@ void PG_LaunchAndForget(const char* command_line) {
 
 void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv) {
   std::vector<char*> args;
-  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  for (const std::string& a : argv)
+    args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
   // The web server takes the response as complete once these are closed.
   std::fflush(stdout);

@@ -76,8 +76,7 @@ TEST(PrintGenError, SuccessLinksToTheStore) {
     EXPECT_EQ(Report(0, 1, "", c.html_path, c.cfg.c_str()),
               std::string("<CENTER>\n<B>The store's pages were generated successfully.</B>\n"
                           "<P><A HREF=\"") +
-                  c.address +
-                  "\">Visit the store</A>\n<P><TABLE BORDER=1>\n</TABLE>\n</CENTER>\n")
+                  c.address + "\">Visit the store</A>\n<P><TABLE BORDER=1>\n</TABLE>\n</CENTER>\n")
         << c.html_path << " " << c.cfg;
   }
 }
@@ -93,8 +92,8 @@ TEST(PrintGenError, FailureExplainsTheCode) {
 }
 
 TEST(PrintGenError, ProblemRows) {
-  const std::string tag_row = std::string("</TD><TD>") + GetAdminMessage(kMsgTagRowExplanation) +
-                              "</TD></TR>\n";
+  const std::string tag_row =
+      std::string("</TD><TD>") + GetAdminMessage(kMsgTagRowExplanation) + "</TD></TR>\n";
   const std::string graphic = GetAdminMessage(kMsgGraphicRowExplanation);
   const std::string thumbnail = GetAdminMessage(kMsgThumbnailRowExplanation);
   const std::string picture = GetAdminMessage(kMsgPictureRowExplanation);
@@ -189,10 +188,11 @@ TEST(ExecutionStatus, EitherRunLockMeansARunIsUnderWay) {
 TEST(LaunchAndForget, AnswersAtOnceAndRunsTheProgramDetached) {
   ScopedTempDir dir;
   std::string script = dir.Path("prog.sh");
-  WriteFile(script,
-            "#!/bin/sh\necho \"$@\" > \"$1/args.tmp\" && mv \"$1/args.tmp\" \"$1/args\"\n"
-            "i=0; while [ ! -e \"$1/release\" ] && [ $i -lt 600 ]; do sleep 0.05; i=$((i+1)); done\n"
-            "echo done > \"$1/done\"\n");
+  WriteFile(
+      script,
+      "#!/bin/sh\necho \"$@\" > \"$1/args.tmp\" && mv \"$1/args.tmp\" \"$1/args\"\n"
+      "i=0; while [ ! -e \"$1/release\" ] && [ $i -lt 600 ]; do sleep 0.05; i=$((i+1)); done\n"
+      "echo done > \"$1/done\"\n");
   chmod(script.c_str(), 0755);
   int out[2];
   ASSERT_EQ(pipe(out), 0);
@@ -210,7 +210,8 @@ TEST(LaunchAndForget, AnswersAtOnceAndRunsTheProgramDetached) {
   std::string response;
   char buf[256];
   ssize_t n;
-  while ((n = read(out[0], buf, sizeof buf)) > 0) response.append(buf, n);
+  while ((n = read(out[0], buf, sizeof buf)) > 0)
+    response.append(buf, n);
   close(out[0]);
   int status = -1;
   ASSERT_EQ(waitpid(pid, &status, 0), pid);

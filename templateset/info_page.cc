@@ -72,8 +72,8 @@ std::size_t LastDirSlash(std::string_view path) {
 std::string PG_TpltTemplateRoot(const char* default_dir, const char* store_cfg) {
   char buf[256] = "";
   std::string root;
-  if (store_cfg != nullptr && GetConfigItem(store_cfg, "PageGenTemplateDir", buf, sizeof buf, 0) == 1 &&
-      buf[0] != '\0') {
+  if (store_cfg != nullptr &&
+      GetConfigItem(store_cfg, "PageGenTemplateDir", buf, sizeof buf, 0) == 1 && buf[0] != '\0') {
     root = buf;
     if (!EndsWithDirSlash(root)) root += '/';
   } else if (default_dir != nullptr) {
@@ -118,7 +118,8 @@ bool HasParentSegment(std::string_view path) {
 // current one) to the same relative path below |info_dir|.
 void CopyPicture(std::string_view value, const std::string& info_dir) {
   std::string_view relative = value;
-  while (!relative.empty() && IsDirSlash(relative.front())) relative.remove_prefix(1);
+  while (!relative.empty() && IsDirSlash(relative.front()))
+    relative.remove_prefix(1);
   std::string target = info_dir + "/" + std::string(relative);
   bool copied = false;
   if (!relative.empty() && !HasParentSegment(relative)) {
@@ -137,10 +138,12 @@ std::size_t FindAttributeValue(std::string_view tag, std::string_view name) {
       continue;
     }
     std::size_t p = at + name.size();
-    while (p < tag.size() && IsBlank(tag[p])) ++p;
+    while (p < tag.size() && IsBlank(tag[p]))
+      ++p;
     if (p >= tag.size() || tag[p] != '=') continue;
     ++p;
-    while (p < tag.size() && IsBlank(tag[p])) ++p;
+    while (p < tag.size() && IsBlank(tag[p]))
+      ++p;
     return p;
   }
   return std::string_view::npos;
@@ -173,7 +176,8 @@ std::string RewriteTag(const std::string& tag, const PageContext& ctx) {
     if (end == std::string::npos) end = tag.size() - 1;  // up to the closing '>'
   } else {
     end = p;
-    while (end < tag.size() && !IsBlank(tag[end]) && tag[end] != '>') ++end;
+    while (end < tag.size() && !IsBlank(tag[end]) && tag[end] != '>')
+      ++end;
   }
   std::string_view value = std::string_view(tag).substr(start, end - start);
   if (value.empty() || IsExternal(value)) return tag;
@@ -273,7 +277,8 @@ int PG_TpltDisplayInfoPageAt(const char* set_name, const char* default_dir, cons
   if (html_root != nullptr && *html_root != '\0') {
     info_dir = html_root;
     if (!IsDirSlash(info_dir.front())) info_dir = back.dir() + "/" + info_dir;
-    while (info_dir.size() > 1 && IsDirSlash(info_dir.back())) info_dir.pop_back();
+    while (info_dir.size() > 1 && IsDirSlash(info_dir.back()))
+      info_dir.pop_back();
     info_dir += '/';
     info_dir += kInfoDirName;
     tb_mkdir(info_dir.c_str(), 0755);
@@ -283,7 +288,8 @@ int PG_TpltDisplayInfoPageAt(const char* set_name, const char* default_dir, cons
   const std::string& page = set->info_page;
   std::size_t slash = LastDirSlash(page);
   std::string page_name = slash == std::string::npos ? page : page.substr(slash + 1);
-  std::string target = (info_dir.empty() ? std::string("/") + kInfoDirName : info_dir) + "/" + page_name;
+  std::string target =
+      (info_dir.empty() ? std::string("/") + kInfoDirName : info_dir) + "/" + page_name;
   File in(std::fopen(page.c_str(), "rb"));
   if (!in) {
     set.reset();

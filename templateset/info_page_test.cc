@@ -93,15 +93,16 @@ TEST_F(InfoPageTest, LongTagsAndCommentsPassThroughUnchanged) {
 }
 
 TEST_F(InfoPageTest, PicturesThatCannotBeCopiedAreReported) {
-  WriteFile(templates_ + "basic/info.html",
-            "<IMG SRC=\"missing.gif\"><IMG SRC=\"../basic.cfg\">");
+  WriteFile(templates_ + "basic/info.html", "<IMG SRC=\"missing.gif\"><IMG SRC=\"../basic.cfg\">");
   std::string out = Show("basic", 1);
   std::string infodir = www_ + "/tb_infodir/";
   EXPECT_EQ(out, "Content-type: text/html\n\nCould not create the file " + infodir +
                      "missing.gif. Check that its directory exists and that the web server's "
-                     "user may write to it.\nCould not create the file " + infodir +
+                     "user may write to it.\nCould not create the file " +
+                     infodir +
                      "../basic.cfg. Check that its directory exists and that the web server's "
-                     "user may write to it.\n" + kScript);
+                     "user may write to it.\n" +
+                     kScript);
   EXPECT_FALSE(FileExists(www_ + "/basic.cfg"));
   EXPECT_EQ(ReadFile(infodir + "info.html"),
             "<IMG SRC=\"/store/tb_infodir/missing.gif?1234567890\">"
@@ -139,9 +140,9 @@ TEST_F(InfoPageTest, TemplateRootComesFromTheStoreConfiguration) {
   WriteFile(cfg, "PageGenTemplateDir\t" + dir_.Path("templates") + "\n");
   std::string before = std::filesystem::current_path().string();
   ::testing::internal::CaptureStdout();
-  EXPECT_EQ(PG_TpltDisplayInfoPageAt("basic", "/nowhere/storegen", cfg.c_str(), www_.c_str(),
-                                     "/store"),
-            1);
+  EXPECT_EQ(
+      PG_TpltDisplayInfoPageAt("basic", "/nowhere/storegen", cfg.c_str(), www_.c_str(), "/store"),
+      1);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(),
             std::string("Content-type: text/html\n\n") + kScript);
   ::testing::internal::CaptureStdout();

@@ -17,8 +17,9 @@ namespace storegen {
 namespace {
 
 // The key word of each kind, index kind - 1; also the key of its entries.
-constexpr const char* kKindWords[] = {"ProductPage", "SitePage",    "ShopHomePage",      "SearchPage",
-                                      "DefaultProductPage", "TillboxPage", "SecureFile"};
+constexpr const char* kKindWords[] = {"ProductPage", "SitePage",           "ShopHomePage",
+                                      "SearchPage",  "DefaultProductPage", "TillboxPage",
+                                      "SecureFile"};
 
 bool KindInRange(int kind) {
   return kind >= kKindProductPage && kind <= kKindSecureFile;
@@ -68,7 +69,8 @@ TemplateNode ParseEntryValue(std::string_view value) {
   std::string* fields[] = {&node.display_name, &node.template_file, &node.output_file};
   std::size_t pos = 0;
   for (int field = 0; field < 4; ++field) {
-    while (pos < value.size() && value[pos] == ';') ++pos;
+    while (pos < value.size() && value[pos] == ';')
+      ++pos;
     if (pos >= value.size()) break;
     std::size_t end = value.find(';', pos);
     if (end == std::string_view::npos) end = value.size();
@@ -149,7 +151,7 @@ void ApplyKey(TemplateSet& set, const char* name, const char* value) {
     TemplateList TemplateSet::*list;
   };
   static constexpr PrefixKey kPrefix[] = {
-      {"ProductPage", &TemplateSet::product_pages},  {"SitePage", &TemplateSet::site_pages},
+      {"ProductPage", &TemplateSet::product_pages},    {"SitePage", &TemplateSet::site_pages},
       {"ShopHomePage", &TemplateSet::shop_home_pages}, {"TillboxPage", &TemplateSet::cart_pages},
       {"SecureFile", &TemplateSet::secure_files},
   };
@@ -177,7 +179,7 @@ TemplateSet* PG_InitTemplateSet(const char* path) {
   struct stat st;
   if (stat(path, &st) != 0 || S_ISDIR(st.st_mode) || st.st_size == 0) return nullptr;
   std::unique_ptr<ConfigItemList, void (*)(ConfigItemList*)> list(CIL_CreateListFromFile(path),
-                                                                   &CIL_FreeList);
+                                                                  &CIL_FreeList);
   if (!list || CIL_IsListEmpty(list.get())) return nullptr;
 
   auto set = std::make_unique<TemplateSet>();

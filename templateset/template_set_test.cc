@@ -172,8 +172,8 @@ TEST_F(LookupTest, DisplayNameReferences) {
     char buf[32];
     std::memset(buf, '#', sizeof buf);
     int got = PG_TpltGetDisplayName(set_.get(), c.reference, buf, sizeof buf, c.kind);
-    std::string label = std::string(c.reference ? c.reference : "(null)") + " kind " +
-                        std::to_string(c.kind);
+    std::string label =
+        std::string(c.reference ? c.reference : "(null)") + " kind " + std::to_string(c.kind);
     EXPECT_EQ(got, c.result) << label;
     if (c.name != nullptr) {
       EXPECT_STREQ(buf, c.name) << label;
@@ -256,8 +256,8 @@ TEST_F(LookupTest, CopyExclusionMatchesWholeTokens) {
   const struct {
     const char* dir;
     int excluded;
-  } cases[] = {{"images", 1}, {"cgi-bin", 1}, {"Images", 0}, {"image", 0},
-               {"images;cgi-bin", 0}, {"", 0}, {nullptr, 0}};
+  } cases[] = {{"images", 1},         {"cgi-bin", 1}, {"Images", 0}, {"image", 0},
+               {"images;cgi-bin", 0}, {"", 0},        {nullptr, 0}};
   for (const auto& c : cases) {
     EXPECT_EQ(PG_TpltIsDirCopyExcluded(set_.get(), c.dir), c.excluded) << (c.dir ? c.dir : "null");
   }

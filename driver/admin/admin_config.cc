@@ -25,7 +25,8 @@ std::string Item(const std::string& file, const char* key) {
 std::string Absolute(std::string path, const std::string& base) {
   if (path.empty()) return path;
   if (path.front() != '/') path = base + path;
-  while (path.size() > 1 && IsDirSlash(path.back())) path.pop_back();
+  while (path.size() > 1 && IsDirSlash(path.back()))
+    path.pop_back();
   return path;
 }
 

@@ -182,8 +182,8 @@ class Admin {
     const char* cfg = store_cfg.empty() ? nullptr : store_cfg.c_str();
     std::string default_dir = config_.template_dir + "/";
     if (!IsRegularFile(PG_TpltTemplateRoot(default_dir.c_str(), cfg) + set + ".cfg")) {
-      ReportError("Unknown template set", "No template set of this name is installed:", "%s",
-                  set, mail_);
+      ReportError("Unknown template set", "No template set of this name is installed:", "%s", set,
+                  mail_);
       return;
     }
     if (config_.html_root.empty()) {
@@ -248,9 +248,8 @@ class Admin {
     if (!EnterGeneratorDir()) return;
     if (PG_ExecutionStatus() == 1) {
       BeginPage("Generation running", "<META HTTP-EQUIV=\"refresh\" CONTENT=\"10\">");
-      std::fputs(
-          "<P>A generation run is under way. This page looks again every ten seconds.</P>\n",
-          stdout);
+      std::fputs("<P>A generation run is under way. This page looks again every ten seconds.</P>\n",
+                 stdout);
       EndPage();
       return;
     }
@@ -312,8 +311,8 @@ bool DecodeRequest(Request* request, const char* mail) {
     return false;
   }
   if (count < 0) {
-    ReportError("Bad request", "The request holds more fields than this program accepts.",
-                nullptr, nullptr, mail);
+    ReportError("Bad request", "The request holds more fields than this program accepts.", nullptr,
+                nullptr, mail);
     return false;
   }
   request->set_count(count);

@@ -61,8 +61,9 @@ class AdminTest : public ::testing::Test {
   RunResult Run(const Cgi& cgi) {
     RunOptions options;
     options.cwd = dir_.Path("cgi");
-    options.unset_env = {"REQUEST_METHOD", "QUERY_STRING", "CONTENT_TYPE", "CONTENT_LENGTH",
-                         "PATH_INFO",      "PATH_TRANSLATED", "STOREGEN_ADMIN_CONFIG"};
+    options.unset_env = {"REQUEST_METHOD",       "QUERY_STRING", "CONTENT_TYPE",
+                         "CONTENT_LENGTH",       "PATH_INFO",    "PATH_TRANSLATED",
+                         "STOREGEN_ADMIN_CONFIG"};
     if (cgi.method != nullptr) options.set_env["REQUEST_METHOD"] = cgi.method;
     if (!cgi.query.empty()) options.set_env["QUERY_STRING"] = cgi.query;
     if (cgi.method != nullptr && std::string(cgi.method) == "POST") {
@@ -83,8 +84,7 @@ class AdminTest : public ::testing::Test {
   ScopedTempDir dir_;
 };
 
-std::string Page(const std::string& title, const std::string& body,
-                 const std::string& head = "") {
+std::string Page(const std::string& title, const std::string& body, const std::string& head = "") {
   return "Content-type: text/html\n\n<HTML><HEAD><TITLE>" + title + "</TITLE>" + head +
          "</HEAD>\n<BODY>\n<H1>" + title + "</H1>\n" + body + "</BODY></HTML>\n";
 }
@@ -93,8 +93,8 @@ TEST(AdminNames, OnlyPlainNamesAreAccepted) {
   for (const char* ok : {"acme", "Acme-2", "my_store.v2", "a"}) {
     EXPECT_TRUE(IsValidAdminName(ok)) << ok;
   }
-  for (const char* bad : {"", ".", "..", ".hidden", "a..b", "../acme", "a/b", "a\\b", "/etc",
-                          "a b", "a;b", "a|b", "$(id)", "`id`", "a&b", "a\nb"}) {
+  for (const char* bad : {"", ".", "..", ".hidden", "a..b", "../acme", "a/b", "a\\b", "/etc", "a b",
+                          "a;b", "a|b", "$(id)", "`id`", "a&b", "a\nb"}) {
     EXPECT_FALSE(IsValidAdminName(bad)) << bad;
   }
   EXPECT_FALSE(IsValidAdminName(std::string(65, 'a')));
@@ -102,32 +102,32 @@ TEST(AdminNames, OnlyPlainNamesAreAccepted) {
 
 TEST_F(AdminTest, MalformedRequestsGetTheErrorPages) {
   std::string many;
-  for (int i = 0; i < 20; ++i) many += "f" + std::to_string(i) + "=1&";
+  for (int i = 0; i < 20; ++i)
+    many += "f" + std::to_string(i) + "=1&";
   const struct {
     Cgi cgi;
     const char* title;
   } cases[] = {
-      {{nullptr, "action=status"}, "Bad Script Referencing Method; REQUEST_METHOD"},
-      {{"PUT", "action=status"}, "Bad Script Referencing Method; REQUEST_METHOD"},
+      {{nullptr, "action=status", ""}, "Bad Script Referencing Method; REQUEST_METHOD"},
+      {{"PUT", "action=status", ""}, "Bad Script Referencing Method; REQUEST_METHOD"},
       {{"POST", "", "action=status", "text/plain"}, "Bad Content Type; CONTENT_TYPE"},
       {{"POST", "", "action=status", nullptr}, "Bad Content Type; CONTENT_TYPE"},
       {{"POST", "", "action=status", "application/x-www-form-urlencoded", false},
        "Missing Content Length"},
-      {{"GET", "action=generate&store=acme"}, "Bad Script Referencing Method; REQUEST_METHOD"},
-      {{"GET", ""}, "Incomplete request"},
-      {{"GET", "action=format"}, "Unknown request"},
-      {{"GET", many + "action=status"}, "Bad request"},
+      {{"GET", "action=generate&store=acme", ""}, "Bad Script Referencing Method; REQUEST_METHOD"},
+      {{"GET", "", ""}, "Incomplete request"},
+      {{"GET", "action=format", ""}, "Unknown request"},
+      {{"GET", many + "action=status", ""}, "Bad request"},
       {{"POST", "", many + "action=status"}, "Bad request"},
       {{"POST", "", "action=generate"}, "Incomplete request"},
-      {{"GET", "action=info"}, "Incomplete request"},
+      {{"GET", "action=info", ""}, "Incomplete request"},
   };
   for (const auto& c : cases) {
     RunResult r = Run(c.cgi);
-    std::string label = std::string(c.cgi.method ? c.cgi.method : "(none)") + " " + c.cgi.query +
-                        c.cgi.body;
+    std::string label =
+        std::string(c.cgi.method ? c.cgi.method : "(none)") + " " + c.cgi.query + c.cgi.body;
     EXPECT_EQ(r.out.rfind("Content-type: text/html\n\n<HTML>\n<HEAD>\n", 0), 0u) << label;
-    EXPECT_NE(r.out.find(std::string("<TITLE>Error - ") + c.title + "</TITLE>"),
-              std::string::npos)
+    EXPECT_NE(r.out.find(std::string("<TITLE>Error - ") + c.title + "</TITLE>"), std::string::npos)
         << label << "\n"
         << r.out;
   }
@@ -154,8 +154,7 @@ TEST_F(AdminTest, NamesOutsideTheConfiguredDirectoriesStartNothing) {
   };
   for (const auto& c : cases) {
     RunResult r = Post(std::string("action=generate&store=") + c.store);
-    EXPECT_NE(r.out.find(std::string("<TITLE>Error - ") + c.title + "</TITLE>"),
-              std::string::npos)
+    EXPECT_NE(r.out.find(std::string("<TITLE>Error - ") + c.title + "</TITLE>"), std::string::npos)
         << c.store << "\n"
         << r.out;
     EXPECT_NE(r.out.find("mailto:admin@example.com"), std::string::npos) << c.store;
@@ -185,8 +184,8 @@ TEST_F(AdminTest, OneGenerationRunAtATimeAndItsReport) {
                  "large store may take several minutes.</P>\n" +
                      link));
   ASSERT_TRUE(AwaitFile(dir_.Path("gen/running")));
-  EXPECT_EQ(Launches(), "-b -o " + dir_.Path("www") + " -a /store -c " +
-                            dir_.Path("stores/acme.cfg") + "\n");
+  EXPECT_EQ(Launches(),
+            "-b -o " + dir_.Path("www") + " -a /store -c " + dir_.Path("stores/acme.cfg") + "\n");
 
   EXPECT_EQ(Post("store=acme&action=generate").out,
             Page("Generation already running",
@@ -202,8 +201,8 @@ TEST_F(AdminTest, OneGenerationRunAtATimeAndItsReport) {
 
   WriteFile(dir_.Path("gen/release"), "");
   ASSERT_TRUE(AwaitFile(dir_.Path("gen/finished")));
-  EXPECT_EQ(Launches(), "-b -o " + dir_.Path("www") + " -a /store -c " +
-                            dir_.Path("stores/acme.cfg") + "\n");
+  EXPECT_EQ(Launches(),
+            "-b -o " + dir_.Path("www") + " -a /store -c " + dir_.Path("stores/acme.cfg") + "\n");
   EXPECT_EQ(Post("action=status&store=acme").out,
             Page("Last generation run",
                  "<CENTER>\n<B>The store's pages were generated successfully.</B>\n"

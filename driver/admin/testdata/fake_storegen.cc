@@ -46,7 +46,8 @@ int main(int argc, char** argv) {
   if (!dir.empty() && chdir(dir.c_str()) != 0) return 2;
   {
     std::ofstream launches("launches.log", std::ios::app);
-    for (int i = 1; i < argc; ++i) launches << (i > 1 ? " " : "") << argv[i];
+    for (int i = 1; i < argc; ++i)
+      launches << (i > 1 ? " " : "") << argv[i];
     launches << "\n";
   }
   bool report = false;
