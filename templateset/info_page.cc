@@ -285,7 +285,7 @@ int PG_TpltDisplayInfoPageAt(const char* set_name, const char* default_dir, cons
   }
   if (set->info_page.empty()) return 1;
 
-  const std::string& page = set->info_page;
+  const std::string page = set->info_page;
   std::size_t slash = LastDirSlash(page);
   std::string page_name = slash == std::string::npos ? page : page.substr(slash + 1);
   std::string target =
