@@ -4,6 +4,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -134,7 +135,11 @@ void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv) {
   for (const std::string& a : argv)
     args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
-  // The web server takes the response as complete once these are closed.
+  // The web server takes the response as complete once these are closed,
+  // and may then signal this process to end: that must not stop the launch.
+  std::signal(SIGTERM, SIG_IGN);
+  std::signal(SIGHUP, SIG_IGN);
+  std::signal(SIGPIPE, SIG_IGN);
   std::fflush(stdout);
   std::fflush(stderr);
   close(STDIN_FILENO);
@@ -145,6 +150,9 @@ void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv) {
   ReopenOnDevNull(STDERR_FILENO, O_WRONLY);
   if (fork() == 0) {
     setsid();
+    std::signal(SIGTERM, SIG_DFL);
+    std::signal(SIGHUP, SIG_DFL);
+    std::signal(SIGPIPE, SIG_DFL);
     if (args[0] != nullptr) execv(args[0], args.data());
     _exit(0);
   }
