@@ -1,0 +1,74 @@
+// Small SQLite helpers shared by the SQLite product library and the import
+// tool: owners for connections and statements, identifier quoting, and the
+// layout both agree on (one table per database, keyed by its first column).
+// Header-only, so that the library links nothing of storegen's.
+#ifndef STOREGEN_PAPI_SQLITE_SQLITE_UTIL_H_
+#define STOREGEN_PAPI_SQLITE_SQLITE_UTIL_H_
+
+#include <memory>
+#include <sqlite3.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace storegen {
+
+// The table that holds the product database, and the one that holds the
+// category database.
+inline constexpr const char kProductsTable[] = "products";
+inline constexpr const char kCategoriesTable[] = "categories";
+
+struct SqliteCloser {
+  void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
+};
+struct SqliteFinalizer {
+  void operator()(sqlite3_stmt* stmt) const { sqlite3_finalize(stmt); }
+};
+using SqliteDb = std::unique_ptr<sqlite3, SqliteCloser>;
+using SqliteStmt = std::unique_ptr<sqlite3_stmt, SqliteFinalizer>;
+
+// |name| as an SQL identifier: in double quotes, inner quotes doubled.
+inline std::string QuoteIdentifier(std::string_view name) {
+  std::string quoted = "\"";
+  for (char c : name) {
+    if (c == '"') quoted += '"';
+    quoted += c;
+  }
+  quoted += '"';
+  return quoted;
+}
+
+// ASCII-only case-insensitive equality, the comparison SQLite applies to
+// column names and to values under COLLATE NOCASE.
+inline bool SameIgnoringAsciiCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    char ca = a[i] >= 'A' && a[i] <= 'Z' ? static_cast<char>(a[i] - 'A' + 'a') : a[i];
+    char cb = b[i] >= 'A' && b[i] <= 'Z' ? static_cast<char>(b[i] - 'A' + 'a') : b[i];
+    if (ca != cb) return false;
+  }
+  return true;
+}
+
+// The first of SQLite's three names for the row id that no column of the
+// table shadows, or "" when all three are taken (the rows then cannot be
+// walked in insertion order).
+inline std::string RowIdAlias(const std::vector<std::string>& columns) {
+  for (const char* alias : {"rowid", "_rowid_", "oid"}) {
+    bool taken = false;
+    for (const std::string& column : columns)
+      taken = taken || SameIgnoringAsciiCase(column, alias);
+    if (!taken) return alias;
+  }
+  return "";
+}
+
+// The name of the index on a table's key column (its first column, compared
+// with COLLATE NOCASE).
+inline std::string KeyIndexName(std::string_view table) {
+  return std::string(table) + "_key";
+}
+
+}  // namespace storegen
+
+#endif  // STOREGEN_PAPI_SQLITE_SQLITE_UTIL_H_
