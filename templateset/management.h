@@ -28,11 +28,11 @@ std::string PG_TpltTemplateRoot(const char* default_dir, const char* store_cfg);
 // Shows the information page of template set |set_name|: copies the set's
 // InfoPage (and the pictures it shows) into the HTML root's "tb_infodir" and
 // answers with a script that opens the copy in a pop-up window; the set is
-// looked for in PG_TpltTemplateRoot(default_dir, store_cfg). Returns 0 (nothing written) for an
-// empty name, 0 after message 3002 or 18009 when the page cannot be copied, else 1 (also when the
-// set does not load or has no InfoPage: then only the content type is
-// written). The HTML root and alias come from the CGI variables.
-// Restores the current directory on every path.
+// looked for in PG_TpltTemplateRoot(default_dir, store_cfg). Returns 0
+// (nothing written) for an empty name; 0 after message 3002 or 18009 when
+// the page cannot be copied; else 1, also when the set does not load or has
+// no InfoPage (then only the content type is written). The HTML root and
+// alias come from the CGI variables. Restores the current directory.
 int PG_TpltDisplayInfoPage(const char* set_name, const char* default_dir, const char* store_cfg);
 // The same with the HTML root and its URL alias given; an empty |html_root|
 // makes the page impossible to copy (message 3002).
