@@ -1,8 +1,200 @@
 #include "driver/generation_run.h"
 
-namespace storegen {
+#include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
 
-// Filled in with the page generators.
-int GeneratePages() { return 0; }
+#include "cgisupport/copy_truncated.h"
+#include "driver/runstate/run_state.h"
+#include "index/search_index.h"
+#include "pagegen/filelist/file_list.h"
+#include "pagegen/page_generators.h"
+#include "storedata/sku_list.h"
+#include "templateset/template_set.h"
+
+namespace storegen {
+namespace {
+
+constexpr int kDisplayNameSize = 2048;
+
+// The display names of one kind, taken before any page is written so that
+// nothing a generator does can move the template set's iteration cursor.
+std::vector<std::string> DisplayNames(const TemplateSet* set, int kind) {
+  std::vector<std::string> names;
+  char name[kDisplayNameSize];
+  for (int more = PG_TpltGetNextDisplayName(set, name, sizeof name, kind); more;
+       more = PG_TpltGetNextDisplayName(nullptr, name, sizeof name, kind)) {
+    names.emplace_back(name);
+  }
+  return names;
+}
+
+// Records a failed page under its output file, when the entry has one.
+void RecordFailure(const char* display_name, int kind, int rc) {
+  char file[kPathSize] = "";
+  if (PG_TpltGetOutputFile(PageGenState.pTpltSet, display_name, file, sizeof file, kind))
+    FileListAdd(&PageGenState.errlist, file, rc);
+}
+
+bool ShopHomeIsSet() {
+  return PageGenState.pszShopHome != nullptr && PageGenState.pszShopHome[0] != '\0';
+}
+
+// "-s": the one site page asked for, or all of them.
+int GenerateSitePages(bool* done) {
+  RunState& st = PageGenState;
+  if (ShopHomeIsSet()) {
+    char display[kDisplayNameSize];
+    if (!PG_TpltGetDisplayName(st.pTpltSet, st.pszShopHome, display, sizeof display,
+                               kKindShopHomePage) ||
+        !PG_TpltGetOutputFile(st.pTpltSet, display, st.szShopHomeName,
+                              sizeof st.szShopHomeName, kKindShopHomePage)) {
+      VerbosePrintf("Error resolving template display name\n");
+      *done = true;
+      return -13;
+    }
+  }
+  GeneratorArgs args = GeneratorArgsForRun(nullptr);
+  if (std::atoi(st.szSitePageIdx) != 0) {
+    *done = true;
+    std::string reference = std::string("SitePage") + st.szSitePageIdx;
+    char display[kDisplayNameSize];
+    if (!PG_TpltGetDisplayName(st.pTpltSet, reference.c_str(), display, sizeof display,
+                               kKindSitePage)) {
+      return 0;
+    }
+    return GenerateSitePage(display, args, 1);
+  }
+  int result = 0;
+  const std::vector<std::string> names = DisplayNames(st.pTpltSet, kKindSitePage);
+  for (int pass = 0; pass < 2; ++pass) {
+    for (const std::string& name : names) {
+      int rc = GenerateSitePage(name.c_str(), args, pass);
+      if (rc == 0) continue;
+      result = rc;
+      if (pass == 1) RecordFailure(name.c_str(), kKindSitePage, rc);
+    }
+  }
+  return result;
+}
+
+// Gives every command-line SKU of a dynamic product request its template and
+// record. A SKU the database does not know keeps neither (and gets no page).
+int FillSkuData() {
+  RunState& st = PageGenState;
+  int result = 0;
+  for (SkuList* node = st.pSkuList; node != nullptr; node = node->next) {
+    if (node->sku == nullptr) continue;
+    SkuList* found = FindSkuData(node->sku, st.szDbName, st.szConfig, st.szAPIConfig,
+                                 st.szCartDir, st.pTpltSet);
+    if (found == nullptr) {
+      result = -2;
+      continue;
+    }
+    std::swap(node->tmplt, found->tmplt);
+    std::swap(node->record, found->record);
+    FreeSkuList(found);
+  }
+  return result;
+}
+
+}  // namespace
+
+int GeneratePages() {
+  RunState& st = PageGenState;
+  const bool single = (st.dynamic & kDynSinglePage) != 0;
+  int result = 0;
+
+  if (st.sitepages) {
+    bool done = false;
+    int rc = GenerateSitePages(&done);
+    if (done) return rc;
+    result = rc;
+  }
+
+  SkuList* full = nullptr;  // every product of the store, built here
+  SkuList* walk = nullptr;  // the products whose pages are written
+  if (st.dynamic & kDynListRequest) {
+    SkuList* list = BuildAllSkuList(st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir,
+                                    st.pTpltSet, st.szCategory, st.szFirstSkuIdx, 0);
+    result = GenerateProdListPage(GeneratorArgsForRun(list), st.szFirstSkuIdx, st.szCategory);
+    FreeSkuList(list);
+    return result;
+  }
+  if (single && st.pSkuList != nullptr) {
+    if (int rc = FillSkuData(); rc != 0) result = rc;
+    walk = st.pSkuList;
+  } else if (!single && (st.dynamic & kDynProductPages) == 0) {
+    // Static product pages are wanted also when only the list pages are
+    // served dynamically, since those link to them.
+    full = BuildAllSkuList(st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir, st.pTpltSet,
+                           nullptr, nullptr, 0);
+    walk = full;
+    if (st.pSkuList != nullptr) {
+      if (!CopySkuData(st.pSkuList, full)) result = -1;
+      walk = st.pSkuList;
+    }
+  }
+
+  int product_pages_wanted = 1;
+  if (!single && ShopHomeIsSet()) {
+    if (full == nullptr)
+      full = BuildAllSkuList(st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir, st.pTpltSet,
+                             nullptr, nullptr, 1);
+    int rc = GenerateShopHomePage(st.pszShopHome, GeneratorArgsForRun(full));
+    if (rc != 0) {
+      char display[kDisplayNameSize];
+      if (PG_TpltGetDisplayName(st.pTpltSet, st.pszShopHome, display, sizeof display,
+                                kKindShopHomePage)) {
+        RecordFailure(display, kKindShopHomePage, rc);
+      }
+      result = rc;
+    }
+    product_pages_wanted = PG_TpltAreThereProdPages(st.pTpltSet, st.pszShopHome);
+  }
+  if (st.dynamic & kDynProductPages) product_pages_wanted = 0;
+
+  if (single || product_pages_wanted) {
+    GeneratorArgs args = GeneratorArgsForRun(full);
+    for (const SkuList* node = walk; node != nullptr; node = node->next) {
+      if (node->sku == nullptr) continue;
+      // A SKU the database does not know was reported already.
+      if (single && node->tmplt == nullptr && node->record == nullptr) continue;
+      int rc = GenerateSkuPage(node, args);
+      if (rc != 0) {
+        FileListAdd(&st.errlist, node->sku, rc);
+        result = rc;
+      }
+    }
+  }
+
+  if (!single) {
+    GeneratorArgs args = GeneratorArgsForRun(nullptr);
+    for (const std::string& name : DisplayNames(st.pTpltSet, kKindCartPage)) {
+      int rc = GenerateTillboxPage(name.c_str(), args);
+      if (rc != 0) {
+        RecordFailure(name.c_str(), kKindCartPage, rc);
+        result = rc;
+      }
+    }
+    if (st.szAllowIndex[0] == 'y') {
+      int rc = GenerateSearchPage(args);
+      if (rc != 0) {
+        char display[kDisplayNameSize];
+        const char* html_out = GetIndexHtmlOut();
+        if (PG_TpltGetDisplayName(st.pTpltSet, "SearchPage", display, sizeof display,
+                                  kKindSearchPage) &&
+            html_out != nullptr) {
+          FileListAdd(&st.errlist, html_out, rc);
+        }
+        result = rc;
+      }
+    }
+  }
+
+  FreeSkuList(full);
+  return result;
+}
 
 }  // namespace storegen

@@ -1,0 +1,69 @@
+#include "pagegen/atomic_file.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <vector>
+
+#include "pagegen/text_match.h"
+
+namespace storegen {
+namespace {
+
+mode_t FileCreationMode() {
+  static const mode_t mode = [] {
+    mode_t mask = umask(0);
+    umask(mask);
+    return static_cast<mode_t>(0666 & ~mask);
+  }();
+  return mode;
+}
+
+}  // namespace
+
+bool AtomicFile::Open(const std::string& path) {
+  Abandon();
+  std::string_view base = BaseName(path);
+  // A short fixed name, so that even a page name of maximal length leaves
+  // room for the temporary one.
+  std::string templ = path.substr(0, path.size() - base.size()) + ".storegen-XXXXXX";
+  std::vector<char> name(templ.begin(), templ.end());
+  name.push_back('\0');
+  int fd = mkstemp(name.data());
+  if (fd < 0) return false;
+  fchmod(fd, FileCreationMode());
+  fp_ = fdopen(fd, "w");
+  if (fp_ == nullptr) {
+    int err = errno;
+    close(fd);
+    unlink(name.data());
+    errno = err;
+    return false;
+  }
+  path_ = path;
+  tmp_ = name.data();
+  return true;
+}
+
+bool AtomicFile::Commit() {
+  if (fp_ == nullptr) return false;
+  bool ok = std::ferror(fp_) == 0;
+  ok = std::fclose(fp_) == 0 && ok;
+  fp_ = nullptr;
+  if (ok) ok = std::rename(tmp_.c_str(), path_.c_str()) == 0;
+  if (!ok) unlink(tmp_.c_str());
+  tmp_.clear();
+  return ok;
+}
+
+void AtomicFile::Abandon() {
+  if (fp_ == nullptr) return;
+  std::fclose(fp_);
+  fp_ = nullptr;
+  unlink(tmp_.c_str());
+  tmp_.clear();
+}
+
+}  // namespace storegen

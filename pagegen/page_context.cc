@@ -1,0 +1,12 @@
+#include "pagegen/page_context.h"
+
+namespace storegen {
+
+int WriteOutput(PageOutput* out, const char* text, std::size_t length) {
+  if (out == nullptr || length == 0) return 0;
+  if (out->fp != nullptr) std::fwrite(text, 1, length, out->fp);
+  if (out->cache.fp() != nullptr) std::fwrite(text, 1, length, out->cache.fp());
+  return 0;
+}
+
+}  // namespace storegen

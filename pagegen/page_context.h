@@ -1,0 +1,80 @@
+// The records the template engine passes around while it writes a page: the
+// template input handle, the output page handle, and the page context (the
+// data a page is about and the run settings it is written with).
+#ifndef STOREGEN_PAGEGEN_PAGE_CONTEXT_H_
+#define STOREGEN_PAGEGEN_PAGE_CONTEXT_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "pagegen/atomic_file.h"
+#include "storedata/papi.h"
+
+namespace storegen {
+
+struct AttributePool;
+struct SkuList;
+struct TemplateSet;
+
+// The open template. The parser keeps the stream position exact: after a
+// list block's begin marker the stream stands just behind its ">", so the
+// block can note that offset and seek back to it once per list entry.
+struct TemplateInput {
+  FILE* fp = nullptr;     // not owned; read in binary mode; null reads as empty
+  std::string base_name;  // the template's file name without directory
+  // Paging of a product list spread over several pages: the page being
+  // written (0 for the first) and the entries placed on earlier pages. A list
+  // block that fills the page sets page_number to the next page, and the page
+  // generator then writes that page from the same template.
+  int32_t page_number = 0;
+  int32_t placed = 0;
+};
+
+// The page being written. All output goes through WriteOutput.
+struct PageOutput {
+  FILE* fp = nullptr;      // the page stream, not owned; null discards the output
+  std::string file_name;   // page file name (no directory); empty: text blocks
+                           // are not cached (dynamic requests)
+  int32_t text_blocks = 0;  // cached text blocks met so far on this page
+
+  // State of an open cached text block (see text_blocks.h).
+  FILE* saved_fp = nullptr;  // page stream while a cached block's own text is skipped
+  AtomicFile cache;          // cache file being written; gets a copy of all output
+};
+
+// Writes |length| bytes to the page stream (and to a cache file being
+// written). Returns 0; a null stream writes nothing.
+int WriteOutput(PageOutput* out, const char* text, std::size_t length);
+inline int WriteOutput(PageOutput* out, std::string_view text) {
+  return WriteOutput(out, text.data(), text.size());
+}
+
+// Everything a page is about and written with. Pointers are borrowed; null
+// or empty where the page has no such thing. A list block copies the context
+// and sets product or category for each entry.
+struct PageContext {
+  void* cat_db = nullptr;                // category database connection (product API handle)
+  const PAPI_Pair* product = nullptr;    // the current product's record
+  const char* category = nullptr;        // the current category's name
+  const char* store_cfg = "";            // store configuration file
+  const char* cat_db_path = "";          // category database path (".cdb")
+  const char* api_cfg = "";              // product-API configuration file
+  const char* cart_dir = "";             // the cart's directory
+  const char* out_dir = "";              // the store's output directory, ends in "/"
+  const char* page_path = "";            // the page's path below the HTML root (StoreDir)
+  const char* output_file = "";          // the page's output file as the template set names it
+  AttributePool* attr_db = nullptr;      // attribute database, for form controls
+  SkuList* sku_list = nullptr;           // products of the page's product lists; null: the
+                                         // page has no product list
+  const char* list_start = "";           // index of the first product of a product list page
+  TemplateSet* set = nullptr;            // the template set
+  int secure = 0;                        // non-zero: page for the secure server
+  uint32_t options = 0;                  // GenerationOptions bits (kGenRewriteLinks ...)
+};
+
+}  // namespace storegen
+
+#endif  // STOREGEN_PAGEGEN_PAGE_CONTEXT_H_

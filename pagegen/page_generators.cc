@@ -1,0 +1,255 @@
+#include "pagegen/page_generators.h"
+
+#include "cgisupport/config_file.h"
+#include "cgisupport/config_item_list.h"
+#include "cgisupport/copy_truncated.h"
+#include "cgisupport/path_util.h"
+#include "driver/runstate/run_state.h"
+#include "index/search_index.h"
+#include "pagegen/html_page.h"
+#include "pagegen/page_context.h"
+#include "pagegen/text_match.h"
+#include "storedata/product_api.h"
+#include "storedata/sku_list.h"
+#include "templateset/template_set.h"
+
+namespace storegen {
+namespace {
+
+constexpr int kDisplayNameSize = 2048;
+
+// A product-API connection on the category database for the length of one
+// page; a null handle when it cannot be opened (the page is still written).
+class CategoryConnection {
+ public:
+  explicit CategoryConnection(const GeneratorArgs& args)
+      : args_(args), path_(CategoryDbPath(args.db_path)) {
+    if (pdbInit != nullptr)
+      handle_ = pdbInit(kPapiKey, path_.c_str(), args.store_cfg, args.api_cfg, args.cart_dir);
+  }
+  ~CategoryConnection() {
+    if (handle_ != nullptr && pdbCleanup != nullptr)
+      pdbCleanup(handle_, kPapiKey, path_.c_str(), args_.store_cfg, args_.api_cfg, args_.cart_dir);
+  }
+  CategoryConnection(const CategoryConnection&) = delete;
+  CategoryConnection& operator=(const CategoryConnection&) = delete;
+
+  void* handle() const { return handle_; }
+  const char* path() const { return path_.c_str(); }
+
+ private:
+  const GeneratorArgs& args_;
+  std::string path_;
+  void* handle_ = nullptr;
+};
+
+PageContext BaseContext(const GeneratorArgs& args) {
+  PageContext ctx;
+  ctx.store_cfg = args.store_cfg;
+  ctx.cat_db_path = "";
+  ctx.api_cfg = args.api_cfg;
+  ctx.cart_dir = args.cart_dir;
+  ctx.out_dir = args.out_dir;
+  ctx.page_path = args.html_path;
+  ctx.attr_db = args.attr_db;
+  ctx.sku_list = args.sku_list;
+  ctx.set = args.set;
+  ctx.options = GenerationOptionsForRun();
+  return ctx;
+}
+
+PageContext ConnectedContext(const GeneratorArgs& args, const CategoryConnection& conn) {
+  PageContext ctx = BaseContext(args);
+  ctx.cat_db = conn.handle();
+  ctx.cat_db_path = conn.path();
+  return ctx;
+}
+
+int Unresolved() {
+  VerbosePrintf("Error resolving template display name\n");
+  return -13;
+}
+
+// The output directory followed by |file| without its leading separator.
+std::string OutputPath(const GeneratorArgs& args, std::string_view file) {
+  if (!file.empty() && IsDirSlash(file.front())) file.remove_prefix(1);
+  return std::string(args.out_dir) + std::string(file);
+}
+
+// A secure page is copied to the secure server after the run.
+bool RegisterIfSecure(const GeneratorArgs& args, const char* display_name, int kind,
+                      const char* file) {
+  bool secure = PG_TpltIsSecureFile(args.set, display_name, kind) != 0;
+  if (secure) PG_TpltAddSecureFile(args.set, file);
+  return secure;
+}
+
+// Writes one key of the store configuration. False when the item list cannot
+// be made (out of memory); a configuration that cannot be rewritten keeps its
+// old value.
+bool SetStoreConfigItem(const char* store_cfg, const char* key, const std::string& value) {
+  ConfigItemList* list = CIL_CreateList();
+  if (list == nullptr) return false;
+  bool ok = CIL_AddItem(list, key, value.c_str()) != 0;
+  if (ok) SetConfigItems(store_cfg, list);
+  CIL_FreeList(list);
+  return ok;
+}
+
+}  // namespace
+
+GeneratorArgs GeneratorArgsForRun(SkuList* sku_list) {
+  GeneratorArgs args;
+  args.html_path = PageGenState.szHtmlPath;
+  args.db_path = PageGenState.szDbName;
+  args.store_cfg = PageGenState.szConfig;
+  args.api_cfg = PageGenState.szAPIConfig;
+  args.cart_dir = PageGenState.szCartDir;
+  args.out_dir = PageGenState.szOutPath;
+  args.set = PageGenState.pTpltSet;
+  args.attr_db = PageGenState.ad_handle;
+  args.sku_list = sku_list;
+  return args;
+}
+
+std::string CategoryDbPath(std::string_view db_path) {
+  return std::string(WithoutExtension(db_path)) + ".cdb";
+}
+
+int GenerateSitePage(const char* display_name, const GeneratorArgs& args, int /*pass*/) {
+  char tmpl[kPathSize] = "";
+  char file[kPathSize] = "";
+  if (!PG_TpltGetTemplateFile(args.set, display_name, tmpl, sizeof tmpl, kKindSitePage) ||
+      !PG_TpltGetOutputFile(args.set, display_name, file, sizeof file, kKindSitePage) ||
+      tmpl[0] == '\0' || file[0] == '\0') {
+    return Unresolved();
+  }
+  PageContext ctx = BaseContext(args);
+  ctx.sku_list = nullptr;
+  ctx.output_file = file;
+  ctx.secure = RegisterIfSecure(args, display_name, kKindSitePage, file);
+  return GenerateHtmlPage(tmpl, OutputPath(args, file).c_str(), nullptr, ctx);
+}
+
+int GenerateSearchPage(const GeneratorArgs& args) {
+  const char* html_out = GetIndexHtmlOut();
+  if (html_out == nullptr) {
+    VerbosePrintf("Index library not initialized, store not indexed\n");
+    return -9;
+  }
+  char display[kDisplayNameSize] = "";
+  if (!PG_TpltGetDisplayName(args.set, "SearchPage", display, sizeof display, kKindSearchPage)) {
+    VerbosePrintf("No search template specified, store not indexed\n");
+    return 0;
+  }
+  bool secure = RegisterIfSecure(args, display, kKindSearchPage, html_out);
+
+  // An index output file below the HTML root must not repeat the store's
+  // directory that ends the output directory.
+  std::string dir = args.out_dir;
+  if (IsDirSlash(html_out[0])) {
+    std::string_view html = args.html_path;
+    std::string_view alias = PageGenState.szHtmlAlias;
+    if (!alias.empty() && html.starts_with(alias)) html.remove_prefix(alias.size());
+    if (!html.empty() && std::string_view(dir).ends_with(html)) dir.resize(dir.size() - html.size());
+  }
+  std::string path = dir + html_out;
+  EnsurePGPDir(path.c_str());
+
+  char tmpl[kPathSize] = "";
+  if (!PG_TpltGetTemplateFile(args.set, display, tmpl, sizeof tmpl, kKindSearchPage))
+    return Unresolved();
+  if (tmpl[0] == '\0') {
+    VerbosePrintf("No search template specified, store not indexed\n");
+    return 0;
+  }
+  CategoryConnection conn(args);
+  PageContext ctx = ConnectedContext(args, conn);
+  ctx.sku_list = nullptr;
+  ctx.output_file = html_out;
+  ctx.secure = secure;
+  return GenerateHtmlPage(tmpl, path.c_str(), nullptr, ctx);
+}
+
+int GenerateTillboxPage(const char* display_name, const GeneratorArgs& args) {
+  static constexpr struct {
+    const char* display_name;
+    const char* key;
+  } kAnnounced[] = {
+      {"Take Order", "OnlineOrderPage"},
+      {"Geography Prompt", "PromptForGeographyPage"},
+      {"Show Cart", "PostModCartPage"},
+      {"Error", "ErrorPage"},
+  };
+  char file[kPathSize] = "";
+  if (!PG_TpltGetOutputFile(args.set, display_name, file, sizeof file, kKindCartPage))
+    return Unresolved();
+  bool secure = RegisterIfSecure(args, display_name, kKindCartPage, file);
+
+  for (const auto& a : kAnnounced) {
+    if (!EqualsNoCase(display_name, a.display_name)) continue;
+    char base[kPathSize] = "";
+    if (a.key == std::string_view("OnlineOrderPage")) {
+      GetConfigItem(args.store_cfg, "SecureStoreDir", base, sizeof base, 0);
+      AppendSlashIfMissing(base);
+    }
+    if (base[0] == '\0') CopyTruncated(base, args.html_path);
+    std::string_view name = file;
+    if (!name.empty() && IsDirSlash(name.front())) name.remove_prefix(1);
+    if (!SetStoreConfigItem(args.store_cfg, a.key, std::string(base) + std::string(name)))
+      return -1;
+    break;
+  }
+
+  char tmpl[kPathSize] = "";
+  if (!PG_TpltGetTemplateFile(args.set, display_name, tmpl, sizeof tmpl, kKindCartPage))
+    return Unresolved();
+  CategoryConnection conn(args);
+  PageContext ctx = ConnectedContext(args, conn);
+  ctx.sku_list = nullptr;
+  ctx.output_file = file;
+  ctx.secure = secure;
+  return GenerateHtmlPage(tmpl, OutputPath(args, file).c_str(), nullptr, ctx);
+}
+
+int GenerateShopHomePage(const char* reference, const GeneratorArgs& args) {
+  char display[kDisplayNameSize] = "";
+  char file[kPathSize] = "";
+  char tmpl[kPathSize] = "";
+  if (!PG_TpltGetDisplayName(args.set, reference, display, sizeof display, kKindShopHomePage) ||
+      !PG_TpltGetOutputFile(args.set, display, file, sizeof file, kKindShopHomePage) ||
+      !PG_TpltGetTemplateFile(args.set, display, tmpl, sizeof tmpl, kKindShopHomePage)) {
+    return Unresolved();
+  }
+  bool secure = RegisterIfSecure(args, display, kKindShopHomePage, file);
+  CopyTruncated(PageGenState.szShopHomeName, file);
+  CopyTruncated(PageGenState.szTemplateFile, tmpl);
+  if ((PageGenState.dynamic & (kDynProductPages | kDynListPages)) != 0 &&
+      !SetStoreConfigItem(args.store_cfg, "PageGenShopHomeListTplt", tmpl)) {
+    return -1;
+  }
+  CategoryConnection conn(args);
+  PageContext ctx = ConnectedContext(args, conn);
+  ctx.output_file = file;
+  ctx.secure = secure;
+  return GenerateHtmlPage(tmpl, OutputPath(args, file).c_str(), nullptr, ctx);
+}
+
+int GenerateProdListPage(const GeneratorArgs& args, const char* list_start, const char* category) {
+  CategoryConnection conn(args);
+  PageContext ctx = ConnectedContext(args, conn);
+  ctx.list_start = list_start != nullptr ? list_start : "";
+  ctx.category = category != nullptr && *category != '\0' ? category : nullptr;
+  return GenerateHtmlPage(PageGenState.szTemplateFile, nullptr, nullptr, ctx);
+}
+
+int GenerateSkuPage(const SkuList* node, const GeneratorArgs& args) {
+  if (node->tmplt == nullptr) return GenerateHtmlPage(nullptr, nullptr, node, BaseContext(args));
+  char name[kPathSize] = "";
+  GetSafeFileName(node->sku != nullptr ? node->sku : "", name, sizeof name, "p-", ".html");
+  CategoryConnection conn(args);
+  PageContext ctx = ConnectedContext(args, conn);
+  return GenerateHtmlPage(node->tmplt, OutputPath(args, name).c_str(), node, ctx);
+}
+
+}  // namespace storegen

@@ -1,0 +1,110 @@
+#include "pagegen/store_values.h"
+
+#include <vector>
+
+#include "cgisupport/config_file.h"
+#include "cgisupport/copy_truncated.h"
+#include "pagegen/text_match.h"
+#include "templateset/template_set.h"
+
+namespace storegen {
+namespace {
+
+constexpr int kValueSize = 65536;
+
+// A store image in use on a page is copied to the secure server with the
+// secure pages: registers its name relative to the store's directory.
+void RegisterStoreImage(std::string_view value, const PageContext& ctx) {
+  if (ctx.set == nullptr || value.empty()) return;
+  std::string_view page_path = ctx.page_path;
+  if (!page_path.empty() && value.starts_with(page_path)) {
+    value.remove_prefix(page_path.size());
+  } else if (IsDirSlash(value.front()) || value.find(':') < value.find('/')) {
+    return;  // somewhere else entirely
+  }
+  if (!value.empty()) PG_TpltAddSecureFile(ctx.set, std::string(value).c_str());
+}
+
+std::string BodyTag(const PageContext& ctx, std::string_view image_prefix) {
+  static constexpr struct {
+    const char* key;
+    const char* attribute;
+  } kAttributes[] = {
+      {"PageGenBgColor", "BGCOLOR"},  {"PageGenLinkColor", "LINK"},
+      {"PageGenVLinkColor", "VLINK"}, {"PageGenALinkColor", "ALINK"},
+      {"PageGenTextColor", "TEXT"},   {"PageGenBgImage", "BACKGROUND"},
+  };
+  std::string tag = "<BODY ";
+  for (const auto& a : kAttributes) {
+    std::string value = StoreConfigValue(ctx.store_cfg, a.key);
+    if (value.empty()) continue;
+    if (std::string_view(a.attribute) == "BACKGROUND") {
+      RegisterStoreImage(value, ctx);
+      value = StoreImagePath(value, ctx.page_path, image_prefix);
+    }
+    tag += a.attribute;
+    tag += "=\"";
+    tag += value;
+    tag += "\" ";
+  }
+  tag += '>';
+  return tag;
+}
+
+std::string StoreLogo(const PageContext& ctx, std::string_view image_prefix) {
+  std::string value = StoreConfigValue(ctx.store_cfg, "StoreLogo");
+  if (value.empty()) return "";  // no logo: no broken image either
+  RegisterStoreImage(value, ctx);
+  return "<IMG SRC=\"" + StoreImagePath(value, ctx.page_path, image_prefix) + "\">";
+}
+
+}  // namespace
+
+std::string StoreConfigValue(const char* store_cfg, const char* key) {
+  std::vector<char> buf(kValueSize, '\0');
+  GetConfigItem(store_cfg, key, buf.data(), kValueSize, 0);
+  return buf.data();
+}
+
+std::string StoreImagePath(std::string_view value, std::string_view page_path,
+                           std::string_view prefix) {
+  bool has_scheme = value.find(':') < value.find('/');
+  bool as_is = (!value.empty() && IsDirSlash(value.front())) || has_scheme ||
+               (!page_path.empty() && value.starts_with(page_path)) ||
+               (!prefix.empty() && value.starts_with(prefix));
+  if (as_is) return std::string(value);
+  return std::string(prefix) + std::string(value);
+}
+
+bool WriteStoreValueMarker(PageOutput* out, std::string_view marker, const PageContext& ctx,
+                           std::string_view image_prefix) {
+  static constexpr struct {
+    const char* marker;
+    const char* key;  // null: composed below
+  } kMarkers[] = {
+      {"PAGEGEN_STORENAME", "ShopName"},        {"PAGEGEN_BODYTAG", nullptr},
+      {"PAGEGEN_STORELOGO", nullptr},           {"PAGEGEN_STOREPHONE", "StorePhone"},
+      {"PAGEGEN_STOREFAX", "StoreFax"},         {"PAGEGEN_STOREADDR1", "StoreAddress1"},
+      {"PAGEGEN_STOREADDR2", "StoreAddress2"},  {"PAGEGEN_STOREEMAIL", "StoreEmail"},
+      {"PAGEGEN_CURRENCYSYMBOL", "Currency"},   {"PAGEGEN_STOREWELCOME", "StoreWelcome"},
+  };
+  for (const auto& m : kMarkers) {
+    std::string_view name = m.marker;
+    if (FindNoCase(marker, name) == std::string_view::npos) continue;
+    std::string value;
+    if (name == "PAGEGEN_BODYTAG") {
+      value = BodyTag(ctx, image_prefix);
+    } else if (name == "PAGEGEN_STORELOGO") {
+      value = StoreLogo(ctx, image_prefix);
+    } else {
+      value = StoreConfigValue(ctx.store_cfg, m.key);
+      if (name == "PAGEGEN_CURRENCYSYMBOL" && value.empty()) value = "$";
+      if (name == "PAGEGEN_STOREWELCOME") value = UnmaskText(value);
+    }
+    WriteOutput(out, value);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace storegen

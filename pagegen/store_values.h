@@ -1,0 +1,37 @@
+// The store's own values in a page: the "<!" markers "PAGEGEN_STORENAME",
+// "PAGEGEN_BODYTAG", "PAGEGEN_STORELOGO", "PAGEGEN_STOREPHONE",
+// "PAGEGEN_STOREFAX", "PAGEGEN_STOREADDR1", "PAGEGEN_STOREADDR2",
+// "PAGEGEN_STOREEMAIL", "PAGEGEN_CURRENCYSYMBOL" and "PAGEGEN_STOREWELCOME",
+// filled from the store configuration.
+#ifndef STOREGEN_PAGEGEN_STORE_VALUES_H_
+#define STOREGEN_PAGEGEN_STORE_VALUES_H_
+
+#include <string>
+#include <string_view>
+
+#include "pagegen/page_context.h"
+
+namespace storegen {
+
+// The value of |key| in the store configuration |store_cfg| (read with a
+// 65536-byte buffer); "" when the key or the file is missing.
+std::string StoreConfigValue(const char* store_cfg, const char* key);
+
+// How a page links a store image named in the configuration: a value that
+// starts with "/" or "\\", has a scheme (a ":" before any "/"), or already
+// starts with |page_path| or |prefix| is used as it stands; any other value
+// gets |prefix| (the page path, or the secure prefix on secure pages) in front.
+std::string StoreImagePath(std::string_view value, std::string_view page_path,
+                           std::string_view prefix);
+
+// When |marker| holds one of the markers above (any case, tested in the order
+// listed), writes that marker's output in its place and returns true; returns
+// false, writing nothing, for any other markup. |image_prefix| is the prefix
+// of relative store images (see StoreImagePath). The images of the body tag
+// and the logo are registered as secure files of ctx.set.
+bool WriteStoreValueMarker(PageOutput* out, std::string_view marker, const PageContext& ctx,
+                           std::string_view image_prefix);
+
+}  // namespace storegen
+
+#endif  // STOREGEN_PAGEGEN_STORE_VALUES_H_

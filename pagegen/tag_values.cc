@@ -1,0 +1,92 @@
+#include "pagegen/tag_values.h"
+
+#include "driver/runstate/run_state.h"
+#include "pagegen/filelist/file_list.h"
+#include "pagegen/text_match.h"
+#include "storedata/product_api.h"
+#include "templateset/template_set.h"
+
+namespace storegen {
+namespace {
+
+// Length of the tag prefix |word| ("PRODUCT.") behind either opener, or 0.
+std::size_t PrefixLength(std::string_view tag, std::string_view word) {
+  for (std::string_view opener : {std::string_view("%%"), std::string_view("%25%25")}) {
+    if (tag.starts_with(opener) && StartsWithNoCase(tag.substr(opener.size()), word))
+      return opener.size() + word.size();
+  }
+  return 0;
+}
+
+// The attribute name: behind the prefix, up to the next "%".
+std::string AttributeName(std::string_view tag, std::size_t prefix_length) {
+  std::string_view rest = tag.substr(prefix_length);
+  return std::string(rest.substr(0, rest.find('%')));
+}
+
+bool IsUsable(const char* value) {
+  return value != nullptr && *value != '\0' && !EqualsNoCase(value, "NA");
+}
+
+bool IsPicture(std::string_view name) {
+  return EqualsNoCase(name, "GRAPHIC") || EqualsNoCase(name, "THUMBNAIL");
+}
+
+std::string ProductSku(const PAPI_Pair* product) {
+  const PAPI_Pair* sku = FindProdAttr(product, "SKU");
+  if (sku == nullptr) sku = product;  // the record's first field names the product
+  return sku->name != nullptr && sku->value != nullptr ? sku->value : "";
+}
+
+std::string ProductTag(std::string_view tag, const std::string& name, const PageContext& ctx,
+                       std::string_view image_prefix) {
+  const PAPI_Pair* pair = FindProdAttr(ctx.product, name.c_str());
+  if (pair != nullptr && IsUsable(pair->value)) {
+    return IsPicture(name) ? EscapeUrlText(pair->value) : std::string(pair->value);
+  }
+  const std::string* fallback = nullptr;
+  if (ctx.set != nullptr && EqualsNoCase(name, "GRAPHIC")) {
+    fallback = &ctx.set->default_product_graphic;
+  } else if (ctx.set != nullptr && EqualsNoCase(name, "THUMBNAIL")) {
+    fallback = &ctx.set->default_product_thumbnail;
+  }
+  if (fallback == nullptr || fallback->empty()) return " ";
+  FileListAdd(&PageGenState.errlist, std::string(tag).c_str(), -19);
+  FileListAdd(&PageGenState.errlist, ProductSku(ctx.product).c_str(), -19);
+  // The prefix is a path or URL of the store's own; only the file name is
+  // escaped.
+  return std::string(image_prefix) + EscapeUrlText(*fallback);
+}
+
+// The category's value of |name|; false when the category or the value is
+// missing.
+bool CategoryValue(const std::string& name, const PageContext& ctx, std::string* value) {
+  if (pdbRetrieve == nullptr) return false;
+  PAPI_Pair* record = pdbRetrieve(ctx.cat_db, kPapiKey, ctx.category, 1, ctx.cat_db_path,
+                                  ctx.store_cfg, ctx.api_cfg, ctx.cart_dir, nullptr);
+  if (record == nullptr) return false;
+  const PAPI_Pair* pair = FindProdAttr(record, name.c_str());
+  bool ok = pair != nullptr && IsUsable(pair->value);
+  if (ok) *value = IsPicture(name) ? EscapeUrlText(pair->value) : std::string(pair->value);
+  if (pdbRelease != nullptr) pdbRelease(ctx.cat_db, kPapiKey, "", record);
+  return ok;
+}
+
+}  // namespace
+
+std::string ResolveTemplateTag(std::string_view tag, const PageContext& ctx,
+                               std::string_view image_prefix, int* warning) {
+  if (std::size_t n = PrefixLength(tag, "PRODUCT."); n != 0 && ctx.product != nullptr)
+    return ProductTag(tag, AttributeName(tag, n), ctx, image_prefix);
+
+  if (std::size_t n = PrefixLength(tag, "CATEGORY.");
+      n != 0 && ctx.cat_db != nullptr && ctx.category != nullptr && *ctx.category != '\0') {
+    std::string value;
+    if (CategoryValue(AttributeName(tag, n), ctx, &value)) return value;
+    FileListAdd(&PageGenState.errlist, std::string(tag).c_str(), -18);
+    *warning = -18;
+  }
+  return std::string(tag);
+}
+
+}  // namespace storegen

@@ -1,0 +1,401 @@
+#include "pagegen/template_parser.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "cgisupport/config_file.h"
+#include "cgisupport/copy_truncated.h"
+#include "driver/runstate/run_state.h"
+#include "pagegen/form_controls.h"
+#include "pagegen/link_rewrite.h"
+#include "pagegen/list_blocks.h"
+#include "pagegen/store_values.h"
+#include "pagegen/tag_values.h"
+#include "pagegen/text_blocks.h"
+#include "pagegen/text_match.h"
+
+namespace storegen {
+
+int32_t g_template_nesting = 0;
+
+namespace {
+
+constexpr std::size_t kChunkSize = 1000;   // template reads
+constexpr std::size_t kTextSize = 1000;    // plain text written in blocks of this size
+constexpr std::size_t kMarkupSize = 2400;  // longer markup passes through unprocessed
+constexpr std::size_t kTagSize = 2400;     // longer tags pass through unprocessed
+constexpr int32_t kMaxNesting = 10000;
+
+constexpr std::string_view kOpenPlain = "%%";
+constexpr std::string_view kOpenEncoded = "%25%25";
+
+bool Has(std::string_view markup, std::string_view marker) {
+  return FindNoCase(markup, marker) != std::string_view::npos;
+}
+
+bool EndsWithCloser(std::string_view s, std::size_t min_length) {
+  return (s.ends_with(kOpenPlain) && s.size() >= min_length + kOpenPlain.size()) ||
+         (s.ends_with(kOpenEncoded) && s.size() >= min_length + kOpenEncoded.size());
+}
+
+// What the scanner does after a character.
+enum class Step {
+  kGo,      // next character
+  kReload,  // a list block moved the stream: read on from where it stands
+  kReturn,  // leave the parser with rc_
+};
+
+using ListBlockFn = int (*)(TemplateInput*, PageOutput*, std::string_view, long,
+                            const PageContext&);
+
+// The state of one parser call; it lives on the heap, since list blocks nest
+// parser calls deeply.
+class Parser {
+ public:
+  Parser(TemplateInput* in, PageOutput* out, const PageContext& ctx)
+      : in_(in), out_(out), ctx_(ctx), chunk_(kChunkSize) {}
+
+  int Run();
+
+ private:
+  Step Feed(char c);
+  Step Ordinary(char c);
+  Step CloseMarkup();
+  Step HandOver(ListBlockFn block, const std::string& marker);
+  Step EndBlock();
+  Step Fail(int rc) {
+    rc_ = rc;
+    return Step::kReturn;
+  }
+  void TagChar(char c);
+  void TailChar(char c);
+  void Emit(std::string_view s);
+  void AppendText(std::string_view s);
+  void AppendMarkup(std::string_view s);
+  void StartMarkup();
+  void WriteMarkupAsText();
+  void FlushText();
+  void Finish();
+
+  TemplateInput* in_;
+  PageOutput* out_;
+  const PageContext& ctx_;
+  std::vector<char> chunk_;
+  std::string image_prefix_;  // secure prefix, or the page path
+
+  std::string text_;     // plain text not yet written
+  std::string markup_;   // open markup, from its "<"
+  std::string tag_;      // open tag, from its opener
+  std::string pending_;  // what may become a tag opener ("%", "%2", ... "%25%2")
+  std::string tail_;     // last characters of an overlong tag's rest
+  bool in_markup_ = false;
+  bool in_comment_ = false;
+  bool dash_ = false;  // the previous markup character was an unpaired "-"
+  bool in_tag_ = false;
+  bool in_tail_ = false;  // the rest of an overlong tag is passing through
+  bool script_ = false;
+  std::size_t opener_length_ = 0;
+  long pos_ = 0;  // stream offset just behind the character being handled
+  int result_ = 0;
+  int rc_ = 0;
+};
+
+int Parser::Run() {
+  image_prefix_ = ctx_.page_path;
+  if (ctx_.secure) {
+    char secure[kPathSize] = "";
+    GetConfigItem(ctx_.store_cfg, "SecureStoreDir", secure, sizeof secure, 0);
+    AppendSlashIfMissing(secure);
+    if (secure[0] != '\0') image_prefix_ = secure;
+  }
+  FILE* fp = in_ != nullptr ? in_->fp : nullptr;
+  while (fp != nullptr) {
+    long start = std::ftell(fp);
+    std::size_t n = std::fread(chunk_.data(), 1, chunk_.size(), fp);
+    if (std::ferror(fp)) {
+      VerbosePrintf("Error reading template file\n");
+      return -10;
+    }
+    if (n == 0) break;
+    Step step = Step::kGo;
+    for (std::size_t i = 0; i < n && step == Step::kGo; ++i) {
+      pos_ = start + static_cast<long>(i) + 1;
+      step = Feed(chunk_[i]);
+    }
+    if (step == Step::kReturn) return rc_;
+  }
+  Finish();
+  return result_;
+}
+
+Step Parser::Feed(char c) {
+  if (in_tail_) {
+    TailChar(c);
+    return Step::kGo;
+  }
+  if (in_tag_) {
+    TagChar(c);
+    return Step::kGo;
+  }
+  if (pending_.empty() && c != '%') return Ordinary(c);
+
+  pending_ += c;
+  if (pending_ == kOpenPlain || pending_ == kOpenEncoded) {
+    tag_ = std::move(pending_);
+    pending_.clear();
+    opener_length_ = tag_.size();
+    in_tag_ = true;
+    return Step::kGo;
+  }
+  if (kOpenEncoded.starts_with(pending_)) return Step::kGo;
+  // Not an opener after all: its "%" is an ordinary character, and the
+  // characters behind it are looked at again.
+  std::string rest = pending_.substr(1);
+  pending_.clear();
+  Step step = Ordinary('%');
+  for (char r : rest) {
+    if (step != Step::kGo) break;
+    step = Feed(r);
+  }
+  return step;
+}
+
+void Parser::TagChar(char c) {
+  tag_ += c;
+  if (EndsWithCloser(tag_, opener_length_)) {
+    in_tag_ = false;
+    std::string tag = std::move(tag_);
+    tag_.clear();
+    if (tag.size() >= kTagSize) {
+      Emit(tag);
+    } else {
+      int warning = 0;
+      Emit(ResolveTemplateTag(tag, ctx_, image_prefix_, &warning));
+      if (warning != 0) result_ = warning;
+    }
+    return;
+  }
+  if (tag_.size() >= kTagSize) {
+    // Written as it stands; its rest, up to and including the closer, is
+    // plain text.
+    in_tag_ = false;
+    in_tail_ = true;
+    tail_ = tag_.substr(tag_.size() - (kOpenEncoded.size() - 1));
+    std::string tag = std::move(tag_);
+    tag_.clear();
+    Emit(tag);
+  }
+}
+
+void Parser::TailChar(char c) {
+  if (in_markup_) {
+    AppendMarkup(std::string_view(&c, 1));
+  } else if (c != '\r') {
+    AppendText(std::string_view(&c, 1));
+  }
+  tail_ += c;
+  if (tail_.size() > kOpenEncoded.size()) tail_.erase(0, tail_.size() - kOpenEncoded.size());
+  if (EndsWithCloser(tail_, 0)) in_tail_ = false;
+}
+
+Step Parser::Ordinary(char c) {
+  if (!in_markup_) {
+    if (c == '<') {
+      FlushText();
+      StartMarkup();
+    } else if (c != '\r') {
+      AppendText(std::string_view(&c, 1));
+    }
+    return Step::kGo;
+  }
+  if (c == '<' && !in_comment_) {
+    WriteMarkupAsText();
+    StartMarkup();
+    return Step::kGo;
+  }
+  if (markup_.size() >= 2 && markup_[1] == '!' && !script_) {
+    if (c != '-') {
+      dash_ = false;
+    } else if (dash_) {
+      in_comment_ = !in_comment_;
+      dash_ = false;
+    } else {
+      dash_ = true;
+    }
+  }
+  markup_ += c;
+  if (c == '>' && !in_comment_) return CloseMarkup();
+  if (markup_.size() >= kMarkupSize) WriteMarkupAsText();
+  return Step::kGo;
+}
+
+Step Parser::CloseMarkup() {
+  std::string m = std::move(markup_);
+  markup_.clear();
+  in_markup_ = in_comment_ = dash_ = false;
+  if (m.size() >= kMarkupSize) {
+    WriteOutput(out_, m);
+    return Step::kGo;
+  }
+  const bool bang = m.size() >= 2 && m[1] == '!';
+  if (bang) {
+    if (Has(m, "PAGEGEN_CATEGORYLIST_BEGIN")) {
+      if (ctx_.cat_db == nullptr) {
+        VerbosePrintf("No category database exists, and template set uses category tags\n");
+        return Fail(-17);
+      }
+      return HandOver(ProcessCatListBegin, m);
+    }
+    if (Has(m, "PAGEGEN_CATEGORYLIST_END") && CatList > 0) {
+      --CatList;
+      return EndBlock();
+    }
+    // Product lists exist only on pages that were given one; elsewhere their
+    // markers are ordinary comments.
+    if (ctx_.sku_list != nullptr && Has(m, "PAGEGEN_PRODUCTLIST_BEGIN"))
+      return HandOver(ProcessProdListBegin, m);
+    if (ctx_.sku_list != nullptr && Has(m, "PAGEGEN_PRODUCTLIST_END") && ProdList > 0) {
+      --ProdList;
+      return EndBlock();
+    }
+  }
+  int rc = ExpandLinkKeyword(out_, m, ctx_);
+  if (rc < 0) return Fail(rc);
+  if (rc > 0) return Step::kGo;
+
+  if (bang) {
+    if (Has(m, "PAGEGEN_ATTRIBUTES")) {
+      rc = ProcessAttributes(out_, m, ctx_);
+      return rc != 0 ? Fail(rc) : Step::kGo;
+    }
+    if (WriteStoreValueMarker(out_, m, ctx_, image_prefix_)) return Step::kGo;
+    if (Has(m, "PAGEGEN_TEXT_BEGIN")) {
+      rc = BeginTextBlock(out_, m, ctx_);
+      return rc != 0 ? Fail(rc) : Step::kGo;
+    }
+    if (Has(m, "PAGEGEN_TEXT_END")) {
+      EndTextBlock(out_, m);
+      return Step::kGo;
+    }
+    if (Has(m, "PAGEGEN_CARDTYPE")) {
+      rc = ProcessCardType(out_, m, ctx_);
+      return rc != 0 ? Fail(rc) : Step::kGo;
+    }
+    WriteOutput(out_, m);
+    return Step::kGo;
+  }
+  if (StartsWithNoCase(m, "<SCRIPT")) {
+    script_ = true;
+  } else if (StartsWithNoCase(m, "</SCRIPT")) {
+    script_ = false;
+  } else if (ctx_.options & kGenRewriteLinks) {
+    rc = WriteLinkTag(out_, m, ctx_);
+    return rc < 0 ? Fail(rc) : Step::kGo;
+  }
+  WriteOutput(out_, m);
+  return Step::kGo;
+}
+
+Step Parser::HandOver(ListBlockFn block, const std::string& marker) {
+  std::fseek(in_->fp, pos_, SEEK_SET);
+  int rc = block(in_, out_, marker, pos_, ctx_);
+  if (rc == -18) {
+    result_ = rc;  // a warning: the page goes on
+  } else if (rc != 0) {
+    return Fail(rc);
+  }
+  return Step::kReload;
+}
+
+Step Parser::EndBlock() {
+  std::fseek(in_->fp, pos_, SEEK_SET);
+  rc_ = result_;
+  return Step::kReturn;
+}
+
+void Parser::Emit(std::string_view s) {
+  if (in_markup_) {
+    AppendMarkup(s);
+  } else {
+    AppendText(s);
+  }
+}
+
+void Parser::AppendText(std::string_view s) {
+  text_ += s;
+  if (text_.size() >= kTextSize) FlushText();
+}
+
+void Parser::AppendMarkup(std::string_view s) {
+  markup_ += s;
+  if (markup_.size() >= kMarkupSize) WriteMarkupAsText();
+}
+
+void Parser::StartMarkup() {
+  markup_ = "<";
+  in_markup_ = true;
+  in_comment_ = dash_ = false;
+}
+
+void Parser::WriteMarkupAsText() {
+  FlushText();
+  WriteOutput(out_, markup_);
+  markup_.clear();
+  in_markup_ = in_comment_ = dash_ = false;
+}
+
+void Parser::FlushText() {
+  WriteOutput(out_, text_);
+  text_.clear();
+}
+
+void Parser::Finish() {
+  // An unclosed markup is dropped; unclosed tag text is written.
+  if (!in_markup_) text_ += pending_;
+  FlushText();
+  if (in_tag_) WriteOutput(out_, tag_);
+}
+
+}  // namespace
+
+int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx) {
+  int32_t before = g_template_nesting++;
+  struct Restore {
+    ~Restore() { --g_template_nesting; }
+  } restore;
+  if (before > kMaxNesting) {
+    VerbosePrintf("Tags nested too deeply\n");
+    return -50;
+  }
+  auto parser = std::make_unique<Parser>(in, out, ctx);
+  return parser->Run();
+}
+
+int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
+                      std::string_view page_file) {
+  struct FileCloser {
+    void operator()(FILE* fp) const { std::fclose(fp); }
+  };
+  std::unique_ptr<FILE, FileCloser> in(
+      text.empty() ? std::tmpfile()
+                   : fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
+  char* buf = nullptr;
+  std::size_t length = 0;
+  FILE* out_fp = open_memstream(&buf, &length);
+
+  TemplateInput input;
+  input.fp = in.get();
+  PageOutput output;
+  output.fp = out_fp;
+  output.file_name = page_file;
+  int rc = ParseTemplate(&input, &output, ctx);
+  AbandonTextBlock(&output);
+  if (out_fp != nullptr) std::fclose(out_fp);
+  page->assign(buf != nullptr ? buf : "", length);
+  std::free(buf);
+  return rc;
+}
+
+}  // namespace storegen

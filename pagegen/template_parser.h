@@ -1,0 +1,46 @@
+// The template parser: copies an HTML template to a page, replacing product
+// and category tags ("%%PRODUCT.name%%", "%%CATEGORY.name%%" and their
+// "%25%25" forms), the "PAGEGEN_" markers inside "<!" markup (store values,
+// cached text blocks, list blocks, attribute controls), and handing every
+// other markup to link rewriting. The template is read in 1000-byte chunks and
+// never held whole in memory. Not reentrant: the nesting counter and the
+// list-block counters are process-wide.
+#ifndef STOREGEN_PAGEGEN_TEMPLATE_PARSER_H_
+#define STOREGEN_PAGEGEN_TEMPLATE_PARSER_H_
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "pagegen/page_context.h"
+
+namespace storegen {
+
+// Parser calls under way (list blocks call the parser again for each pass).
+// Back at 0 after every page.
+extern int32_t g_template_nesting;
+
+// Parses the template |in| from its current position to its end, or to the
+// end marker of the list block being repeated, writing the page to |out|.
+// Returns 0, or -18 when category tags were left unresolved (warning; the page
+// is complete); or an error, after which the page is incomplete:
+//   -50 more than 10000 nested calls (verbose: "Tags nested too deeply\n"),
+//   -10 the template cannot be read (verbose: "Error reading template
+//       file\n"),
+//   -17 a category list block on a page without category database (verbose:
+//       "No category database exists, and template set uses category
+//       tags\n"),
+//   -8  a text-block cache file cannot be created,
+//   or the code of a failing list block or form control.
+// The nesting counter is back at its value on entry when this returns.
+int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx);
+
+// Parses |text| as a template into |page| (replaced), for tests and fuzzers.
+// |page_file| is the page's file name, which keys the text-block caches
+// (empty: none). Returns what ParseTemplate returned.
+int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
+                      std::string_view page_file = "");
+
+}  // namespace storegen
+
+#endif  // STOREGEN_PAGEGEN_TEMPLATE_PARSER_H_

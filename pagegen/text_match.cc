@@ -1,0 +1,81 @@
+#include "pagegen/text_match.h"
+
+#include <algorithm>
+
+#include "cgisupport/copy_truncated.h"
+
+namespace storegen {
+namespace {
+
+char Lower(char c) {
+  return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool SameNoCase(char a, char b) {
+  return Lower(a) == Lower(b);
+}
+
+}  // namespace
+
+std::size_t FindNoCase(std::string_view hay, std::string_view needle) {
+  auto it = std::search(hay.begin(), hay.end(), needle.begin(), needle.end(), SameNoCase);
+  if (it == hay.end() && !needle.empty()) return std::string_view::npos;
+  return static_cast<std::size_t>(it - hay.begin());
+}
+
+bool StartsWithNoCase(std::string_view text, std::string_view prefix) {
+  return text.size() >= prefix.size() && EqualsNoCase(text.substr(0, prefix.size()), prefix);
+}
+
+bool EqualsNoCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), SameNoCase);
+}
+
+std::string EscapeUrlText(std::string_view text) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  out.reserve(text.size());
+  for (char c : text) {
+    auto u = static_cast<unsigned char>(c);
+    bool keep = (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') || (u >= '0' && u <= '9') ||
+                c == '/' || c == '~' || c == '_' || c == '-' || c == '.' || c == '*';
+    if (keep) {
+      out += c;
+    } else {
+      out += '%';
+      out += kHex[u >> 4];
+      out += kHex[u & 0x0f];
+    }
+  }
+  return out;
+}
+
+std::string UnmaskText(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) {
+    switch (static_cast<unsigned char>(c)) {
+      case 0x88: c = 8; break;
+      case 0x89: c = 9; break;
+      case 0x8A: c = 10; break;
+      case 0x8D: c = 13; break;
+      default: break;
+    }
+  }
+  return out;
+}
+
+std::string_view BaseName(std::string_view path) {
+  for (std::size_t i = path.size(); i > 0; --i) {
+    if (IsDirSlash(path[i - 1])) return path.substr(i);
+  }
+  return path;
+}
+
+std::string_view WithoutExtension(std::string_view path) {
+  std::string_view base = BaseName(path);
+  std::size_t dot = base.rfind('.');
+  if (dot == std::string_view::npos) return path;
+  return path.substr(0, path.size() - base.size() + dot);
+}
+
+}  // namespace storegen
