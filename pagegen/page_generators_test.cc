@@ -1,0 +1,140 @@
+#include "pagegen/page_generators.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "driver/runstate/run_state.h"
+#include "pagegen/filelist/file_list.h"
+#include "pagegen/html_page.h"
+#include "pagegen/page_context.h"
+#include "storedata/sku_list.h"
+#include "templateset/template_set.h"
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+using testing::FileExists;
+using testing::ListDir;
+using testing::ReadFile;
+using testing::ScopedTempDir;
+using testing::WriteFile;
+
+std::string Entries(const FileList* list) {
+  std::string s;
+  for (const FileList* e = list; e != nullptr; e = e->next)
+    s += std::string(e->text) + "=" + std::to_string(e->code) + "\n";
+  return s;
+}
+
+// Standard output of |fn|, captured through a file.
+template <typename Fn>
+std::string CapturedStdout(const std::string& file, Fn fn) {
+  std::fflush(stdout);
+  int saved = dup(1);
+  int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  dup2(fd, 1);
+  close(fd);
+  fn();
+  std::fflush(stdout);
+  dup2(saved, 1);
+  close(saved);
+  return ReadFile(file);
+}
+
+TEST(PageNames, ContinuationPagesNumberTheLastComponent) {
+  struct {
+    const char* path;
+    int page;
+    const char* name;
+  } cases[] = {
+      {"shop/list.html", 0, "shop/list.html"},   {"shop/list.html", 2, "shop/list2.html"},
+      {"shop/list.html", 13, "shop/list13.html"}, {"a.b/list", 2, "a.b/list"},
+      {"a.b\\l.x.htm", 1, "a.b\\l.x1.htm"},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(PageFileName(c.path, c.page), c.name) << c.path << " " << c.page;
+}
+
+TEST(PageNames, CategoryDatabaseBesideTheProductDatabase) {
+  EXPECT_EQ(CategoryDbPath("/shop/data/products.txt"), "/shop/data/products.cdb");
+  EXPECT_EQ(CategoryDbPath("/shop/data.d/products"), "/shop/data.d/products.cdb");
+  EXPECT_EQ(CategoryDbPath(""), ".cdb");
+}
+
+class HtmlPageTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetRunState();
+    WriteFile(cfg_, "ShopName\tCorner Shop\n");
+    WriteFile(tmpl_, "<title><!--PAGEGEN_STORENAME--></title>%%PRODUCT.NAME%%\n");
+    ctx_.store_cfg = cfg_.c_str();
+    ctx_.set = &set_;
+  }
+  void TearDown() override {
+    FreeFileList(PageGenState.errlist);
+    FreeFileList(PageGenState.dellist);
+    ResetRunState();
+  }
+
+  ScopedTempDir dir_{true};
+  std::string cfg_ = dir_.Path("store.cfg");
+  std::string tmpl_ = dir_.Path("page.html");
+  TemplateSet set_;
+  PageContext ctx_;
+};
+
+TEST_F(HtmlPageTest, StaticPageIsWrittenInPlaceAndListed) {
+  std::string out = dir_.Path("www/shop/about.html");
+  EXPECT_EQ(GenerateHtmlPage(tmpl_.c_str(), out.c_str(), nullptr, ctx_), 0);
+  EXPECT_EQ(ReadFile(out), "<title>Corner Shop</title>%%PRODUCT.NAME%%\n");
+  EXPECT_EQ(ListDir(dir_.Path("www/shop")), std::vector<std::string>{"about.html"});
+  EXPECT_EQ(Entries(PageGenState.dellist), out + "=0\n");
+}
+
+TEST_F(HtmlPageTest, ProductNodeGivesTheRecord) {
+  PAPI_Pair record[] = {{const_cast<char*>("NAME"), const_cast<char*>("Kettle")},
+                        {nullptr, nullptr}};
+  SkuList node{const_cast<char*>("K1"), const_cast<char*>("page.html"), record, nullptr};
+  std::string out = dir_.Path("p-K1.html");
+  EXPECT_EQ(GenerateHtmlPage(tmpl_.c_str(), out.c_str(), &node, ctx_), 0);
+  EXPECT_EQ(ReadFile(out), "<title>Corner Shop</title>Kettle\n");
+
+  // Without a template the product is skipped and reported.
+  EXPECT_EQ(GenerateHtmlPage(nullptr, out.c_str(), &node, ctx_), 0);
+  EXPECT_EQ(Entries(PageGenState.errlist), "K1=-15\n");
+}
+
+TEST_F(HtmlPageTest, Failures) {
+  std::string missing = dir_.Path("missing.html");
+  EXPECT_EQ(GenerateHtmlPage(missing.c_str(), dir_.Path("a.html").c_str(), nullptr, ctx_), -7);
+  WriteFile(dir_.Path("file"), "");
+  EXPECT_EQ(GenerateHtmlPage(tmpl_.c_str(), dir_.Path("file/a.html").c_str(), nullptr, ctx_), -8);
+  // A failing page keeps the older one in place.
+  std::string out = dir_.Path("old.html");
+  WriteFile(out, "old");
+  EXPECT_EQ(GenerateHtmlPage(dir_.path().c_str(), out.c_str(), nullptr, ctx_), -10);
+  EXPECT_EQ(ReadFile(out), "");
+}
+
+TEST_F(HtmlPageTest, DynamicRequestWritesOnlyToStandardOutput) {
+  PageGenState.dynamic = kDynSinglePage | kDynProductPages;
+  std::string out = dir_.Path("www/p-x.html");
+  int rc = -1;
+  std::string page = CapturedStdout(dir_.Path("stdout"), [&] {
+    rc = GenerateHtmlPage(tmpl_.c_str(), out.c_str(), nullptr, ctx_);
+  });
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(page, "Content-type: text/html\n\n<title>Corner Shop</title>%%PRODUCT.NAME%%\n");
+  EXPECT_FALSE(FileExists(dir_.Path("www")));
+  EXPECT_EQ(PageGenState.dellist, nullptr);
+}
+
+}  // namespace
+}  // namespace storegen

@@ -4,6 +4,7 @@
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/str_util.h"
 #include "pagegen/text_match.h"
 #include "templateset/template_set.h"
 
@@ -99,7 +100,7 @@ bool WriteStoreValueMarker(PageOutput* out, std::string_view marker, const PageC
     } else {
       value = StoreConfigValue(ctx.store_cfg, m.key);
       if (name == "PAGEGEN_CURRENCYSYMBOL" && value.empty()) value = "$";
-      if (name == "PAGEGEN_STOREWELCOME") value = UnmaskText(value);
+      if (name == "PAGEGEN_STOREWELCOME") unmaskSpecialChars(value.data());
     }
     WriteOutput(out, value);
     return true;

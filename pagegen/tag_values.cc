@@ -1,5 +1,6 @@
 #include "pagegen/tag_values.h"
 
+#include "cgisupport/form_decode.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/text_match.h"
@@ -42,7 +43,7 @@ std::string ProductTag(std::string_view tag, const std::string& name, const Page
                        std::string_view image_prefix) {
   const PAPI_Pair* pair = FindProdAttr(ctx.product, name.c_str());
   if (pair != nullptr && IsUsable(pair->value)) {
-    return IsPicture(name) ? EscapeUrlText(pair->value) : std::string(pair->value);
+    return IsPicture(name) ? EscapeUrl(pair->value) : std::string(pair->value);
   }
   const std::string* fallback = nullptr;
   if (ctx.set != nullptr && EqualsNoCase(name, "GRAPHIC")) {
@@ -55,7 +56,7 @@ std::string ProductTag(std::string_view tag, const std::string& name, const Page
   FileListAdd(&PageGenState.errlist, ProductSku(ctx.product).c_str(), -19);
   // The prefix is a path or URL of the store's own; only the file name is
   // escaped.
-  return std::string(image_prefix) + EscapeUrlText(*fallback);
+  return std::string(image_prefix) + EscapeUrl(*fallback);
 }
 
 // The category's value of |name|; false when the category or the value is
@@ -67,7 +68,7 @@ bool CategoryValue(const std::string& name, const PageContext& ctx, std::string*
   if (record == nullptr) return false;
   const PAPI_Pair* pair = FindProdAttr(record, name.c_str());
   bool ok = pair != nullptr && IsUsable(pair->value);
-  if (ok) *value = IsPicture(name) ? EscapeUrlText(pair->value) : std::string(pair->value);
+  if (ok) *value = IsPicture(name) ? EscapeUrl(pair->value) : std::string(pair->value);
   if (pdbRelease != nullptr) pdbRelease(ctx.cat_db, kPapiKey, "", record);
   return ok;
 }

@@ -1,0 +1,323 @@
+#include "pagegen/template_parser.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "driver/runstate/run_state.h"
+#include "pagegen/filelist/file_list.h"
+#include "pagegen/list_blocks.h"
+#include "storedata/product_api.h"
+#include "templateset/template_set.h"
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+using testing::ScopedTempDir;
+using testing::WriteFile;
+
+// A record as the product API hands it out, for pages about one product.
+PAPI_Pair kProduct[] = {
+    {const_cast<char*>("SKU"), const_cast<char*>("A-100")},
+    {const_cast<char*>("NAME"), const_cast<char*>("Kettle")},
+    {const_cast<char*>("PRICE"), const_cast<char*>("24.50")},
+    {const_cast<char*>("COLOR"), const_cast<char*>("na")},
+    {const_cast<char*>("SIZE"), const_cast<char*>("")},
+    {const_cast<char*>("GRAPHIC"), const_cast<char*>("img/red kettle.png")},
+    {nullptr, nullptr},
+};
+
+// A category database of one category, "Tea", served through the bound
+// product-API entry points.
+PAPI_Pair kTeaCategory[] = {
+    {const_cast<char*>("TILLBOXCATEGORY"), const_cast<char*>("Tea")},
+    {const_cast<char*>("BLURB"), const_cast<char*>("Leaves & cups")},
+    {const_cast<char*>("BANNER"), const_cast<char*>("NA")},
+    {nullptr, nullptr},
+};
+int g_retrievals = 0;
+int g_releases = 0;
+
+PAPI_Pair* FakeRetrieve(void*, const char*, const char* sku, int, const char*, const char*,
+                        const char*, const char*, char**) {
+  ++g_retrievals;
+  return std::strcmp(sku, "Tea") == 0 ? kTeaCategory : nullptr;
+}
+int FakeRelease(void*, const char*, const char*, PAPI_Pair*) {
+  ++g_releases;
+  return 0;
+}
+
+class TemplateParserTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetRunState();
+    g_template_nesting = CatList = ProdList = 0;
+    pdbRetrieve = FakeRetrieve;
+    pdbRelease = FakeRelease;
+    g_retrievals = g_releases = 0;
+    WriteFile(cfg_, "ShopName\tCorner Shop\nStorePhone\t555-0100\nSecureStoreDir\t/secure/shop\n");
+    ctx_.store_cfg = cfg_.c_str();
+    ctx_.page_path = "/shop/";
+    ctx_.set = &set_;
+    ctx_.options = kGenRewriteLinks;
+  }
+  void TearDown() override {
+    FreeFileList(PageGenState.errlist);
+    PageGenState.errlist = nullptr;
+    pdbRetrieve = nullptr;
+    pdbRelease = nullptr;
+  }
+
+  std::string Parse(const std::string& text, int* rc = nullptr) {
+    std::string page;
+    int result = ParseTemplateText(text, ctx_, &page);
+    if (rc != nullptr) *rc = result;
+    EXPECT_EQ(g_template_nesting, 0) << text;
+    EXPECT_EQ(CatList, 0) << text;
+    return page;
+  }
+
+  // The error list as "text=code" lines.
+  static std::string ErrorList() {
+    std::string s;
+    for (const FileList* e = PageGenState.errlist; e != nullptr; e = e->next)
+      s += std::string(e->text) + "=" + std::to_string(e->code) + "\n";
+    return s;
+  }
+
+  ScopedTempDir dir_{true};
+  std::string cfg_ = dir_.Path("store.cfg");
+  TemplateSet set_;
+  PageContext ctx_;
+};
+
+TEST_F(TemplateParserTest, ProductTags) {
+  ctx_.product = kProduct;
+  struct {
+    const char* in;
+    const char* out;
+  } cases[] = {
+      {"<p>%%PRODUCT.PRICE%%</p>", "<p>24.50</p>"},
+      {"%25%25PRODUCT.PRICE%25%25", "24.50"},
+      {"%%product.Name%%", "Kettle"},             // prefix and name in any case
+      {"%%PRODUCT.PRICE%25%25", "24.50"},         // either closer ends a tag
+      {"[%%PRODUCT.COLOR%%]", "[ ]"},             // "NA" in any case
+      {"[%%PRODUCT.SIZE%%]", "[ ]"},              // empty
+      {"[%%PRODUCT.WEIGHT%%]", "[ ]"},            // missing
+      {"%%PRODUCT.GRAPHIC%%", "img/red%20kettle.png"},  // pictures are URL-escaped
+      {"%%OTHER.PRICE%%", "%%OTHER.PRICE%%"},     // not a tag of ours
+      {"50% off, a%20b, 100%", "50% off, a%20b, 100%"},  // a lone "%" is text
+      {"%25%%PRODUCT.NAME%%", "%25Kettle"},
+      {"%%%%", "%%%%"},
+      {"x %%PRODUCT.PRICE", "x %%PRODUCT.PRICE"},  // unclosed tag text is written
+  };
+  for (const auto& c : cases) {
+    int rc = -1;
+    EXPECT_EQ(Parse(c.in, &rc), c.out) << c.in;
+    EXPECT_EQ(rc, 0) << c.in;
+  }
+  EXPECT_EQ(ErrorList(), "");
+}
+
+TEST_F(TemplateParserTest, ProductTagWithoutProductIsWrittenAsItStands) {
+  EXPECT_EQ(Parse("%%PRODUCT.PRICE%% %25%25PRODUCT.NAME%25%25"),
+            "%%PRODUCT.PRICE%% %25%25PRODUCT.NAME%25%25");
+}
+
+TEST_F(TemplateParserTest, DefaultPicturesAreRecordedWithTheirProduct) {
+  PAPI_Pair bare[] = {{const_cast<char*>("SKU"), const_cast<char*>("B-7")},
+                      {const_cast<char*>("THUMBNAIL"), const_cast<char*>("NA")},
+                      {nullptr, nullptr}};
+  ctx_.product = bare;
+  set_.default_product_graphic = "images/no photo.png";
+  EXPECT_EQ(Parse("<img src=\"%%PRODUCT.GRAPHIC%%\">|%%PRODUCT.THUMBNAIL%%|"),
+            "<img src=\"/shop/images/no%20photo.png\">| |");
+  EXPECT_EQ(ErrorList(), "%%PRODUCT.GRAPHIC%%=-19\nB-7=-19\n");
+
+  // Secure pages take the secure store directory instead of the page path.
+  set_.default_product_thumbnail = "images/thumb.png";
+  ctx_.secure = 1;
+  EXPECT_EQ(Parse("%%PRODUCT.THUMBNAIL%%"), "/secure/shop/images/thumb.png");
+}
+
+TEST_F(TemplateParserTest, CategoryTags) {
+  int connection = 0;
+  ctx_.cat_db = &connection;
+  ctx_.category = "Tea";
+  int rc = -1;
+  EXPECT_EQ(Parse("<h1>%%CATEGORY.BLURB%%</h1>", &rc), "<h1>Leaves & cups</h1>");
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(Parse("<%%CATEGORY.BANNER%%> %25%25category.none%25%25", &rc),
+            "<%%CATEGORY.BANNER%%> %25%25category.none%25%25");
+  EXPECT_EQ(rc, -18);  // a warning: the page is complete
+  EXPECT_EQ(ErrorList(), "%%CATEGORY.BANNER%%=-18\n%25%25category.none%25%25=-18\n");
+  EXPECT_EQ(g_retrievals, g_releases);
+
+  ctx_.category = "Coffee";  // no such record
+  EXPECT_EQ(Parse("%%CATEGORY.BLURB%%", &rc), "%%CATEGORY.BLURB%%");
+  EXPECT_EQ(rc, -18);
+
+  // Without a category or a connection there is nothing to resolve against.
+  FreeFileList(PageGenState.errlist);
+  PageGenState.errlist = nullptr;
+  ctx_.category = nullptr;
+  EXPECT_EQ(Parse("%%CATEGORY.BLURB%%", &rc), "%%CATEGORY.BLURB%%");
+  EXPECT_EQ(rc, 0);
+  ctx_.category = "Tea";
+  ctx_.cat_db = nullptr;
+  EXPECT_EQ(Parse("%%CATEGORY.BLURB%%", &rc), "%%CATEGORY.BLURB%%");
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(ErrorList(), "");
+}
+
+TEST_F(TemplateParserTest, MarkersWorkOnlyInsideBangMarkup) {
+  struct {
+    const char* in;
+    const char* out;
+  } cases[] = {
+      {"<!-- PAGEGEN_STORENAME -->", "Corner Shop"},
+      {"<!--pagegen_storephone-->", "555-0100"},
+      {"PAGEGEN_STORENAME", "PAGEGEN_STORENAME"},
+      {"<b PAGEGEN_STORENAME>", "<b PAGEGEN_STORENAME>"},
+      {"<!-- a > b <c> PAGEGEN_STORENAME -->!", "Corner Shop!"},  // ">" and "<" in a comment
+      {"<!DOCTYPE html>", "<!DOCTYPE html>"},
+      {"<!-- PAGEGEN_STOREFAX -->|", "|"},                         // key missing
+      {"<!-- PAGEGEN_CURRENCYSYMBOL -->", "$"},
+      {"<!-- PAGEGEN_PRODUCTLIST_BEGIN -->x<!-- PAGEGEN_PRODUCTLIST_END -->",
+       "<!-- PAGEGEN_PRODUCTLIST_BEGIN -->x<!-- PAGEGEN_PRODUCTLIST_END -->"},  // no list here
+      {"<!-- PAGEGEN_TEXT_BEGIN -->t<!-- PAGEGEN_TEXT_END -->",
+       "<!-- PAGEGEN_TEXT_BEGIN -->t<!-- PAGEGEN_TEXT_END -->"},  // no page file: inline
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(Parse(c.in), c.out) << c.in;
+}
+
+TEST_F(TemplateParserTest, StoreValues) {
+  WriteFile(cfg_,
+            "Currency\tEUR\nStoreWelcome\tHello\x8A"
+            "there\nStoreAddress1\t1 Main St\nStoreAddress2\tSpringfield\n"
+            "StoreEmail\tshop@example.com\nStoreFax\t555-0101\n");
+  EXPECT_EQ(Parse("<!--PAGEGEN_CURRENCYSYMBOL-->|<!--PAGEGEN_STOREWELCOME-->|"
+                  "<!--PAGEGEN_STOREADDR1-->|<!--PAGEGEN_STOREADDR2-->|"
+                  "<!--PAGEGEN_STOREEMAIL-->|<!--PAGEGEN_STOREFAX-->|<!--PAGEGEN_STORENAME-->|"),
+            "EUR|Hello\nthere|1 Main St|Springfield|shop@example.com|555-0101||");
+}
+
+TEST_F(TemplateParserTest, BodyTagAndLogo) {
+  WriteFile(cfg_, "PageGenBgColor\t#ffffff\nPageGenTextColor\t#222\nPageGenBgImage\timages/bg.png\n"
+                  "StoreLogo\thttp://cdn.example.com/logo.png\n");
+  EXPECT_EQ(Parse("<!-- PAGEGEN_BODYTAG --><!-- PAGEGEN_STORELOGO -->"),
+            "<BODY BGCOLOR=\"#ffffff\" TEXT=\"#222\" BACKGROUND=\"/shop/images/bg.png\" >"
+            "<IMG SRC=\"http://cdn.example.com/logo.png\">");
+  struct {
+    const char* logo;
+    const char* src;
+  } cases[] = {
+      {"/img/logo.png", "/img/logo.png"},
+      {"\\img\\logo.png", "\\img\\logo.png"},
+      {"/shop/logo.png", "/shop/logo.png"},
+      {"img/logo.png", "/shop/img/logo.png"},
+      {"c:logo.png", "c:logo.png"},
+  };
+  for (const auto& c : cases) {
+    WriteFile(cfg_, std::string("StoreLogo\t") + c.logo + "\n");
+    EXPECT_EQ(Parse("<!-- PAGEGEN_STORELOGO -->"), std::string("<IMG SRC=\"") + c.src + "\">")
+        << c.logo;
+  }
+  WriteFile(cfg_, "");
+  EXPECT_EQ(Parse("<!-- PAGEGEN_BODYTAG --><!-- PAGEGEN_STORELOGO -->"), "<BODY >");
+}
+
+TEST_F(TemplateParserTest, ScriptModeSuspendsTheCommentRule) {
+  const std::string comment = "<!-- a > PAGEGEN_STORENAME -->";
+  EXPECT_EQ(Parse(comment), "Corner Shop");
+  const std::string script = "<SCRIPT>var s = '" + comment + "';</script>";
+  EXPECT_EQ(Parse(script), script);
+  EXPECT_EQ(Parse(script + comment), script + "Corner Shop");
+}
+
+TEST_F(TemplateParserTest, CarriageReturnsAndUnclosedMarkup) {
+  EXPECT_EQ(Parse("a\r\nb\r\n<a\r\nhref=\"x\">c\r"), "a\nb\n<a\r\nhref=\"x\">c");
+  EXPECT_EQ(Parse("text <b unclosed"), "text ");
+  EXPECT_EQ(Parse("text <!-- PAGEGEN_STORENAME"), "text ");
+  EXPECT_EQ(Parse("a < b <i>c</i>"), "a < b <i>c</i>");
+  EXPECT_EQ(Parse("ends in %"), "ends in %");
+}
+
+TEST_F(TemplateParserTest, OverlongMarkupAndTagsPassThroughUnchanged) {
+  ctx_.product = kProduct;
+  auto comment = [](std::size_t length) {
+    std::string head = "<!-- PAGEGEN_STORENAME ";
+    return head + std::string(length - head.size() - 3, 'x') + "-->";
+  };
+  EXPECT_EQ(Parse(comment(2399)), "Corner Shop");
+  EXPECT_EQ(Parse(comment(2400) + "%%PRODUCT.NAME%%"), comment(2400) + "Kettle");
+  EXPECT_EQ(Parse(comment(5000) + "<!--PAGEGEN_STORENAME-->"), comment(5000) + "Corner Shop");
+
+  auto tag = [](std::size_t length) {
+    std::string head = "%%PRODUCT.NAME";
+    return head + std::string(length - head.size() - 2, 'x') + "%%";
+  };
+  EXPECT_EQ(Parse(tag(2399)), " ");
+  EXPECT_EQ(Parse(tag(2400) + "%%PRODUCT.NAME%%"), tag(2400) + "Kettle");
+  // The rest of an overlong tag, up to its closer, is plain text; so is a
+  // markup start in it.
+  EXPECT_EQ(Parse(tag(3000) + "<b>%%PRODUCT.PRICE%%"), tag(3000) + "<b>24.50");
+  std::string long_tag_with_markup = "%%" + std::string(2500, 'y') + "<!--PAGEGEN_STORENAME-->%%!";
+  EXPECT_EQ(Parse(long_tag_with_markup), long_tag_with_markup);
+}
+
+TEST_F(TemplateParserTest, TagsAndMarkupAcrossChunkBoundaries) {
+  ctx_.product = kProduct;
+  for (std::size_t pad = 985; pad <= 1001; ++pad) {
+    std::string lead(pad, '.');
+    EXPECT_EQ(Parse(lead + "%25%25PRODUCT.NAME%25%25|<!--PAGEGEN_STORENAME-->"),
+              lead + "Kettle|Corner Shop")
+        << pad;
+  }
+}
+
+TEST_F(TemplateParserTest, ListBlocksNeedTheirData) {
+  int rc = 0;
+  const std::string block = "a<!-- PAGEGEN_CATEGORYLIST_BEGIN -->[%%PRODUCT.NAME%%]"
+                            "<!-- PAGEGEN_CATEGORYLIST_END -->b";
+  EXPECT_EQ(Parse(block, &rc), "a");
+  EXPECT_EQ(rc, -17);
+
+  int connection = 0;
+  ctx_.cat_db = &connection;
+  ctx_.product = kProduct;
+  std::string lead(1500, '-');  // the block ends in a later chunk than it starts
+  EXPECT_EQ(Parse(block + lead + block, &rc), "a[Kettle]b" + lead + "a[Kettle]b");
+  EXPECT_EQ(rc, 0);
+}
+
+TEST_F(TemplateParserTest, NestingLimit) {
+  g_template_nesting = 10001;
+  std::string page;
+  EXPECT_EQ(ParseTemplateText("x", ctx_, &page), -50);
+  EXPECT_EQ(page, "");
+  EXPECT_EQ(g_template_nesting, 10001);
+  g_template_nesting = 10000;
+  EXPECT_EQ(ParseTemplateText("x", ctx_, &page), 0);
+  EXPECT_EQ(page, "x");
+  g_template_nesting = 0;
+}
+
+TEST_F(TemplateParserTest, ReadErrorEndsThePage) {
+  FILE* dir = std::fopen(dir_.path().c_str(), "rb");  // reading a directory fails
+  ASSERT_NE(dir, nullptr);
+  TemplateInput in;
+  in.fp = dir;
+  PageOutput out;
+  EXPECT_EQ(ParseTemplate(&in, &out, ctx_), -10);
+  EXPECT_EQ(g_template_nesting, 0);
+  std::fclose(dir);
+}
+
+}  // namespace
+}  // namespace storegen

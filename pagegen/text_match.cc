@@ -31,39 +31,6 @@ bool EqualsNoCase(std::string_view a, std::string_view b) {
   return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), SameNoCase);
 }
 
-std::string EscapeUrlText(std::string_view text) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string out;
-  out.reserve(text.size());
-  for (char c : text) {
-    auto u = static_cast<unsigned char>(c);
-    bool keep = (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') || (u >= '0' && u <= '9') ||
-                c == '/' || c == '~' || c == '_' || c == '-' || c == '.' || c == '*';
-    if (keep) {
-      out += c;
-    } else {
-      out += '%';
-      out += kHex[u >> 4];
-      out += kHex[u & 0x0f];
-    }
-  }
-  return out;
-}
-
-std::string UnmaskText(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    switch (static_cast<unsigned char>(c)) {
-      case 0x88: c = 8; break;
-      case 0x89: c = 9; break;
-      case 0x8A: c = 10; break;
-      case 0x8D: c = 13; break;
-      default: break;
-    }
-  }
-  return out;
-}
-
 std::string_view BaseName(std::string_view path) {
   for (std::size_t i = path.size(); i > 0; --i) {
     if (IsDirSlash(path[i - 1])) return path.substr(i);
