@@ -94,7 +94,9 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     tmpl.reset();
     if (dynamic) {
       std::fflush(stdout);
-    } else if (file.fp() != nullptr && !file.Commit() && rc == 0) {
+    } else if (file.fp() != nullptr && rc != 0 && rc != -18) {
+      file.Abandon();  // a page cut short never replaces the older one
+    } else if (file.fp() != nullptr && !file.Commit()) {
       VerbosePrintf("Unable to open file %s\n", name.c_str());
       rc = -8;
     }

@@ -34,7 +34,8 @@ std::string PageFileName(std::string_view path, int page_number);
 // Returns 0; -18 when category tags were left unresolved (every page is
 // still written); -7 template not openable, -8 page or its directory not
 // creatable (verbose: "Unable to open file %s\n"); or the parser's error,
-// which ends the series (pages already written stay).
+// which ends the series: earlier pages stay, the failing page is not written
+// (an older file of that name stays as it was).
 int GenerateHtmlPage(const char* template_path, const char* output_path, const SkuList* sku_node,
                      const PageContext& ctx);
 

@@ -120,7 +120,9 @@ TEST_F(HtmlPageTest, Failures) {
   std::string out = dir_.Path("old.html");
   WriteFile(out, "old");
   EXPECT_EQ(GenerateHtmlPage(dir_.path().c_str(), out.c_str(), nullptr, ctx_), -10);
-  EXPECT_EQ(ReadFile(out), "");
+  EXPECT_EQ(ReadFile(out), "old");
+  EXPECT_EQ(ListDir(dir_.path()), (std::vector<std::string>{"file", "old.html", "page.html",
+                                                             "store.cfg"}));
 }
 
 TEST_F(HtmlPageTest, DynamicRequestWritesOnlyToStandardOutput) {

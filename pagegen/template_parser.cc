@@ -40,11 +40,24 @@ bool EndsWithCloser(std::string_view s, std::size_t min_length) {
          (s.ends_with(kOpenEncoded) && s.size() >= min_length + kOpenEncoded.size());
 }
 
+// What relative store images get in front: the secure store directory on
+// secure pages (when the store has one), else the page path.
+std::string ImagePrefix(const PageContext& ctx) {
+  if (ctx.secure) {
+    char secure[kPathSize] = "";
+    GetConfigItem(ctx.store_cfg, "SecureStoreDir", secure, sizeof secure, 0);
+    AppendSlashIfMissing(secure);
+    if (secure[0] != '\0') return secure;
+  }
+  return ctx.page_path;
+}
+
 // What the scanner does after a character.
 enum class Step {
-  kGo,      // next character
-  kReload,  // a list block moved the stream: read on from where it stands
-  kReturn,  // leave the parser with rc_
+  kGo,        // next character
+  kHandOver,  // run the list block noted in block_ (from Run, to keep the
+              // recursion through nested blocks shallow)
+  kReturn,    // leave the parser with rc_
 };
 
 using ListBlockFn = int (*)(TemplateInput*, PageOutput*, std::string_view, long,
@@ -55,7 +68,7 @@ using ListBlockFn = int (*)(TemplateInput*, PageOutput*, std::string_view, long,
 class Parser {
  public:
   Parser(TemplateInput* in, PageOutput* out, const PageContext& ctx)
-      : in_(in), out_(out), ctx_(ctx), chunk_(kChunkSize) {}
+      : in_(in), out_(out), ctx_(ctx), chunk_(kChunkSize), image_prefix_(ImagePrefix(ctx)) {}
 
   int Run();
 
@@ -63,7 +76,8 @@ class Parser {
   Step Feed(char c);
   Step Ordinary(char c);
   Step CloseMarkup();
-  Step HandOver(ListBlockFn block, const std::string& marker);
+  Step HandOver(ListBlockFn block, std::string marker);
+  Step RunBlock();
   Step EndBlock();
   Step Fail(int rc) {
     rc_ = rc;
@@ -90,6 +104,8 @@ class Parser {
   std::string tag_;      // open tag, from its opener
   std::string pending_;  // what may become a tag opener ("%", "%2", ... "%25%2")
   std::string tail_;     // last characters of an overlong tag's rest
+  ListBlockFn block_ = nullptr;  // list block to run, with its begin marker
+  std::string block_marker_;
   bool in_markup_ = false;
   bool in_comment_ = false;
   bool dash_ = false;  // the previous markup character was an unpaired "-"
@@ -102,14 +118,10 @@ class Parser {
   int rc_ = 0;
 };
 
+// Nested list blocks recurse through Run, RunBlock and the block processor:
+// their frames are kept small, and everything else lives in the Parser on
+// the heap.
 int Parser::Run() {
-  image_prefix_ = ctx_.page_path;
-  if (ctx_.secure) {
-    char secure[kPathSize] = "";
-    GetConfigItem(ctx_.store_cfg, "SecureStoreDir", secure, sizeof secure, 0);
-    AppendSlashIfMissing(secure);
-    if (secure[0] != '\0') image_prefix_ = secure;
-  }
   FILE* fp = in_ != nullptr ? in_->fp : nullptr;
   while (fp != nullptr) {
     long start = std::ftell(fp);
@@ -124,6 +136,9 @@ int Parser::Run() {
       pos_ = start + static_cast<long>(i) + 1;
       step = Feed(chunk_[i]);
     }
+    // After a list block the stream stands behind its end marker; the rest
+    // of this chunk is read again from there.
+    if (step == Step::kHandOver) step = RunBlock();
     if (step == Step::kReturn) return rc_;
   }
   Finish();
@@ -246,7 +261,7 @@ Step Parser::CloseMarkup() {
         VerbosePrintf("No category database exists, and template set uses category tags\n");
         return Fail(-17);
       }
-      return HandOver(ProcessCatListBegin, m);
+      return HandOver(ProcessCatListBegin, std::move(m));
     }
     if (Has(m, "PAGEGEN_CATEGORYLIST_END") && CatList > 0) {
       --CatList;
@@ -255,7 +270,7 @@ Step Parser::CloseMarkup() {
     // Product lists exist only on pages that were given one; elsewhere their
     // markers are ordinary comments.
     if (ctx_.sku_list != nullptr && Has(m, "PAGEGEN_PRODUCTLIST_BEGIN"))
-      return HandOver(ProcessProdListBegin, m);
+      return HandOver(ProcessProdListBegin, std::move(m));
     if (ctx_.sku_list != nullptr && Has(m, "PAGEGEN_PRODUCTLIST_END") && ProdList > 0) {
       --ProdList;
       return EndBlock();
@@ -298,15 +313,22 @@ Step Parser::CloseMarkup() {
   return Step::kGo;
 }
 
-Step Parser::HandOver(ListBlockFn block, const std::string& marker) {
+Step Parser::HandOver(ListBlockFn block, std::string marker) {
+  block_ = block;
+  block_marker_ = std::move(marker);
+  return Step::kHandOver;
+}
+
+Step Parser::RunBlock() {
   std::fseek(in_->fp, pos_, SEEK_SET);
-  int rc = block(in_, out_, marker, pos_, ctx_);
+  int rc = block_(in_, out_, block_marker_, pos_, ctx_);
+  block_marker_.clear();
   if (rc == -18) {
     result_ = rc;  // a warning: the page goes on
   } else if (rc != 0) {
     return Fail(rc);
   }
-  return Step::kReload;
+  return Step::kGo;
 }
 
 Step Parser::EndBlock() {
@@ -361,16 +383,15 @@ void Parser::Finish() {
 }  // namespace
 
 int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx) {
-  int32_t before = g_template_nesting++;
-  struct Restore {
-    ~Restore() { --g_template_nesting; }
-  } restore;
-  if (before > kMaxNesting) {
+  if (g_template_nesting++ > kMaxNesting) {
     VerbosePrintf("Tags nested too deeply\n");
+    --g_template_nesting;
     return -50;
   }
-  auto parser = std::make_unique<Parser>(in, out, ctx);
-  return parser->Run();
+  // The parser's state lives on the heap: nested list blocks recurse deeply.
+  int rc = std::make_unique<Parser>(in, out, ctx)->Run();
+  --g_template_nesting;
+  return rc;
 }
 
 int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,

@@ -308,6 +308,17 @@ TEST_F(TemplateParserTest, NestingLimit) {
   g_template_nesting = 0;
 }
 
+TEST_F(TemplateParserTest, DeeplyNestedBlocksStopAtTheNestingLimit) {
+  int connection = 0;
+  ctx_.cat_db = &connection;
+  std::string nested;
+  for (int i = 0; i < 10005; ++i)
+    nested += "<!--PAGEGEN_CATEGORYLIST_BEGIN-->";
+  int rc = 0;
+  EXPECT_EQ(Parse(nested, &rc), "");
+  EXPECT_EQ(rc, -50);
+}
+
 TEST_F(TemplateParserTest, ReadErrorEndsThePage) {
   FILE* dir = std::fopen(dir_.path().c_str(), "rb");  // reading a directory fails
   ASSERT_NE(dir, nullptr);
