@@ -48,8 +48,8 @@ int GenerateSitePages(bool* done) {
     char display[kDisplayNameSize];
     if (!PG_TpltGetDisplayName(st.pTpltSet, st.pszShopHome, display, sizeof display,
                                kKindShopHomePage) ||
-        !PG_TpltGetOutputFile(st.pTpltSet, display, st.szShopHomeName,
-                              sizeof st.szShopHomeName, kKindShopHomePage)) {
+        !PG_TpltGetOutputFile(st.pTpltSet, display, st.szShopHomeName, sizeof st.szShopHomeName,
+                              kKindShopHomePage)) {
       VerbosePrintf("Error resolving template display name\n");
       *done = true;
       return -13;
@@ -86,8 +86,8 @@ int FillSkuData() {
   int result = 0;
   for (SkuList* node = st.pSkuList; node != nullptr; node = node->next) {
     if (node->sku == nullptr) continue;
-    SkuList* found = FindSkuData(node->sku, st.szDbName, st.szConfig, st.szAPIConfig,
-                                 st.szCartDir, st.pTpltSet);
+    SkuList* found =
+        FindSkuData(node->sku, st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir, st.pTpltSet);
     if (found == nullptr) {
       result = -2;
       continue;

@@ -32,6 +32,10 @@ std::string PageFileName(std::string_view path, int page_number) {
   return name;
 }
 
+std::string CategoryDbPath(std::string_view db_path) {
+  return std::string(WithoutExtension(db_path)) + ".cdb";
+}
+
 int GenerateHtmlPage(const char* template_path, const char* output_path, const SkuList* sku_node,
                      const PageContext& page_ctx) {
   if (template_path == nullptr) {

@@ -19,6 +19,10 @@ struct SkuList;
 // "shop/list2.html"); page 0, and a name without extension, keep |path|.
 std::string PageFileName(std::string_view path, int page_number);
 
+// The category database of the product database |db_path|: its extension
+// replaced by ".cdb" (".cdb" appended when it has none; ".cdb" for "").
+std::string CategoryDbPath(std::string_view db_path);
+
 // Writes the page(s) of |template_path| to |output_path|:
 // - a null |template_path| writes nothing: a given |sku_node| is entered in
 //   the error list with -15 (no template for the product); returns 0;

@@ -35,9 +35,9 @@ struct TemplateInput {
 
 // The page being written. All output goes through WriteOutput.
 struct PageOutput {
-  FILE* fp = nullptr;      // the page stream, not owned; null discards the output
-  std::string file_name;   // page file name (no directory); empty: text blocks
-                           // are not cached (dynamic requests)
+  FILE* fp = nullptr;       // the page stream, not owned; null discards the output
+  std::string file_name;    // page file name (no directory); empty: text blocks
+                            // are not cached (dynamic requests)
   int32_t text_blocks = 0;  // cached text blocks met so far on this page
 
   // State of an open cached text block (see text_blocks.h).
@@ -56,23 +56,23 @@ inline int WriteOutput(PageOutput* out, std::string_view text) {
 // or empty where the page has no such thing. A list block copies the context
 // and sets product or category for each entry.
 struct PageContext {
-  void* cat_db = nullptr;                // category database connection (product API handle)
-  const PAPI_Pair* product = nullptr;    // the current product's record
-  const char* category = nullptr;        // the current category's name
-  const char* store_cfg = "";            // store configuration file
-  const char* cat_db_path = "";          // category database path (".cdb")
-  const char* api_cfg = "";              // product-API configuration file
-  const char* cart_dir = "";             // the cart's directory
-  const char* out_dir = "";              // the store's output directory, ends in "/"
-  const char* page_path = "";            // the page's path below the HTML root (StoreDir)
-  const char* output_file = "";          // the page's output file as the template set names it
-  AttributePool* attr_db = nullptr;      // attribute database, for form controls
-  SkuList* sku_list = nullptr;           // products of the page's product lists; null: the
-                                         // page has no product list
-  const char* list_start = "";           // index of the first product of a product list page
-  TemplateSet* set = nullptr;            // the template set
-  int secure = 0;                        // non-zero: page for the secure server
-  uint32_t options = 0;                  // GenerationOptions bits (kGenRewriteLinks ...)
+  void* cat_db = nullptr;              // category database connection (product API handle)
+  const PAPI_Pair* product = nullptr;  // the current product's record
+  const char* category = nullptr;      // the current category's name
+  const char* store_cfg = "";          // store configuration file
+  const char* cat_db_path = "";        // category database path (".cdb")
+  const char* api_cfg = "";            // product-API configuration file
+  const char* cart_dir = "";           // the cart's directory
+  const char* out_dir = "";            // the store's output directory, ends in "/"
+  const char* page_path = "";          // the page's path below the HTML root (StoreDir)
+  const char* output_file = "";        // the page's output file as the template set names it
+  AttributePool* attr_db = nullptr;    // attribute database, for form controls
+  SkuList* sku_list = nullptr;         // products of the page's product lists; null: the
+                                       // page has no product list
+  const char* list_start = "";         // index of the first product of a product list page
+  TemplateSet* set = nullptr;          // the template set
+  int secure = 0;                      // non-zero: page for the secure server
+  uint32_t options = 0;                // GenerationOptions bits (kGenRewriteLinks ...)
 };
 
 }  // namespace storegen

@@ -112,10 +112,6 @@ GeneratorArgs GeneratorArgsForRun(SkuList* sku_list) {
   return args;
 }
 
-std::string CategoryDbPath(std::string_view db_path) {
-  return std::string(WithoutExtension(db_path)) + ".cdb";
-}
-
 int GenerateSitePage(const char* display_name, const GeneratorArgs& args, int /*pass*/) {
   char tmpl[kPathSize] = "";
   char file[kPathSize] = "";
@@ -151,7 +147,8 @@ int GenerateSearchPage(const GeneratorArgs& args) {
     std::string_view html = args.html_path;
     std::string_view alias = PageGenState.szHtmlAlias;
     if (!alias.empty() && html.starts_with(alias)) html.remove_prefix(alias.size());
-    if (!html.empty() && std::string_view(dir).ends_with(html)) dir.resize(dir.size() - html.size());
+    if (!html.empty() && std::string_view(dir).ends_with(html))
+      dir.resize(dir.size() - html.size());
   }
   std::string path = dir + html_out;
   EnsurePGPDir(path.c_str());

@@ -13,9 +13,6 @@
 #ifndef STOREGEN_PAGEGEN_PAGE_GENERATORS_H_
 #define STOREGEN_PAGEGEN_PAGE_GENERATORS_H_
 
-#include <string>
-#include <string_view>
-
 namespace storegen {
 
 struct AttributePool;
@@ -38,10 +35,6 @@ struct GeneratorArgs {
 
 // The arguments of this run (PageGenState) with |sku_list|.
 GeneratorArgs GeneratorArgsForRun(SkuList* sku_list);
-
-// The category database of the product database |db_path|: its extension
-// replaced by ".cdb" (".cdb" appended when it has none; ".cdb" for "").
-std::string CategoryDbPath(std::string_view db_path);
 
 // The site page with exactly the display name |display_name|. Site pages have
 // no data connection and no product list. |pass| (0 or 1) does not change

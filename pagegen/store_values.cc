@@ -83,11 +83,11 @@ bool WriteStoreValueMarker(PageOutput* out, std::string_view marker, const PageC
     const char* marker;
     const char* key;  // null: composed below
   } kMarkers[] = {
-      {"PAGEGEN_STORENAME", "ShopName"},        {"PAGEGEN_BODYTAG", nullptr},
-      {"PAGEGEN_STORELOGO", nullptr},           {"PAGEGEN_STOREPHONE", "StorePhone"},
-      {"PAGEGEN_STOREFAX", "StoreFax"},         {"PAGEGEN_STOREADDR1", "StoreAddress1"},
-      {"PAGEGEN_STOREADDR2", "StoreAddress2"},  {"PAGEGEN_STOREEMAIL", "StoreEmail"},
-      {"PAGEGEN_CURRENCYSYMBOL", "Currency"},   {"PAGEGEN_STOREWELCOME", "StoreWelcome"},
+      {"PAGEGEN_STORENAME", "ShopName"},       {"PAGEGEN_BODYTAG", nullptr},
+      {"PAGEGEN_STORELOGO", nullptr},          {"PAGEGEN_STOREPHONE", "StorePhone"},
+      {"PAGEGEN_STOREFAX", "StoreFax"},        {"PAGEGEN_STOREADDR1", "StoreAddress1"},
+      {"PAGEGEN_STOREADDR2", "StoreAddress2"}, {"PAGEGEN_STOREEMAIL", "StoreEmail"},
+      {"PAGEGEN_CURRENCYSYMBOL", "Currency"},  {"PAGEGEN_STOREWELCOME", "StoreWelcome"},
   };
   for (const auto& m : kMarkers) {
     std::string_view name = m.marker;

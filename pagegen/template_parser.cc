@@ -99,11 +99,11 @@ class Parser {
   std::vector<char> chunk_;
   std::string image_prefix_;  // secure prefix, or the page path
 
-  std::string text_;     // plain text not yet written
-  std::string markup_;   // open markup, from its "<"
-  std::string tag_;      // open tag, from its opener
-  std::string pending_;  // what may become a tag opener ("%", "%2", ... "%25%2")
-  std::string tail_;     // last characters of an overlong tag's rest
+  std::string text_;             // plain text not yet written
+  std::string markup_;           // open markup, from its "<"
+  std::string tag_;              // open tag, from its opener
+  std::string pending_;          // what may become a tag opener ("%", "%2", ... "%25%2")
+  std::string tail_;             // last characters of an overlong tag's rest
   ListBlockFn block_ = nullptr;  // list block to run, with its begin marker
   std::string block_marker_;
   bool in_markup_ = false;
@@ -400,8 +400,7 @@ int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string
     void operator()(FILE* fp) const { std::fclose(fp); }
   };
   std::unique_ptr<FILE, FileCloser> in(
-      text.empty() ? std::tmpfile()
-                   : fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
+      text.empty() ? std::tmpfile() : fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
   char* buf = nullptr;
   std::size_t length = 0;
   FILE* out_fp = open_memstream(&buf, &length);

@@ -103,13 +103,13 @@ TEST_F(TemplateParserTest, ProductTags) {
   } cases[] = {
       {"<p>%%PRODUCT.PRICE%%</p>", "<p>24.50</p>"},
       {"%25%25PRODUCT.PRICE%25%25", "24.50"},
-      {"%%product.Name%%", "Kettle"},             // prefix and name in any case
-      {"%%PRODUCT.PRICE%25%25", "24.50"},         // either closer ends a tag
-      {"[%%PRODUCT.COLOR%%]", "[ ]"},             // "NA" in any case
-      {"[%%PRODUCT.SIZE%%]", "[ ]"},              // empty
-      {"[%%PRODUCT.WEIGHT%%]", "[ ]"},            // missing
-      {"%%PRODUCT.GRAPHIC%%", "img/red%20kettle.png"},  // pictures are URL-escaped
-      {"%%OTHER.PRICE%%", "%%OTHER.PRICE%%"},     // not a tag of ours
+      {"%%product.Name%%", "Kettle"},                    // prefix and name in any case
+      {"%%PRODUCT.PRICE%25%25", "24.50"},                // either closer ends a tag
+      {"[%%PRODUCT.COLOR%%]", "[ ]"},                    // "NA" in any case
+      {"[%%PRODUCT.SIZE%%]", "[ ]"},                     // empty
+      {"[%%PRODUCT.WEIGHT%%]", "[ ]"},                   // missing
+      {"%%PRODUCT.GRAPHIC%%", "img/red%20kettle.png"},   // pictures are URL-escaped
+      {"%%OTHER.PRICE%%", "%%OTHER.PRICE%%"},            // not a tag of ours
       {"50% off, a%20b, 100%", "50% off, a%20b, 100%"},  // a lone "%" is text
       {"%25%%PRODUCT.NAME%%", "%25Kettle"},
       {"%%%%", "%%%%"},
@@ -185,7 +185,7 @@ TEST_F(TemplateParserTest, MarkersWorkOnlyInsideBangMarkup) {
       {"<b PAGEGEN_STORENAME>", "<b PAGEGEN_STORENAME>"},
       {"<!-- a > b <c> PAGEGEN_STORENAME -->!", "Corner Shop!"},  // ">" and "<" in a comment
       {"<!DOCTYPE html>", "<!DOCTYPE html>"},
-      {"<!-- PAGEGEN_STOREFAX -->|", "|"},                         // key missing
+      {"<!-- PAGEGEN_STOREFAX -->|", "|"},  // key missing
       {"<!-- PAGEGEN_CURRENCYSYMBOL -->", "$"},
       {"<!-- PAGEGEN_PRODUCTLIST_BEGIN -->x<!-- PAGEGEN_PRODUCTLIST_END -->",
        "<!-- PAGEGEN_PRODUCTLIST_BEGIN -->x<!-- PAGEGEN_PRODUCTLIST_END -->"},  // no list here
@@ -208,8 +208,9 @@ TEST_F(TemplateParserTest, StoreValues) {
 }
 
 TEST_F(TemplateParserTest, BodyTagAndLogo) {
-  WriteFile(cfg_, "PageGenBgColor\t#ffffff\nPageGenTextColor\t#222\nPageGenBgImage\timages/bg.png\n"
-                  "StoreLogo\thttp://cdn.example.com/logo.png\n");
+  WriteFile(cfg_,
+            "PageGenBgColor\t#ffffff\nPageGenTextColor\t#222\nPageGenBgImage\timages/bg.png\n"
+            "StoreLogo\thttp://cdn.example.com/logo.png\n");
   EXPECT_EQ(Parse("<!-- PAGEGEN_BODYTAG --><!-- PAGEGEN_STORELOGO -->"),
             "<BODY BGCOLOR=\"#ffffff\" TEXT=\"#222\" BACKGROUND=\"/shop/images/bg.png\" >"
             "<IMG SRC=\"http://cdn.example.com/logo.png\">");
@@ -217,10 +218,8 @@ TEST_F(TemplateParserTest, BodyTagAndLogo) {
     const char* logo;
     const char* src;
   } cases[] = {
-      {"/img/logo.png", "/img/logo.png"},
-      {"\\img\\logo.png", "\\img\\logo.png"},
-      {"/shop/logo.png", "/shop/logo.png"},
-      {"img/logo.png", "/shop/img/logo.png"},
+      {"/img/logo.png", "/img/logo.png"},   {"\\img\\logo.png", "\\img\\logo.png"},
+      {"/shop/logo.png", "/shop/logo.png"}, {"img/logo.png", "/shop/img/logo.png"},
       {"c:logo.png", "c:logo.png"},
   };
   for (const auto& c : cases) {
@@ -283,8 +282,9 @@ TEST_F(TemplateParserTest, TagsAndMarkupAcrossChunkBoundaries) {
 
 TEST_F(TemplateParserTest, ListBlocksNeedTheirData) {
   int rc = 0;
-  const std::string block = "a<!-- PAGEGEN_CATEGORYLIST_BEGIN -->[%%PRODUCT.NAME%%]"
-                            "<!-- PAGEGEN_CATEGORYLIST_END -->b";
+  const std::string block =
+      "a<!-- PAGEGEN_CATEGORYLIST_BEGIN -->[%%PRODUCT.NAME%%]"
+      "<!-- PAGEGEN_CATEGORYLIST_END -->b";
   EXPECT_EQ(Parse(block, &rc), "a");
   EXPECT_EQ(rc, -17);
 

@@ -6,8 +6,8 @@
 
 #include "driver/runstate/run_state.h"
 #include "pagegen/template_parser.h"
-#include "tests/support/test_util.h"
 #include "templateset/template_set.h"
+#include "tests/support/test_util.h"
 
 namespace storegen {
 namespace {

@@ -1,4 +1,4 @@
-#include "pagegen/page_generators.h"
+#include "pagegen/html_page.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,7 +11,6 @@
 
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
-#include "pagegen/html_page.h"
 #include "pagegen/page_context.h"
 #include "storedata/sku_list.h"
 #include "templateset/template_set.h"
@@ -54,7 +53,7 @@ TEST(PageNames, ContinuationPagesNumberTheLastComponent) {
     int page;
     const char* name;
   } cases[] = {
-      {"shop/list.html", 0, "shop/list.html"},   {"shop/list.html", 2, "shop/list2.html"},
+      {"shop/list.html", 0, "shop/list.html"},    {"shop/list.html", 2, "shop/list2.html"},
       {"shop/list.html", 13, "shop/list13.html"}, {"a.b/list", 2, "a.b/list"},
       {"a.b\\l.x.htm", 1, "a.b\\l.x1.htm"},
   };
@@ -121,8 +120,8 @@ TEST_F(HtmlPageTest, Failures) {
   WriteFile(out, "old");
   EXPECT_EQ(GenerateHtmlPage(dir_.path().c_str(), out.c_str(), nullptr, ctx_), -10);
   EXPECT_EQ(ReadFile(out), "old");
-  EXPECT_EQ(ListDir(dir_.path()), (std::vector<std::string>{"file", "old.html", "page.html",
-                                                             "store.cfg"}));
+  EXPECT_EQ(ListDir(dir_.path()),
+            (std::vector<std::string>{"file", "old.html", "page.html", "store.cfg"}));
 }
 
 TEST_F(HtmlPageTest, DynamicRequestWritesOnlyToStandardOutput) {
