@@ -49,15 +49,29 @@ bool KeepBackupCopy(const char* file, const std::string& backup) {
   return tb_CopyFile(file, backup.c_str()) == 0;
 }
 
+// Reads the next line of |fp| as the line reader splits it (through its LF,
+// or kConfigLineSize - 1 bytes of a longer line) into |line|, NUL bytes
+// included, so that a line copied unchanged is copied whole. False at end of
+// file.
+bool ReadRawLine(FILE* fp, std::string* line) {
+  line->clear();
+  int c;
+  while (line->size() < kConfigLineSize - 1 && (c = std::getc(fp)) != EOF) {
+    line->push_back(static_cast<char>(c));
+    if (c == '\n') break;
+  }
+  return !line->empty();
+}
+
 // Writes the new content of the configuration file: the lines of |old| (may be
 // null) with the listed keys replaced or dropped, then the unlisted pairs.
 bool WriteRewrittenConfig(FILE* old, FILE* out, ConfigItemList* list) {
   bool last_had_lf = false;
   if (old != nullptr) {
-    std::vector<char> line(kConfigLineSize);
-    while (std::fgets(line.data(), kConfigLineSize, old) != nullptr) {
-      std::string_view text(line.data());
-      last_had_lf = !text.empty() && text.back() == '\n';
+    std::string line;
+    while (ReadRawLine(old, &line)) {
+      std::string_view text(line);
+      last_had_lf = text.back() == '\n';
       ConfigLineTokens tokens = SplitConfigLine(text);
       ConfigItem* match = nullptr;
       if (!tokens.key.empty()) {

@@ -149,6 +149,19 @@ TEST_F(SetConfigItemsTest, NewFileStartsWithEmptyLine) {
   EXPECT_FALSE(FileExists(dir_.Path("store.bak")));
 }
 
+// A NUL byte in a line used to end the copied line there, line feed and all,
+// so the next line (an unrelated key) was merged into it and lost.
+TEST_F(SetConfigItemsTest, LineWithNulByteIsCopiedWhole) {
+  const std::string old("Odd\tx\0y\nKeep\tme\n", 16);
+  WriteFile(path_, old);
+  CIL_AddItem(list_, "Added", "1");
+  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), 0);
+  EXPECT_EQ(ReadFile(path_), old + "Added\t1\n");
+  char value[16] = "";
+  EXPECT_EQ(GetConfigItem(path_.c_str(), "Keep", value, sizeof value, 0), 1);
+  EXPECT_STREQ(value, "me");
+}
+
 TEST_F(SetConfigItemsTest, NullListAndKeepsPermissions) {
   EXPECT_EQ(SetConfigItems(path_.c_str(), nullptr), -5);
   WriteFile(path_, "A\t1\n");
