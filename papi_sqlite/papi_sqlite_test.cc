@@ -27,43 +27,33 @@ struct Api {
   PAPI_InitializationFn init;
   PAPI_RetrieveInfoFn retrieve;
   PAPI_ReleaseInfoFn release;
-  PAPI_RetrieveItemFn first;
-  PAPI_RetrieveItemFn next;
+  PAPI_RetrieveItemFn first, next;
   PAPI_CleanupFn cleanup;
 };
-
 const Api kBuiltin = {&storegen::PAPI_Initialization,   &storegen::PAPI_RetrieveInfo,
                       &storegen::PAPI_ReleaseInfo,      &storegen::PAPI_RetrieveFirstItem,
                       &storegen::PAPI_RetrieveNextItem, &storegen::PAPI_Cleanup};
 
 // The library under test, loaded once per test process.
 const Api& Sqlite() {
-  static const Api api = [] {
-    void* lib = dlopen(PAPI_SQLITE_LIB, RTLD_NOW | RTLD_LOCAL);
-    if (lib == nullptr) {
-      ADD_FAILURE() << dlerror();
-      std::abort();
-    }
-    auto sym = [lib](const char* name) { return dlsym(lib, name); };
-    return Api{reinterpret_cast<PAPI_InitializationFn>(sym("PAPI_Initialization")),
-               reinterpret_cast<PAPI_RetrieveInfoFn>(sym("PAPI_RetrieveInfo")),
-               reinterpret_cast<PAPI_ReleaseInfoFn>(sym("PAPI_ReleaseInfo")),
-               reinterpret_cast<PAPI_RetrieveItemFn>(sym("PAPI_RetrieveFirstItem")),
-               reinterpret_cast<PAPI_RetrieveItemFn>(sym("PAPI_RetrieveNextItem")),
-               reinterpret_cast<PAPI_CleanupFn>(sym("PAPI_Cleanup"))};
-  }();
+  static void* lib = dlopen(PAPI_SQLITE_LIB, RTLD_NOW | RTLD_LOCAL);
+  static const Api api = {
+      reinterpret_cast<PAPI_InitializationFn>(dlsym(lib, "PAPI_Initialization")),
+      reinterpret_cast<PAPI_RetrieveInfoFn>(dlsym(lib, "PAPI_RetrieveInfo")),
+      reinterpret_cast<PAPI_ReleaseInfoFn>(dlsym(lib, "PAPI_ReleaseInfo")),
+      reinterpret_cast<PAPI_RetrieveItemFn>(dlsym(lib, "PAPI_RetrieveFirstItem")),
+      reinterpret_cast<PAPI_RetrieveItemFn>(dlsym(lib, "PAPI_RetrieveNextItem")),
+      reinterpret_cast<PAPI_CleanupFn>(dlsym(lib, "PAPI_Cleanup"))};
   return api;
 }
 
 // One connection of either implementation, used as the generator uses it.
 class Conn {
  public:
-  Conn(const Api& api, std::string db, std::string api_cfg = "")
-      : api_(api), db_(std::move(db)), cfg_(std::move(api_cfg)) {
-    h_ = api_.init(kKey, db_.c_str(), "", cfg_.c_str(), "");
-  }
+  Conn(const Api& api, const std::string& db, const std::string& api_cfg = "")
+      : api_(api), h_(api.init(kKey, db.c_str(), "", api_cfg.c_str(), "")) {}
   ~Conn() {
-    if (h_ != nullptr) api_.cleanup(h_, kKey, db_.c_str(), "", cfg_.c_str(), "");
+    if (h_ != nullptr) api_.cleanup(h_, kKey, "", "", "", "");
   }
   void* handle() const { return h_; }
 
@@ -75,14 +65,10 @@ class Conn {
     return pairs;
   }
   Pairs Lookup(const std::string& sku, char** names = nullptr) {
-    return Take(api_.retrieve(h_, kKey, sku.c_str(), 1, db_.c_str(), "", cfg_.c_str(), "", names));
+    return Take(api_.retrieve(h_, kKey, sku.c_str(), 1, "", "", "", "", names));
   }
-  Pairs First() {
-    return Take(api_.first(h_, kKey, 1, db_.c_str(), "", cfg_.c_str(), "", &position, nullptr));
-  }
-  Pairs Next() {
-    return Take(api_.next(h_, kKey, 1, db_.c_str(), "", cfg_.c_str(), "", &position, nullptr));
-  }
+  Pairs First() { return Take(api_.first(h_, kKey, 1, "", "", "", "", &position, nullptr)); }
+  Pairs Next() { return Take(api_.next(h_, kKey, 1, "", "", "", "", &position, nullptr)); }
   std::vector<Pairs> All() {
     std::vector<Pairs> items;
     for (Pairs item = First(); !item.empty(); item = Next())
@@ -94,15 +80,8 @@ class Conn {
 
  private:
   const Api& api_;
-  std::string db_, cfg_;
-  void* h_ = nullptr;
+  void* h_;
 };
-
-std::string Folded(std::string text, int (*fold)(int)) {
-  for (char& c : text)
-    c = static_cast<char>(fold(static_cast<unsigned char>(c)));
-  return text;
-}
 
 class PapiSqliteTest : public ::testing::Test {
  protected:
@@ -148,10 +127,12 @@ TEST_F(PapiSqliteTest, RecordsMatchTheBuiltinReader) {
       EXPECT_EQ(sqlite.All(), items);
       items.push_back({{"SKU", "missing"}});
       for (const Pairs& item : items) {
-        for (const std::string& sku : {item[0].second, Folded(item[0].second, ::tolower),
-                                       Folded(item[0].second, ::toupper)}) {
-          EXPECT_EQ(sqlite.Lookup(sku), builtin.Lookup(sku)) << sku;
-          EXPECT_EQ(sqlite.Lookup(sku, wanted), builtin.Lookup(sku, wanted)) << sku;
+        std::string sku = item[0].second, lower = sku;
+        for (char& c : lower)
+          c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        for (const std::string& key : {sku, lower}) {
+          EXPECT_EQ(sqlite.Lookup(key), builtin.Lookup(key)) << key;
+          EXPECT_EQ(sqlite.Lookup(key, wanted), builtin.Lookup(key, wanted)) << key;
         }
       }
     }
@@ -183,13 +164,13 @@ TEST_F(PapiSqliteTest, MissingFileTableOrRowIdGivesNoHandle) {
   WriteFile(txt_, "SKU\tName\nA\t1\n");
   std::string report, err;
   ASSERT_TRUE(ImportStore(txt_, db_, &report, &err)) << err;  // no category database
-  EXPECT_NE(Conn(Sqlite(), "products.txt", db_).handle(), nullptr);
   EXPECT_NE(Conn(Sqlite(), "", db_).handle(), nullptr);
-  EXPECT_EQ(Conn(Sqlite(), ".cdb", db_).handle(), nullptr);
-  EXPECT_EQ(Conn(Sqlite(), "products.txt", dir_.Path("none.sqlite")).handle(), nullptr);
-  EXPECT_EQ(Conn(Sqlite(), "products.txt", "").handle(), nullptr);
-  EXPECT_EQ(Conn(Sqlite(), "products.txt", txt_).handle(), nullptr);  // not a database
-
+  for (const auto& [db, file] : {std::pair<std::string, std::string>{".cdb", db_},
+                                 {"p.txt", dir_.Path("none.sqlite")},
+                                 {"p.txt", ""},
+                                 {"p.txt", txt_}}) {  // the last is no database
+    EXPECT_EQ(Conn(Sqlite(), db, file).handle(), nullptr) << db << " in " << file;
+  }
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(db_.c_str(), &db), SQLITE_OK);
   ASSERT_EQ(sqlite3_exec(db,
@@ -210,20 +191,19 @@ TEST_F(PapiSqliteTest, CallsWithoutTheAccessKeyAreRefused) {
   Import("SKU\tName\nA\t1\n");
   const Api& api = Sqlite();
   const char* cfg = db_.c_str();
-  EXPECT_EQ(api.init("qrst5821", "p", "", cfg, ""), nullptr);
-  EXPECT_EQ(api.init(nullptr, "p", "", cfg, ""), nullptr);
-  void* h = api.init(kKey, "p", "", cfg, "");
-  ASSERT_NE(h, nullptr);
+  EXPECT_EQ(api.init("qrst5821", "", "", cfg, ""), nullptr);
+  EXPECT_EQ(api.init(nullptr, "", "", cfg, ""), nullptr);
+  void* h = api.init(kKey, "", "", cfg, "");
   int32_t pos = 0;
-  EXPECT_EQ(api.retrieve(h, "", "A", 1, "p", "", cfg, "", nullptr), nullptr);
-  EXPECT_EQ(api.first(h, "QRST5820", 1, "p", "", cfg, "", &pos, nullptr), nullptr);
-  EXPECT_EQ(api.next(h, nullptr, 1, "p", "", cfg, "", &pos, nullptr), nullptr);
-  PAPI_Pair* record = api.retrieve(h, kKey, "a", 1, "p", "", cfg, "", nullptr);
+  EXPECT_EQ(api.retrieve(h, "", "A", 1, "", "", cfg, "", nullptr), nullptr);
+  EXPECT_EQ(api.first(h, "QRST5820", 1, "", "", cfg, "", &pos, nullptr), nullptr);
+  EXPECT_EQ(api.next(h, nullptr, 1, "", "", cfg, "", &pos, nullptr), nullptr);
+  PAPI_Pair* record = api.retrieve(h, kKey, "a", 1, "", "", cfg, "", nullptr);
   ASSERT_NE(record, nullptr);
   EXPECT_EQ(api.release(h, "bad", "", record), -1);
   EXPECT_EQ(api.release(h, kKey, "", record), 0);
-  EXPECT_EQ(api.cleanup(h, "bad", "p", "", cfg, ""), -1);
-  EXPECT_EQ(api.cleanup(h, kKey, "p", "", cfg, ""), 0);
+  EXPECT_EQ(api.cleanup(h, "bad", "", "", cfg, ""), -1);
+  EXPECT_EQ(api.cleanup(h, kKey, "", "", cfg, ""), 0);
 }
 
 }  // namespace
