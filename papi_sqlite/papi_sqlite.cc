@@ -94,12 +94,6 @@ class Connection {
     return c;
   }
 
-  ~Connection() {
-    // The statements go before the connection they belong to.
-    walk_.reset();
-    lookup_.reset();
-  }
-
   PAPI_Pair* Lookup(const char* sku, char** names) {
     sqlite3_stmt* stmt = lookup_.get();
     sqlite3_reset(stmt);
@@ -185,7 +179,7 @@ class Connection {
     return -1;
   }
 
-  SqliteDb db_;
+  SqliteDb db_;  // declared first, so closed after its statements are finalised
   SqliteStmt walk_;
   SqliteStmt lookup_;
   int columns_ = 0;
