@@ -14,8 +14,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${FUZZ_SECONDS:-90}
-build=${FUZZ_BUILD:-build-fuzz}
-out=${FUZZ_OUT:-$build/fuzz-out}
+build=$(realpath -m "${FUZZ_BUILD:-build-fuzz}")
+out=$(realpath -m "${FUZZ_OUT:-$build/fuzz-out}")
 flags="-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer -gline-tables-only"
 
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF -DSTOREGEN_FUZZ=ON \
@@ -48,7 +48,7 @@ run_one() {
   mkdir -p "$dir/corpus" "$dir/crashes"
   cp -r "fuzz/corpus/$h/." "$dir/corpus/" 2>/dev/null || true
   local dict=()
-  [ -f "fuzz/dict/$h.dict" ] && dict=("-dict=fuzz/dict/$h.dict")
+  [ -f "fuzz/dict/$h.dict" ] && dict=("-dict=$PWD/fuzz/dict/$h.dict")
   local status=0
   "$build/bin/${h}_fuzzer" "$dir/corpus" "${dict[@]}" -max_total_time="$seconds" \
     -timeout=20 -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 \

@@ -1,0 +1,139 @@
+// Template parsing. A fixed small store (configuration, template set,
+// product, category and attribute databases) is set up once; the input's
+// first byte chooses the page's context (product or not, category, product
+// list, secure server, dynamic options, a file name for text-block caches)
+// and the rest is the template. Checks that parsing ends with a known code,
+// and that the nesting and list-block counters are back at zero after every
+// page, whatever the template holds.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "driver/runstate/run_state.h"
+#include "fuzz/fuzz_util.h"
+#include "pagegen/filelist/file_list.h"
+#include "pagegen/list_blocks.h"
+#include "pagegen/template_parser.h"
+#include "storedata/attribute_db.h"
+#include "storedata/product_api.h"
+#include "storedata/sku_list.h"
+#include "templateset/template_set.h"
+
+namespace storegen {
+namespace {
+
+struct Store {
+  std::string dir;
+  std::string cfg;
+  std::string cdb;
+  TemplateSet* set = nullptr;
+  void* cat_db = nullptr;
+  SkuList* skus = nullptr;
+  AttributePool* attrs = nullptr;
+};
+
+Store& TheStore() {
+  static Store store;
+  return store;
+}
+
+void SetUpStore() {
+  Store& s = TheStore();
+  s.dir = fuzz::ScratchPath("store");
+  std::string tmpl = s.dir + "/templates";
+  mkdir(s.dir.c_str(), 0755);
+  mkdir(tmpl.c_str(), 0755);
+  s.cfg = s.dir + "/store.cfg";
+  fuzz::WriteWholeFile(
+      s.cfg,
+      "ShopName\tCorner Shop\nStorePhone\t555-0100\nStoreFax\t555-0101\nStoreAddress1\t1 Road\n"
+      "StoreAddress2\tTown\nStoreEmail\tshop@example.com\nCurrency\t\nStoreWelcome\tHi &lt;there\n"
+      "StoreLogo\timg/logo.gif\nPageGenBgColor\t#ffffff\nPageGenLinkColor\tblue\n"
+      "PageGenBgImage\tbg.gif\nPageGenTemplateDir\t" +
+          tmpl +
+          "/\nCGIBinDirectory\t/cgi-bin\nSecureCGIBinDirectory\t/scgi\nSecureDomain\t"
+          "https://secure.example.com\nNonSecureDomain\thttp://www.example.com\nStoreDir\t"
+          "/shop/\nSecureStoreDir\t/secure/shop\nSecureConfig\tsecure\nPageGenProg\t"
+          "/cgi-bin/storegen\nPageGenShopHomePage\tHome\nProductDatabase\t" +
+          s.dir + "/products.txt\n");
+  fuzz::WriteWholeFile(s.dir + "/products.txt",
+                       "SKU\tNAME\tPRICE\tTILLBOXCATEGORY\tGRAPHIC\tTHUMBNAIL\tATTRIBUTES\n"
+                       "A-100\tKettle\t24.50\tTea\timg/kettle one.png\tNA\t1,2\n"
+                       "B-200\tCup\tNA\tTea\t\t\t\nC-300\tSpoon\t1.00\tCutlery\tNA\tNA\t3\n");
+  s.cdb = s.dir + "/products.cdb";
+  fuzz::WriteWholeFile(s.cdb,
+                       "TILLBOXCATEGORY\tBLURB\tBANNER\nTea\tLeaves & cups\tNA\n"
+                       "Cutlery\t\tbanner.gif\n");
+  fuzz::WriteWholeFile(s.dir + "/products.adb",
+                       "1\t1\tSize\tS,M,L\n2\t3\tColour\tred\\,dark,blue\n3\t7\tEngraving\t\n");
+  fuzz::WriteWholeFile(s.dir + "/set.cfg",
+                       "DefaultProductGraphic\tnopic.gif\nDefaultProductThumbnail\tnothumb.gif\n"
+                       "DefaultProductPage\tStandard;product.html\nProductPage1\tStandard;"
+                       "product.html\nSitePage1\tOrder;order.html;order.html;S\n"
+                       "ShopHomePage\tHome;home.html;index.html\nMaxProdPerPage\t2\n");
+  s.set = PG_InitTemplateSet((s.dir + "/set.cfg").c_str());
+  if (s.set == nullptr || InitProdAPI("") != 1) std::abort();
+  s.cat_db = pdbInit(kPapiKey, s.cdb.c_str(), s.cfg.c_str(), "", "");
+  s.skus = BuildAllSkuList((s.dir + "/products.txt").c_str(), s.cfg.c_str(), "", "", s.set, nullptr,
+                           nullptr, 0);
+  s.attrs = AD_InitAttributePool((s.dir + "/products.adb").c_str());
+  if (s.cat_db == nullptr || s.skus == nullptr || s.attrs == nullptr) std::abort();
+  // Relative template and cache paths resolve in the store's directory.
+  if (chdir(s.dir.c_str()) != 0) std::abort();
+}
+
+// Removes the text-block caches a page left, so that every input runs alike.
+void RemoveCaches() {
+  std::string dir = TheStore().dir + "/templates";
+  for (int n = 1; n < 64; ++n) {
+    std::string name = dir + "/page" + std::to_string(n) + ".tmp";
+    if (unlink(name.c_str()) != 0 && n > 8) break;
+  }
+}
+
+}  // namespace
+}  // namespace storegen
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  storegen::fuzz::SilenceStdout();
+  storegen::SetUpStore();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using namespace storegen;
+  if (size < 1) return 0;
+  const Store& s = TheStore();
+  const uint8_t mode = data[0];
+  std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
+
+  PageContext ctx;
+  ctx.store_cfg = s.cfg.c_str();
+  ctx.cat_db_path = s.cdb.c_str();
+  ctx.out_dir = "/srv/www/shop/";
+  ctx.page_path = (mode & 0x40) ? "shop/" : "/shop/";
+  ctx.output_file = "page.html";
+  ctx.set = s.set;
+  ctx.attr_db = s.attrs;
+  if (mode & 0x01) ctx.product = s.skus->record;
+  if (mode & 0x02) ctx.cat_db = s.cat_db;
+  if (mode & 0x04) ctx.category = (mode & 0x80) ? "Cutlery" : "Tea";
+  if (mode & 0x08) ctx.sku_list = s.skus;
+  ctx.secure = (mode & 0x10) ? 1 : 0;
+  ctx.options = kGenRewriteLinks | ((mode & 0x20) ? kGenDynamicProducts | kGenDynamicLists : 0);
+  PageGenState.verbose = 1;
+
+  std::string page;
+  int rc = ParseTemplateText(text, ctx, &page, (mode & 0x80) ? "page.html" : "");
+  FUZZ_CHECK(rc == 0 || rc == -18 || rc == -50 || rc == -17 || rc == -8 || rc == -1,
+             "unexpected code " + std::to_string(rc));
+  FUZZ_CHECK(g_template_nesting == 0,
+             "nesting counter left at " + std::to_string(g_template_nesting));
+  FUZZ_CHECK(CatList == 0 && ProdList == 0, "list-block counters not back at zero");
+  FreeFileList(PageGenState.errlist);
+  PageGenState.errlist = nullptr;
+  RemoveCaches();
+  return 0;
+}
