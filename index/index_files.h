@@ -83,7 +83,12 @@ void GetSwishIndexName(IndexField& out, const char* wcf_path);
 void escape_relative_path_URL(const char* in, IndexField& out);
 
 // Removes one trailing '\\', '/', LF or CR from a text of at least two bytes.
+// It has a namespace of its own: the product reader's TrimEnd (every trailing
+// CR and LF, storedata/product_db.h) shares its name and signature, and a
+// program links both.
+namespace index_files {
 void TrimEnd(char* s);
+}  // namespace index_files
 
 // Runs "../swish/swish" (plus "." and the extension when there is one) with
 // "-c" and the store's SWISH configuration; for a store whose

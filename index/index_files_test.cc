@@ -13,6 +13,7 @@
 #include "cgisupport/copy_truncated.h"
 #include "driver/runstate/run_state.h"
 #include "index/index_test_support.h"
+#include "storedata/product_db.h"
 
 namespace storegen::testing {
 namespace {
@@ -202,9 +203,21 @@ TEST(IndexText, TrimEndRemovesOneTrailingSeparatorFromTwoBytesOn) {
   for (const auto& c : cases) {
     char buf[8];
     std::strcpy(buf, c[0]);
-    TrimEnd(buf);
+    index_files::TrimEnd(buf);
     EXPECT_STREQ(buf, c[1]) << c[0];
   }
+}
+
+// Both TrimEnd routines used to be storegen::TrimEnd(char*), so no program
+// could link the index together with the product reader. This binary links
+// both, and each keeps its own meaning.
+TEST(IndexText, TrimEndLinksBesideTheProductReaders) {
+  char index_text[] = "ab\r\n";
+  char product_text[] = "ab\r\n";
+  index_files::TrimEnd(index_text);
+  storegen::TrimEnd(product_text);
+  EXPECT_STREQ(index_text, "ab\r");
+  EXPECT_STREQ(product_text, "ab");
 }
 
 TEST_F(IndexFilesTest, OverLongValuesAreCutToTheField) {

@@ -88,7 +88,7 @@ void escape_relative_path_URL(const char* in, IndexField& out) {
   CopyTruncated(out, text);
 }
 
-void TrimEnd(char* s) {
+void index_files::TrimEnd(char* s) {
   if (s == nullptr) return;
   std::string_view text(s);
   s[TrimEndView(text).size()] = '\0';
