@@ -1,0 +1,293 @@
+// Bad input gives a clear result and no crash: every reader of a file given a
+// missing, unreadable, directory, empty or binary path; templates of binary
+// bytes, of lines and tags far beyond every buffer, and of list markers nested
+// deeper than the parser allows; a product database without a name line; a
+// category database without TILLBOXCATEGORY.
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "cgisupport/config_file.h"
+#include "cgisupport/config_item_list.h"
+#include "cgisupport/file_util.h"
+#include "driver/runstate/run_state.h"
+#include "index/index_files.h"
+#include "pagegen/filelist/file_list.h"
+#include "pagegen/list_blocks.h"
+#include "pagegen/template_parser.h"
+#include "storedata/attribute_db.h"
+#include "storedata/attribute_pool.h"
+#include "storedata/product_api.h"
+#include "storedata/product_db.h"
+#include "storedata/sku_list.h"
+#include "templateset/template_set.h"
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+using testing::RunUnprivileged;
+using testing::ScopedTempDir;
+using testing::WriteFile;
+
+// The kinds of path a reader can be handed.
+enum PathKind { kMissing, kUnreadable, kDirectory, kEmpty, kBinary };
+constexpr PathKind kKinds[] = {kMissing, kUnreadable, kDirectory, kEmpty, kBinary};
+const char* const kKindNames[] = {"missing", "unreadable", "directory", "empty", "binary"};
+
+std::string BinaryBytes() {
+  std::string bytes;
+  for (int round = 0; round < 40; ++round) {
+    for (int b = 0; b < 256; ++b)
+      bytes.push_back(static_cast<char>((b * 7 + round) & 0xff));
+  }
+  return bytes;
+}
+
+// A path of |kind| in |dir|.
+std::string MakePath(const ScopedTempDir& dir, PathKind kind) {
+  std::string path = dir.Path(kKindNames[kind]);
+  switch (kind) {
+    case kMissing:
+      break;
+    case kUnreadable:
+      WriteFile(path, "ShopName\tx\n");
+      chmod(path.c_str(), 0);
+      break;
+    case kDirectory:
+      mkdir(path.c_str(), 0755);
+      break;
+    case kEmpty:
+      WriteFile(path, "");
+      break;
+    case kBinary:
+      WriteFile(path, BinaryBytes());
+      break;
+  }
+  return path;
+}
+
+// Each reader answers with a small number; the unreadable case runs without
+// root's privileges, in a child, so that the permission bits hold.
+struct Reader {
+  const char* name;
+  std::function<int(const char*)> read;
+  int want[5];  // per PathKind; -99: any answer will do (binary input)
+};
+
+TEST(BadPaths, EveryReaderGivesAClearAnswer) {
+  const Reader readers[] = {
+      {"GetConfigItem",
+       [](const char* p) {
+         char buf[256] = "default";
+         return GetConfigItem(p, "ShopName", buf, sizeof buf, 0);
+       },
+       {-1, -1, 0, 0, -99}},
+      {"CIL_CreateListFromFile",
+       [](const char* p) {
+         ConfigItemList* list = CIL_CreateListFromFile(p);
+         int answer = list == nullptr ? -1 : CIL_IsListEmpty(list) ? 0 : 1;
+         CIL_FreeList(list);
+         return answer;
+       },
+       {-1, -1, 0, 0, -99}},
+      {"PG_InitTemplateSet",
+       [](const char* p) {
+         TemplateSet* set = PG_InitTemplateSet(p);
+         PG_ShutdownTemplateSet(set);
+         return set == nullptr ? 0 : 1;
+       },
+       {0, 0, 0, 0, -99}},
+      {"AD_InitAttributePool",
+       [](const char* p) {
+         AttributePool* pool = AD_InitAttributePool(p);
+         if (pool == nullptr) return -1;
+         int n = static_cast<int>(pool->attributes.size());
+         AD_ShutdownAttributePool(pool);
+         return n > 0 ? 1 : 0;
+       },
+       {0, 0, 0, 0, -99}},
+      {"product database",
+       [](const char* p) {
+         void* db = storegen::PAPI_Initialization(kPapiKey, p, "", "", "");
+         if (db == nullptr) return -1;
+         int32_t position = 0;
+         int n = 0;
+         for (PAPI_Pair* r = storegen::PAPI_RetrieveFirstItem(db, kPapiKey, 1, p, "", "", "",
+                                                              &position, nullptr);
+              r != nullptr; r = storegen::PAPI_RetrieveNextItem(db, kPapiKey, 1, p, "", "", "",
+                                                                &position, nullptr)) {
+           storegen::PAPI_ReleaseInfo(db, kPapiKey, "", r);
+           ++n;
+         }
+         storegen::PAPI_ReleaseInfo(
+             db, kPapiKey, "",
+             storegen::PAPI_RetrieveInfo(db, kPapiKey, "A1", 1, p, "", "", "", nullptr));
+         storegen::PAPI_Cleanup(db, kPapiKey, p, "", "", "");
+         return n > 0 ? 1 : 0;
+       },
+       {-1, -1, 0, 0, -99}},
+      {"tb_CopyFile",
+       [](const char* p) {
+         std::string to = std::string(p) + ".copy";
+         int rc = tb_CopyFile(p, to.c_str());
+         std::remove(to.c_str());
+         return rc;
+       },
+       {-1, -1, -99, 0, 0}},
+  };
+  ScopedTempDir dir;
+  chmod(dir.path().c_str(), 0777);
+  for (const Reader& reader : readers) {
+    for (PathKind kind : kKinds) {
+      std::string path = MakePath(dir, kind);
+      int answer = kind == kUnreadable && testing::RunningAsRoot()
+                       ? RunUnprivileged([&] { return reader.read(path.c_str()) & 0xff; })
+                       : reader.read(path.c_str()) & 0xff;
+      if (reader.want[kind] != -99) {
+        EXPECT_EQ(answer, reader.want[kind] & 0xff)
+            << reader.name << " of a " << kKindNames[kind] << " path";
+      }
+      testing::RemoveTree(path);
+    }
+  }
+}
+
+// The WAIS template read from the current directory: missing, a directory,
+// binary.
+TEST(BadPaths, WaisTemplateReaders) {
+  ScopedTempDir dir(true);
+  IndexField what, url, home, page;
+  EXPECT_EQ(GetIndexWhat(what, url, home, page), 0);
+  EXPECT_EQ(WriteDefaultURL("", "http://x/"), 0);
+  mkdir("wwwwais.cfg", 0755);
+  EXPECT_EQ(GetIndexWhat(what, url, home, page), 1);  // opens, reads nothing
+  rmdir("wwwwais.cfg");
+  WriteFile("wwwwais.cfg", BinaryBytes());
+  EXPECT_EQ(GetIndexWhat(what, url, home, page), 1);
+  EXPECT_EQ(GetRootDir("/srv"), 1);
+  EXPECT_EQ(WriteDefaultURL("", "http://x/"), 1);
+}
+
+class BadTemplates : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetRunState();
+    WriteFile(cfg_, "ShopName\tCorner Shop\n");
+    ctx_.store_cfg = cfg_.c_str();
+    ctx_.page_path = "/shop/";
+    ctx_.set = &set_;
+    ctx_.options = kGenRewriteLinks;
+  }
+  void TearDown() override {
+    FreeFileList(PageGenState.errlist);
+    PageGenState.errlist = nullptr;
+  }
+
+  int Parse(const std::string& text, std::string* page) {
+    int rc = ParseTemplateText(text, ctx_, page);
+    EXPECT_EQ(g_template_nesting, 0);
+    EXPECT_EQ(CatList, 0);
+    EXPECT_EQ(ProdList, 0);
+    return rc;
+  }
+
+  ScopedTempDir dir_{true};
+  std::string cfg_ = dir_.Path("store.cfg");
+  TemplateSet set_;
+  PageContext ctx_;
+};
+
+TEST_F(BadTemplates, BinaryBytesAndTextFarBeyondEveryBuffer) {
+  const std::string body(300000, 'x');
+  struct {
+    const char* name;
+    std::string in;
+    std::string out;  // empty: any page will do
+  } cases[] = {
+      {"binary", BinaryBytes(), ""},
+      {"a line of 300000 bytes", body, body},
+      {"a tag of 300000 bytes", "%%PRODUCT." + body + "%%", "%%PRODUCT." + body + "%%"},
+      {"an unclosed tag", "a %%PRODUCT." + body, "a %%PRODUCT." + body},
+      {"a markup of 300000 bytes", "<p " + body + ">", "<p " + body + ">"},
+      {"a comment of 300000 bytes", "<!-- " + body + " -->", "<!-- " + body + " -->"},
+      {"a short unclosed markup", "a<p " + std::string(100, 'x'), "a"},
+      {"a long unclosed markup", "a<p " + body, "a<p " + body},
+      {"a marker deep inside a long comment", "<!-- " + body + " PAGEGEN_STORENAME -->", ""},
+  };
+  for (const auto& c : cases) {
+    std::string page;
+    EXPECT_EQ(Parse(c.in, &page), 0) << c.name;
+    // Compared without printing: the texts are far too long for a report.
+    EXPECT_TRUE(c.out.empty() || page == c.out)
+        << c.name << ": " << page.size() << " bytes written, " << c.out.size() << " wanted";
+  }
+}
+
+TEST_F(BadTemplates, NestingBeyondTheLimitAnswersWithItsCode) {
+  // A category database is needed for category blocks to open at all.
+  int fake_db = 0;
+  ctx_.cat_db = &fake_db;
+  PageGenState.verbose = 1;
+  for (const char* marker :
+       {"<!-- PAGEGEN_CATEGORYLIST_BEGIN -->", "<!-- PAGEGEN_TEXT_BEGIN -->"}) {
+    std::string text;
+    for (int i = 0; i < 12000; ++i)
+      text += marker;
+    std::string page;
+    int rc = Parse(text + "end", &page);
+    if (std::string(marker).find("CATEGORY") != std::string::npos) {
+      EXPECT_EQ(rc, -50) << marker;
+    } else {
+      EXPECT_EQ(rc, 0) << marker;  // text blocks do not nest parser calls
+    }
+  }
+}
+
+// A product database whose first line is missing or empty: no product has a
+// SKU column, so there is no list; a single look-up finds at most a line
+// without attributes.
+TEST(BadDatabases, ProductDatabaseWithoutNameLine) {
+  ScopedTempDir dir(true);
+  ASSERT_EQ(InitProdAPI(""), 1);
+  TemplateSet set;
+  set.default_product_page.push_back({"Standard", "product.html", "", 0});
+  for (const char* content : {"", "\n", "\nA1\tShirt\t12\n", "\r\nA1\tShirt\n\nB2\tHat\n"}) {
+    WriteFile("products.txt", content);
+    SkuList* list = BuildAllSkuList("products.txt", "", "", "", &set, nullptr, nullptr, 0);
+    EXPECT_EQ(list, nullptr) << content;
+    FreeSkuList(list);
+    SkuList* one = FindSkuData("A1", "products.txt", "", "", "", &set);
+    EXPECT_TRUE(one == nullptr || one->record == nullptr || one->record[0].name == nullptr)
+        << content;
+    FreeSkuList(one);
+  }
+  FreeFileList(PageGenState.errlist);
+  PageGenState.errlist = nullptr;
+}
+
+// Category tags and a category list over a category database without the
+// TILLBOXCATEGORY column.
+TEST_F(BadTemplates, CategoryDatabaseWithoutCategoryColumn) {
+  ASSERT_EQ(InitProdAPI(""), 1);
+  WriteFile("products.cdb", "NAME\tBLURB\nTea\tLeaves\nCutlery\tSpoons\n");
+  void* cat_db = pdbInit(kPapiKey, "products.cdb", cfg_.c_str(), "", "");
+  ASSERT_NE(cat_db, nullptr);
+  ctx_.cat_db = cat_db;
+  ctx_.category = "Tea";
+  std::string page;
+  int rc = Parse(
+      "<!-- PAGEGEN_CATEGORYLIST_BEGIN -->[%%CATEGORY.BLURB%%|%%CATEGORY.TILLBOXCATEGORY%%]"
+      "<a href=\"PG_CATEGORYFILE#\">x</a><!-- PAGEGEN_CATEGORYLIST_END -->",
+      &page);
+  EXPECT_TRUE(rc == 0 || rc == -18) << rc;
+  pdbCleanup(cat_db, kPapiKey, "products.cdb", cfg_.c_str(), "", "");
+}
+
+}  // namespace
+}  // namespace storegen
