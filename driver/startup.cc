@@ -1,35 +1,359 @@
 #include "driver/startup.h"
 
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "cgisupport/config_file.h"
+#include "cgisupport/copy_truncated.h"
+#include "cgisupport/file_util.h"
+#include "cgisupport/misc_util.h"
+#include "cgisupport/path_util.h"
+#include "cgisupport/result_codes.h"
+#include "driver/command_line.h"
+#include "driver/dir_copy.h"
+#include "driver/generation_run.h"
+#include "driver/run_files.h"
+#include "driver/runstate/run_state.h"
+#include "index/search_index.h"
+#include "pagegen/filelist/file_list.h"
+#include "storedata/attribute_db.h"
+#include "storedata/product_api.h"
+#include "storedata/sku_list.h"
+#include "templateset/template_set.h"
 
 namespace storegen {
 namespace {
 
-constexpr char kVersion[] = "4.2.0.9";
 constexpr char kYears[] = "2025-2026";
 constexpr char kMaker[] = "The storegen developers";
 
-void Usage() {
-  std::printf(
-      "Usage:\n"
-      "  static run:                storegen [-v] -o OutPath -c Cfg [-s num] [-a Alias] [sku [sku [...]]]\n"
-      "  dynamic product page:      storegen -c Cfg -p sku\n"
-      "  dynamic product list page: storegen -c Cfg [-t Tmplt] [-C Cat] -f First\n");
+// What start-up knows besides PageGenState.
+struct Startup {
+  CommandLine cl;
+  bool cgi_paths_set = false;    // PATH_INFO and PATH_TRANSLATED both set
+  bool indexing = false;         // AllowIndex begins with "y"
+  bool index_no_create = false;  // the index was opened without writing files
+  std::string html_root;         // the output root before the store's directory
+};
+
+bool IsStaticRun() {
+  return (PageGenState.dynamic & (kDynSinglePage | kDynListRequest)) == 0;
+}
+
+bool Exists(const char* path) {
+  struct stat info;
+  return stat(path, &info) == 0;
+}
+
+std::string CurrentDirectory() {
+  char buf[PATH_MAX];
+  return getcwd(buf, sizeof buf) != nullptr ? std::string(buf) : std::string();
+}
+
+void PrintBanner(const std::string& exe, bool verbose_form) {
+  if (verbose_form) {
+    std::printf("\n%s (c)%s %s %s %s\n\n", exe.c_str(), kYears, kMaker, "version",
+                GetTillboxVersion());
+  } else {
+    std::printf("\n%s (c)%s %s %s %s\n", exe.c_str(), kYears, kMaker, "version",
+                GetTillboxVersion());
+  }
+}
+
+void Usage(const std::string& exe) {
+  const char* name = exe.c_str();
+  std::printf("Usage:\n");
+  std::printf("  %s [-v] -o OutPath -c Cfg [-s num] [-a Alias] [sku [sku [...]]]\n", name);
+  std::printf("  %s -c Cfg -p sku\n", name);
+  std::printf("  %s -c Cfg [-t Tmplt] [-C Cat] -f First\n", name);
+}
+
+// Every run that got past the lock ends here: the report line for "-b"
+// callers, then the shut-down.
+int EndRun(const Startup& s, int code) {
+  if (s.cl.report) std::printf("%s=%d", "ReturnCode", code);
+  ShutdownPageGen();
+  return code;
+}
+
+// Checks that the request can run: a SKU for a product page, the product
+// database or library, the output root (from the CGI variables when not
+// given), the store configuration and directory.
+int CheckRequest(const Startup& s) {
+  RunState& st = PageGenState;
+  if ((st.dynamic & kDynSinglePage) != 0 && (st.dynamic & kDynListRequest) == 0 &&
+      st.pSkuList == nullptr) {
+    VerbosePrintf("Sku argument required for dynamic pages\n");
+    return kBadCommandLine;
+  }
+  if (st.szTemplateFile[0] == '\0') {
+    GetConfigItem(st.szConfig, "PageGenShopHomeListTplt", st.szTemplateFile, kPathSize, 0);
+  }
+  if (st.szAPILib[0] == '\0') {
+    ResolvePath(st.szDbName, kPathSize);
+    // An unnamed database is refused below, with the other missing settings.
+    if (st.szDbName[0] != '\0' && !Exists(st.szDbName)) {
+      VerbosePrintf("File not found: %s\n", st.szDbName);
+      return kFileNotFound;
+    }
+  } else {
+    ResolvePath(st.szAPILib, kPathSize);
+    if (st.szAPIConfig[0] != '\0') ResolvePath(st.szAPIConfig, kPathSize);
+  }
+  if (!s.cl.out_given && s.cgi_paths_set) {
+    GetHTMLRoot(st.szOutPath, sizeof st.szOutPath);
+    if (!s.cl.alias_given) GetHTMLRootAlias(st.szHtmlAlias, sizeof st.szHtmlAlias);
+  }
+  if ((IsStaticRun() && st.szOutPath[0] == '\0') ||
+      (st.szDbName[0] == '\0' && st.szAPILib[0] == '\0') || st.szConfig[0] == '\0' ||
+      st.szHtmlPath[0] == '\0') {
+    VerbosePrintf("Config file, OutPath, TargetDir and ProductDatabase required\n");
+    return kBadCommandLine;
+  }
+  return kOk;
+}
+
+// Turns the output root into the store's output directory: the store
+// directory is placed below the root, without the part that the HTML root's
+// alias already stands for.
+void ComposeOutputDirectory(Startup* s) {
+  RunState& st = PageGenState;
+  s->html_root = st.szOutPath;
+  AppendSlashIfMissing(st.szOutPath);
+  AppendSlashIfMissing(st.szHtmlPath);
+  std::string_view html(st.szHtmlPath);
+  std::string_view alias(st.szHtmlAlias);
+  if (!alias.empty()) VerbosePrintf("HTML root alias %s\n", st.szHtmlAlias);
+  // A request without an output root writes nothing to disk; its output
+  // path stays empty.
+  if (st.szOutPath[0] == '\0') return;
+  if (!alias.empty() && html.starts_with(alias)) {
+    html.remove_prefix(alias.size());
+    if (!html.empty() && IsDirSlash(html.front())) html.remove_prefix(1);
+  } else if (!html.empty() && IsDirSlash(html.front())) {
+    html.remove_prefix(1);
+  }
+  AppendTruncated(st.szOutPath, html);
+}
+
+// Reads the index keys and opens the store's index when the store allows
+// indexing; a request for one page or one site page opens it without
+// writing its files.
+void OpenIndex(Startup* s) {
+  RunState& st = PageGenState;
+  GetConfigItem(st.szConfig, "AllowIndex", st.szAllowIndex, sizeof st.szAllowIndex, 0);
+  if (st.szAllowIndex[0] == 'Y') st.szAllowIndex[0] = 'y';
+  s->indexing = st.szAllowIndex[0] == 'y';
+  if (!s->indexing) return;
+
+  IndexSettings& index = GetIndexSettings();
+  GetConfigItem(st.szConfig, "IndexSwishCfg", index.swish_cfg, sizeof index.swish_cfg, 0);
+  GetConfigItem(st.szConfig, "IndexSwishDir", index.swish_dir, sizeof index.swish_dir, 0);
+  AppendSlashIfMissing(index.swish_dir);
+  GetConfigItem(st.szConfig, "IndexWaisDir", index.wais_dir, sizeof index.wais_dir, 0);
+  AppendSlashIfMissing(index.wais_dir);
+  GetConfigItem(st.szConfig, "IndexIconDir", index.icon_dir, sizeof index.icon_dir, 0);
+
+  const char* store = s->cl.store_name.c_str();
+  const char* root = s->html_root.c_str();
+  s->index_no_create = !IsStaticRun() || s->cl.single_site_page;
+  if (s->index_no_create) {
+    InitIndexNoCreate(store, st.szHtmlPath, st.szHtmlAlias, root);
+  } else {
+    InitIndex(store, st.szHtmlPath, st.szHtmlAlias, root);
+  }
+}
+
+// Templates are read relative to PageGenTemplateDir, or to the store
+// configuration's directory when the store names none.
+void EnterTemplateDirectory() {
+  RunState& st = PageGenState;
+  std::string from = CurrentDirectory();
+  char dir[kPathSize] = {};
+  GetConfigItem(st.szConfig, "PageGenTemplateDir", dir, sizeof dir, 0);
+  if (dir[0] == '\0') {
+    std::string_view cfg(st.szConfig);
+    std::size_t sep = cfg.find_last_of("/\\");
+    if (sep != std::string_view::npos) CopyTruncated(dir, cfg.substr(0, sep == 0 ? 1 : sep));
+  }
+  VerbosePrintf("Changing directories from %s to %s\n", from.c_str(), dir);
+  // A directory that cannot be entered shows up as templates not found.
+  if (dir[0] != '\0' && chdir(dir) != 0) return;
+}
+
+// The list of the files this store's runs wrote, kept in its output directory.
+std::string FileListPath() {
+  return std::string(PageGenState.szOutPath) + kFileListName;
+}
+
+// A full run first removes the pages of the previous one; a static run makes
+// the output directory.
+int PrepareOutputDirectory(const Startup& s) {
+  if (s.cl.full_run) DeleteOldFileList(FileListPath().c_str());
+  if (IsStaticRun() && tb_mkdir(PageGenState.szOutPath, 0755) != 0) {
+    VerbosePrintf("Unable to create directory: %s\n", PageGenState.szOutPath);
+    return kDirNotCreatable;
+  }
+  return kOk;
+}
+
+void PrintSummary() {
+  const RunState& st = PageGenState;
+  VerbosePrintf("Output Path: %s\n", st.szOutPath);
+  VerbosePrintf("Database: %s\n", st.szDbName);
+  VerbosePrintf("Template Set: %s\n", st.szTmpltSet);
+  if (st.szAPILib[0] != '\0') VerbosePrintf("API Library: %s\n", st.szAPILib);
+  if (st.szAPIConfig[0] != '\0') VerbosePrintf("API Library Config: %s\n", st.szAPIConfig);
+  VerbosePrintf("Store Config: %s\n", st.szConfig);
+}
+
+int LoadTemplateSet() {
+  RunState& st = PageGenState;
+  AppendTruncated(st.szTmpltSet, ".cfg");
+  ResolvePath(st.szTmpltSet, kPathSize);
+  VerbosePrintf("\nTemplate Set Config: %s\n", st.szTmpltSet);
+  st.pTpltSet = PG_InitTemplateSet(st.szTmpltSet);
+  if (st.pTpltSet == nullptr) {
+    VerbosePrintf("Error processing template set config file %s\n", st.szTmpltSet);
+    return kTemplateSetFailed;
+  }
+  return kOk;
+}
+
+// Start-up from the lock on: everything a run needs before it copies or
+// generates.
+int StartRun(Startup* s) {
+  if (int rc = CheckRequest(*s); rc != kOk) return rc;
+  ComposeOutputDirectory(s);
+  OpenIndex(s);
+  EnterTemplateDirectory();
+  if (int rc = PrepareOutputDirectory(*s); rc != kOk) return rc;
+  PrintSummary();
+  return LoadTemplateSet();
+}
+
+// The attribute database sits beside the product database: its name with
+// the extension replaced by ".adb". A database that cannot be opened leaves
+// the run without attributes.
+void OpenAttributeDatabase() {
+  RunState& st = PageGenState;
+  if (st.szDbName[0] == '\0') return;
+  std::string_view db(st.szDbName);
+  CopyTruncated(st.szAttrDb, db.substr(0, db.rfind('.')));
+  AppendTruncated(st.szAttrDb, ".adb");
+  st.ad_handle = AD_InitAttributePool(st.szAttrDb);
+  if (st.ad_handle == nullptr) {
+    VerbosePrintf("Error initializing attribute database %s\n", st.szAttrDb);
+  }
+}
+
+int CopyOnlyRun() {
+  int rc = CopyDirs();
+  if (rc == kOk) rc = CopySecureFiles();
+  return rc;
+}
+
+int GenerateRun(const Startup& s) {
+  RunState& st = PageGenState;
+  if (!InitProdAPI(st.szAPILib)) return kProductApiFailed;
+  OpenAttributeDatabase();
+  int rc = GeneratePages();
+  if (IsStaticRun() && (CopyDirs() != kOk || CopySecureFiles() != kOk)) return kCopyFailed;
+  FreeSkuList(st.pSkuList);
+  st.pSkuList = nullptr;
+  if (s.indexing) {
+    if (s.index_no_create) {
+      ShutdownIndexNoCreate();
+    } else {
+      ShutdownIndex();
+    }
+  }
+  VerbosePrintf("Done rc=%d\n", rc);
+  // A dynamic request wrote its page to standard output only: no report and
+  // no file list.
+  if (IsStaticRun()) {
+    OutputFileList(st.errlist);
+    WriteFileList(st.dellist, FileListPath().c_str());
+  }
+  return rc;
+}
+
+void ShutdownAtExit() {
+  ShutdownPageGen();
+}
+
+std::string ExeName(const char* argv0) {
+  char name[kPathSize];
+  GetExeName(argv0 != nullptr ? argv0 : "", name, sizeof name);
+  return name;
 }
 
 }  // namespace
 
-int PageGenMain(int argc, char** argv) {
-  const char* name = argv[0];
-  if (const char* slash = std::strrchr(name, '/')) name = slash + 1;
-  if (argc < 2) {
-    std::printf("\n%s (c)%s %s %s %s\n", name, kYears, kMaker, "version", kVersion);
-    Usage();
-    return 0;
+int ShutdownPageGen() {
+  static int done = 0;
+  if (done != 0) return done;
+  RunState& st = PageGenState;
+  std::free(st.pszShopHome);
+  st.pszShopHome = nullptr;
+  FreeSkuList(st.pSkuList);
+  st.pSkuList = nullptr;
+  FreeFileList(st.errlist);
+  st.errlist = nullptr;
+  FreeFileList(st.dellist);
+  st.dellist = nullptr;
+  AD_ShutdownAttributePool(st.ad_handle);
+  st.ad_handle = nullptr;
+  PG_ShutdownTemplateSet(st.pTpltSet);
+  st.pTpltSet = nullptr;
+  ShutdownProdAPI();
+  if (st.fpRedirect != nullptr) {
+    std::fclose(st.fpRedirect);
+    st.fpRedirect = nullptr;
   }
-  Usage();
+  ReleaseRunLock();
+  ++done;
   return 0;
+}
+
+int PageGenMain(int argc, char** argv) {
+  std::atexit(ShutdownAtExit);
+  const char* argv0 = argc > 0 ? argv[0] : "";
+  EnterProgramDirectory(argv0);
+  std::string exe = ExeName(argv0);
+  if (argc < 2) {
+    PrintBanner(exe, false);
+    Usage(exe);
+    ShutdownPageGen();
+    return kOk;
+  }
+
+  Startup s;
+  s.cgi_paths_set =
+      std::getenv("PATH_INFO") != nullptr && std::getenv("PATH_TRANSLATED") != nullptr;
+  if (int rc = ParseCommandLine(argc, argv, &s.cl); rc != kOk) return EndRun(s, rc);
+  if (Verbose()) {
+    PrintBanner(exe, true);
+    if (argc < 3) {
+      Usage(exe);
+      return EndRun(s, kOk);
+    }
+  }
+  if (IsStaticRun() && !TakeRunLock()) {
+    // Shut-down runs at exit and removes the lock file; the companion lock
+    // still keeps the running generation apart from the next one.
+    std::printf("Page generator already running\n");
+    return kAlreadyRunning;
+  }
+  if (int rc = StartRun(&s); rc != kOk) return EndRun(s, rc);
+  if (PageGenState.copydirs != 0) return EndRun(s, CopyOnlyRun());
+  return EndRun(s, GenerateRun(s));
 }
 
 }  // namespace storegen

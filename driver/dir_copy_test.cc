@@ -1,0 +1,162 @@
+#include "driver/dir_copy.h"
+
+#include <limits.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "cgisupport/copy_truncated.h"
+#include "driver/runstate/run_state.h"
+#include "templateset/template_set.h"
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::FileExists;
+using testing::ListDir;
+using testing::ReadFile;
+using testing::ScopedTempDir;
+using testing::WriteFile;
+
+std::string Cwd() {
+  char buf[PATH_MAX];
+  return getcwd(buf, sizeof buf) != nullptr ? buf : "";
+}
+
+class DirCopyTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetRunState();
+    PageGenState.verbose = 1;
+    PageGenState.pTpltSet = &set_;
+    CopyTruncated(PageGenState.szTmpltSet, root_.Path("tmpl/basic.cfg"));
+    CopyTruncated(PageGenState.szOutPath, root_.Path("out/"));
+    CopyTruncated(PageGenState.szConfig, root_.Path("store.cfg"));
+    WriteFile(root_.Path("tmpl/basic.cfg"), "StyleName\tBasic\n");
+  }
+  void TearDown() override { ResetRunState(); }
+
+  std::string Set(const std::string& relative) const {
+    return root_.Path("tmpl/basic/" + relative);
+  }
+  std::string Out(const std::string& relative) const { return root_.Path("out/" + relative); }
+
+  ScopedTempDir root_;
+  TemplateSet set_;
+};
+
+TEST_F(DirCopyTest, CopiesSubdirectoriesRecursivelyWithExclusions) {
+  set_.copy_excludes_dirs = "cgi-bin;private";
+  WriteFile(Set("page.html"), "top-level template");
+  WriteFile(Set("images/logo.gif"), "GIF");
+  WriteFile(Set("images/README"), "no dot in this name");
+  WriteFile(Set("images/icons/small/x.png"), "PNG");
+  WriteFile(Set("cgi-bin/script.pl"), "perl");
+  WriteFile(Set("scripts/app.js"), "js");
+  WriteFile(Set("scripts/private/key"), "excluded at any depth");
+  WriteFile(Set("styles"), "a file, not a directory");
+  WriteFile(root_.Path("common/site.css"), "css");
+  fs::create_directory_symlink(root_.Path("common"), Set("shared"));
+  // Links back into directories being copied must not loop.
+  fs::create_directory_symlink("..", Set("images/icons/up"));
+  fs::create_directory_symlink(Set(""), Set("images/root"));
+
+  std::string before = Cwd();
+  EXPECT_EQ(CopyDirs(), 0);
+  EXPECT_EQ(Cwd(), before);
+
+  EXPECT_EQ(ListDir(Out("")), (std::vector<std::string>{"images", "scripts", "shared"}));
+  EXPECT_EQ(ListDir(Out("images")), (std::vector<std::string>{"README", "icons", "logo.gif"}));
+  EXPECT_EQ(ListDir(Out("images/icons")), (std::vector<std::string>{"small"}));
+  EXPECT_EQ(ReadFile(Out("images/icons/small/x.png")), "PNG");
+  EXPECT_EQ(ReadFile(Out("images/README")), "no dot in this name");
+  EXPECT_EQ(ListDir(Out("scripts")), (std::vector<std::string>{"app.js"}));
+  EXPECT_EQ(ReadFile(Out("shared/site.css")), "css");
+}
+
+TEST_F(DirCopyTest, SetWithoutSubdirectoriesCopiesNothing) {
+  WriteFile(Set("page.html"), "x");
+  EXPECT_EQ(CopyDirs(), 0);
+  EXPECT_FALSE(FileExists(Out("")));
+}
+
+TEST_F(DirCopyTest, UncreatableDestinationLeavesProcessInSource) {
+  WriteFile(Set("images/logo.gif"), "GIF");
+  WriteFile(root_.Path("blocker"), "a file where a directory should be");
+  std::string before = Cwd();
+
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(tb_CopyDirectory(Set("images").c_str(), root_.Path("blocker/images").c_str()), -4);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "Unable to create directory: " + root_.Path("blocker/images") + "\n");
+  EXPECT_EQ(Cwd(), Set("images"));
+
+  ASSERT_EQ(chdir(before.c_str()), 0);
+  CopyTruncated(PageGenState.szOutPath, root_.Path("blocker/out"));
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(CopyDirs(), -4);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "Unable to create directory: " + root_.Path("blocker/out/images") + "\n");
+}
+
+TEST_F(DirCopyTest, FailingFileStopsOnlyItsDirectory) {
+  WriteFile(Set("a/only.txt"), "x");
+  WriteFile(Set("b/file.txt"), "y");
+  fs::create_directories(Out("a/only.txt"));  // the copy cannot replace a directory
+
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(CopyDirs(), 0);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "Unable to open file " + Out("a/only.txt") + "\n");
+  EXPECT_EQ(ReadFile(Out("b/file.txt")), "y");
+}
+
+TEST_F(DirCopyTest, SecurePagesAreCopiedWithTheirDirectories) {
+  WriteFile(root_.Path("store.cfg"), "SecureContentPath\t" + root_.Path("secure") + "\n");
+  set_.secure_files = {
+      {"/pages/order.html", "", "", 0}, {"missing.html", "", "", 0}, {"\\top.html", "", "", 0}};
+  WriteFile(Out("pages/order.html"), "order");
+  WriteFile(Out("top.html"), "top");
+
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(CopySecureFiles(), 0);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "File not found: " + Out("missing.html") + "\n");
+  EXPECT_EQ(ReadFile(root_.Path("secure/pages/order.html")), "order");
+  EXPECT_EQ(ReadFile(root_.Path("secure/top.html")), "top");
+  EXPECT_FALSE(FileExists(root_.Path("secure/missing.html")));
+}
+
+TEST_F(DirCopyTest, UnwritableSecureCopyFailsButEveryPageIsTried) {
+  WriteFile(root_.Path("store.cfg"), "SecureContentPath\t" + root_.Path("secure/") + "\n");
+  set_.secure_files = {{"a.html", "", "", 0}, {"b.html", "", "", 0}};
+  WriteFile(Out("a.html"), "a");
+  WriteFile(Out("b.html"), "b");
+  fs::create_directories(root_.Path("secure/a.html"));
+
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(CopySecureFiles(), -12);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "Unable to open file " + root_.Path("secure/a.html") + "\n");
+  EXPECT_EQ(ReadFile(root_.Path("secure/b.html")), "b");
+}
+
+TEST_F(DirCopyTest, NoSecureContentPathSkipsSecureFiles) {
+  for (const char* config : {"StoreDir\t/acme\n", "SecureContentPath\n"}) {
+    WriteFile(root_.Path("store.cfg"), config);
+    set_.secure_files = {{"a.html", "", "", 0}};
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(CopySecureFiles(), 0);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "No SecureContentPath entry in store config file, skipping SecureFiles\n");
+  }
+}
+
+}  // namespace
+}  // namespace storegen

@@ -1,0 +1,51 @@
+// The files a run keeps in the program's own directory: the run lock
+// ("pgstatus.pid" plus a companion lock file that is never removed) and the
+// status log "pgstatus.log". The directory is fixed once at start-up, so
+// these files are found there whatever the current directory is later.
+#ifndef STOREGEN_DRIVER_RUN_FILES_H_
+#define STOREGEN_DRIVER_RUN_FILES_H_
+
+#include <string>
+
+namespace storegen {
+
+// The lock file that names a running static run.
+inline constexpr const char kPidFileName[] = "pgstatus.pid";
+// The companion lock file: its lock keeps runs apart even after a refused
+// run removed "pgstatus.pid". Nothing removes it.
+inline constexpr const char kCompanionLockName[] = "pgstatus.lck";
+// Where "-b" sends standard output.
+inline constexpr const char kStatusLogName[] = "pgstatus.log";
+
+// Changes into the directory of the program named by |argv0| (the part up to
+// its last separator; a bare name is looked up through /proc/self/exe) and
+// fixes that directory as the program directory. When the change fails, the
+// current directory is taken instead. Returns true when the change succeeded.
+bool EnterProgramDirectory(const char* argv0);
+
+// The program directory without a trailing separator; empty before
+// EnterProgramDirectory.
+const std::string& ProgramDirectory();
+
+// ProgramDirectory() + "/" + |name|, or |name| alone before the directory is
+// fixed.
+std::string ProgramFile(const char* name);
+
+// Takes both locks of a static run (lock file and companion, mode 0644,
+// no waiting). Returns true with PageGenState.fdPID set when both are held;
+// false when either is held elsewhere (nothing of this process stays locked).
+bool TakeRunLock();
+
+// Releases the lock file's lock (when PageGenState.fdPID is not -1, which it
+// becomes), removes the program directory's "pgstatus.pid" in any case, and
+// then releases the companion lock if this process holds it.
+void ReleaseRunLock();
+
+// Reopens standard output for writing on the program directory's
+// "pgstatus.log" and keeps the stream in PageGenState.fpRedirect (null when
+// the file cannot be opened).
+void RedirectOutputToStatusLog();
+
+}  // namespace storegen
+
+#endif  // STOREGEN_DRIVER_RUN_FILES_H_

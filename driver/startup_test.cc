@@ -1,0 +1,367 @@
+// Runs the program itself: exit codes and messages of start-up, the run lock,
+// the status log and the output directory.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "cgisupport/file_util.h"
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ExitStatusOf;
+using testing::FileExists;
+using testing::InstallStoregen;
+using testing::ReadFile;
+using testing::RunOptions;
+using testing::RunProgram;
+using testing::RunResult;
+using testing::ScopedTempDir;
+using testing::WriteFile;
+
+constexpr char kLockMessage[] = "Page generator already running\n";
+
+// Options that start the program from another directory than its own.
+RunOptions FromRoot() {
+  RunOptions options;
+  options.cwd = "/";
+  return options;
+}
+
+bool EndsWith(const std::string& text, const std::string& tail) {
+  return text.size() >= tail.size() &&
+         text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+// A store beside its own copy of the program: configuration, template set,
+// product database, all relative to the program's directory.
+class StartupTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    bin_ = InstallStoregen(dir_.path());
+    WriteConfig({});
+    WriteFile(Path("basic.cfg"), "StyleName\tBasic\n");
+    WriteFile(Path("prod.txt"), "");
+  }
+
+  std::string Path(const std::string& relative) const { return dir_.Path(relative); }
+
+  // Writes store.cfg from the default keys; a null value leaves a key out.
+  void WriteConfig(const std::map<std::string, const char*>& changes,
+                   const std::string& file = "store.cfg") {
+    std::map<std::string, const char*> keys = {
+        {"AllowPagegen", "yes"}, {"ShoppingCartDirectory", "cart"}, {"PageGenTmpltSet", "basic"},
+        {"StoreDir", "/acme"},   {"ProductDatabase", "prod.txt"},
+    };
+    for (const auto& [key, value] : changes)
+      keys[key] = value;
+    std::string text;
+    for (const auto& [key, value] : keys) {
+      if (value != nullptr) text += key + "\t" + value + "\n";
+    }
+    WriteFile(Path(file), text);
+  }
+
+  RunResult Run(std::vector<std::string> args, const RunOptions& options = {}) {
+    args.insert(args.begin(), bin_);
+    return RunProgram(args, options);
+  }
+
+  ScopedTempDir dir_;
+  std::string bin_;
+};
+
+TEST_F(StartupTest, NoArgumentsShowsBannerAndUsage) {
+  RunResult r = Run({});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_EQ(r.out.rfind("\nstoregen (c)", 0), 0u) << r.out;
+  EXPECT_NE(r.out.find(" version 4.2.0.9\nUsage:"), std::string::npos) << r.out;
+  EXPECT_FALSE(FileExists(Path("pgstatus.pid")));
+  EXPECT_FALSE(FileExists(Path("pgstatus.lck")));
+
+  r = Run({"-v"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_NE(r.out.find(" version 4.2.0.9\n\nUsage:"), std::string::npos) << r.out;
+}
+
+struct ExitCase {
+  const char* name;
+  std::map<std::string, const char*> config;
+  std::vector<std::string> args;  // "@" stands for the test directory
+  int code;
+  std::string message;  // last verbose output; "@" stands for the test directory
+};
+
+std::string Expand(const std::string& text, const std::string& dir) {
+  std::string out;
+  for (char c : text) {
+    if (c == '@') {
+      out += dir;
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+TEST_F(StartupTest, ExitCodesAndMessages) {
+  const std::vector<std::string> run = {"-o", "@/www", "-c", "store.cfg"};
+  // clang-format off
+  const ExitCase cases[] = {
+      {"value option last", {}, {"-o"}, -3, "Invalid command line\n"},
+      {"missing configuration", {}, {"-o", "@/www", "-c", "nothere.cfg"}, -2,
+       "File not found: @/nothere.cfg\n"},
+      {"no AllowPagegen", {{"AllowPagegen", nullptr}}, run, -16,
+       "The page generator is not configured to run\n"},
+      {"AllowPagegen no", {{"AllowPagegen", "No"}}, run, -16,
+       "The page generator is not configured to run\n"},
+      {"no template set", {{"PageGenTmpltSet", nullptr}}, run, -3,
+       "PageGenTmpltSet not found in @/store.cfg\n"},
+      {"no store directory", {{"StoreDir", nullptr}}, run, -3,
+       "StoreDir not found in @/store.cfg\n"},
+      {"product page without SKU", {}, {"-c", "store.cfg", "-p"}, -3,
+       "Sku argument required for dynamic pages\n"},
+      {"static run without output root", {}, {"-c", "store.cfg"}, -3,
+       "Config file, OutPath, TargetDir and ProductDatabase required\n"},
+      {"no product database named", {{"ProductDatabase", nullptr}}, run, -3,
+       "Config file, OutPath, TargetDir and ProductDatabase required\n"},
+      {"missing product database", {{"ProductDatabase", "nothere.txt"}}, run, -2,
+       "File not found: @/nothere.txt\n"},
+      {"output directory not creatable", {}, {"-o", "@/blocker/www", "-c", "store.cfg"}, -4,
+       "Unable to create directory: @/blocker/www/acme/\n"},
+      {"template set not readable", {{"PageGenTmpltSet", "nothere"}}, run, -5,
+       "Error processing template set config file @/nothere.cfg\n"},
+      {"support directory not copyable", {}, run, -12,
+       "Unable to create directory: @/www/acme/images\n"},
+      {"copy-only run", {}, {"-d", "-o", "@/www", "-c", "store.cfg"}, -4,
+       "Unable to create directory: @/www/acme/images\n"},
+      {"complete run", {}, {"-o", "@/fresh", "-c", "store.cfg"}, 0, "Done rc=0\n"},
+  };
+  // clang-format on
+  WriteFile(Path("blocker"), "a file where a directory should be");
+  WriteFile(Path("basic/images/logo.gif"), "GIF");
+  // A dangling link where the copy wants to make its directory.
+  fs::create_directories(Path("www/acme"));
+  fs::create_symlink(Path("gone"), Path("www/acme/images"));
+
+  for (const auto& c : cases) {
+    WriteConfig(c.config);
+    std::vector<std::string> args;
+    for (const auto& a : c.args)
+      args.push_back(Expand(a, dir_.path()));
+    RunResult quiet = Run(args);
+    EXPECT_EQ(quiet.exit_code, ExitStatusOf(c.code)) << c.name;
+    EXPECT_EQ(quiet.out, "") << c.name;
+
+    args.insert(args.begin(), "-v");
+    RunResult verbose = Run(args);
+    EXPECT_EQ(verbose.exit_code, ExitStatusOf(c.code)) << c.name;
+    EXPECT_TRUE(EndsWith(verbose.out, Expand(c.message, dir_.path()))) << c.name << ":\n"
+                                                                       << verbose.out;
+    EXPECT_FALSE(FileExists(Path("pgstatus.pid"))) << c.name;
+  }
+}
+
+TEST_F(StartupTest, MissingCartDirectoryIsReportedAndTheRunGoesOn) {
+  WriteConfig({{"ShoppingCartDirectory", nullptr}});
+  RunResult r = Run({"-v", "-o", Path("www"), "-c", "store.cfg"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_NE(r.out.find("ShoppingCartDirectory not found in " + Path("store.cfg") + "\n"),
+            std::string::npos)
+      << r.out;
+}
+
+TEST_F(StartupTest, CompleteRunWritesFileListIntoOutputDirectory) {
+  WriteFile(Path("basic/images/logo.gif"), "GIF");
+  RunResult r = Run({"-o", "www", "-c", "store.cfg"}, FromRoot());
+  EXPECT_EQ(r.exit_code, 0) << r.out;
+  EXPECT_TRUE(FileExists(Path("www/acme/Xzq3Jpo9")));
+  EXPECT_EQ(ReadFile(Path("www/acme/images/logo.gif")), "GIF");
+  EXPECT_FALSE(FileExists(Path("Xzq3Jpo9")));
+  EXPECT_FALSE(FileExists(Path("pgstatus.pid")));
+}
+
+TEST_F(StartupTest, ConfigurationPathWithExtraDot) {
+  // The product database is found from the program's directory, the
+  // template set from the configuration's.
+  WriteConfig({{"PageGenTmpltSet", "../basic"}}, "shop.v2/acme.cfg");
+  RunResult r = Run({"-v", "-o", Path("www"), "-c", "shop.v2/acme.cfg"});
+  EXPECT_EQ(r.exit_code, 0) << r.out;
+  EXPECT_NE(r.out.find("Store Config: " + Path("shop.v2/acme.cfg") + "\n"), std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find("Template Set Config: " + Path("basic.cfg") + "\n"), std::string::npos)
+      << r.out;
+}
+
+TEST_F(StartupTest, OutputDirectoryComposition) {
+  struct Case {
+    std::string root;  // "-o", relative to the test directory; empty: not given
+    std::string alias;
+    const char* store_dir;
+    std::map<std::string, std::string> env;
+    std::string expected;  // relative to the test directory
+  } cases[] = {
+      {"www", "/store", "/store/acme", {}, "www/acme/"},
+      {"www/", "/store/", "/store/acme/", {}, "www/acme/"},
+      {"www", "", "/store/acme", {}, "www/store/acme/"},
+      {"www", "/other", "/store/acme", {}, "www/store/acme/"},
+      {"www", "/store", "\\store\\acme", {}, "www/store\\acme/"},
+      {"",
+       "",
+       "/store/acme",
+       {{"PATH_INFO", "/store/docs/p.html"}, {"PATH_TRANSLATED", Path("cgi/docs/p.html")}},
+       "cgi/acme/"},
+      // An output root given on the command line takes no alias from the server.
+      {"www",
+       "",
+       "/store/acme",
+       {{"PATH_INFO", "/store/docs/p.html"}, {"PATH_TRANSLATED", Path("cgi/docs/p.html")}},
+       "www/store/acme/"},
+  };
+  for (const auto& c : cases) {
+    WriteConfig({{"StoreDir", c.store_dir}});
+    std::vector<std::string> args = {"-v", "-c", "store.cfg"};
+    if (!c.root.empty()) args.insert(args.end(), {"-o", c.root});
+    if (!c.alias.empty()) args.insert(args.end(), {"-a", c.alias});
+    RunOptions options;
+    options.set_env = c.env;
+    options.unset_env = {"PATH_INFO", "PATH_TRANSLATED"};
+    RunResult r = Run(args, options);
+    EXPECT_EQ(r.exit_code, 0) << c.store_dir << "\n" << r.out;
+    EXPECT_NE(r.out.find("\nOutput Path: " + Path(c.expected) + "\n"), std::string::npos)
+        << c.root << " " << c.alias << " " << c.store_dir << ":\n"
+        << r.out;
+  }
+}
+
+TEST_F(StartupTest, StatusLogGetsOutputAndReturnCode) {
+  RunResult r = Run({"-b", "-o"});
+  EXPECT_EQ(r.exit_code, ExitStatusOf(-3));
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(ReadFile(Path("pgstatus.log")), "ReturnCode=-3");
+
+  r = Run({"-v", "-b", "-o", Path("www"), "-c", "store.cfg"}, FromRoot());
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_EQ(r.out, "");
+  std::string log = ReadFile(Path("pgstatus.log"));
+  EXPECT_TRUE(EndsWith(log, "Done rc=0\nReturnCode=0")) << log;
+
+  // Options act in order: "-b" after a failing "-c" is never reached.
+  std::remove(Path("pgstatus.log").c_str());
+  r = Run({"-c", "nothere.cfg", "-b"});
+  EXPECT_EQ(r.exit_code, ExitStatusOf(-2));
+  EXPECT_FALSE(FileExists(Path("pgstatus.log")));
+}
+
+// Copy of the program run by a bare name: its directory comes from the
+// executable itself.
+TEST_F(StartupTest, BareProgramNameFindsItsDirectory) {
+  fs::create_directories(Path("bin"));
+  fs::copy_file(testing::StoregenBinary(), Path("bin/storegen"));
+  fs::permissions(Path("bin/storegen"), fs::perms::owner_all, fs::perm_options::add);
+  RunOptions options;
+  options.set_env = {{"PATH", Path("bin")}};
+  RunResult r = RunProgram({"/bin/sh", "-c", "cd / && exec storegen -b -o"}, options);
+  EXPECT_EQ(r.exit_code, ExitStatusOf(-3));
+  EXPECT_EQ(ReadFile(Path("bin/pgstatus.log")), "ReturnCode=-3");
+}
+
+// Holds locks on files of the test directory in a child process until
+// destroyed.
+class LockHolder {
+ public:
+  LockHolder(const std::string& dir, const std::vector<std::string>& names) {
+    int ready[2];
+    if (pipe(ready) != 0 || pipe(release_) != 0) return;
+    pid_ = fork();
+    if (pid_ == 0) {
+      close(ready[0]);
+      close(release_[1]);
+      for (const auto& name : names) {
+        if (openlock((dir + "/" + name).c_str(), 0, 0644) < 0) _exit(1);
+      }
+      char c = 'x';
+      if (write(ready[1], &c, 1) != 1 || read(release_[0], &c, 1) < 0) _exit(1);
+      _exit(0);
+    }
+    close(ready[1]);
+    close(release_[0]);
+    char c;
+    held_ = read(ready[0], &c, 1) == 1;
+    close(ready[0]);
+  }
+  ~LockHolder() {
+    close(release_[1]);
+    if (pid_ > 0) waitpid(pid_, nullptr, 0);
+  }
+  bool held() const { return held_; }
+
+ private:
+  int release_[2] = {-1, -1};
+  pid_t pid_ = -1;
+  bool held_ = false;
+};
+
+TEST_F(StartupTest, RunLockKeepsStaticRunsApart) {
+  const std::vector<std::string> args = {"-o", Path("www"), "-c", "store.cfg"};
+  {
+    // Both locks, as a running generation holds them.
+    LockHolder running(dir_.path(), {"pgstatus.pid", "pgstatus.lck"});
+    ASSERT_TRUE(running.held());
+    RunResult r = Run(args);
+    EXPECT_EQ(r.exit_code, ExitStatusOf(-50));
+    EXPECT_EQ(r.out, kLockMessage);
+    // The refused run removed the lock file; the next one is refused all the same.
+    EXPECT_FALSE(FileExists(Path("pgstatus.pid")));
+    r = Run(args);
+    EXPECT_EQ(r.exit_code, ExitStatusOf(-50));
+    EXPECT_EQ(r.out, kLockMessage);
+
+    // "-b" puts the message into the log, without a return code line.
+    r = Run({"-b", "-o", Path("www"), "-c", "store.cfg"});
+    EXPECT_EQ(r.exit_code, ExitStatusOf(-50));
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(ReadFile(Path("pgstatus.log")), kLockMessage);
+  }
+  for (const char* name : {"pgstatus.pid", "pgstatus.lck"}) {
+    LockHolder holder(dir_.path(), {name});
+    ASSERT_TRUE(holder.held());
+    RunResult r = Run(args);
+    EXPECT_EQ(r.exit_code, ExitStatusOf(-50)) << name;
+    EXPECT_EQ(r.out, kLockMessage) << name;
+  }
+  EXPECT_EQ(Run(args).exit_code, 0);
+}
+
+TEST_F(StartupTest, DynamicRequestsTakeNoLock) {
+  LockHolder holder(dir_.path(), {"pgstatus.pid", "pgstatus.lck"});
+  ASSERT_TRUE(holder.held());
+  for (const auto& args : std::vector<std::vector<std::string>>{
+           {"-c", "store.cfg", "-p", "A1"}, {"-c", "store.cfg", "-C", "Home", "-f", "0"}}) {
+    RunResult r = Run(args);
+    EXPECT_NE(r.exit_code, ExitStatusOf(-50)) << args[2];
+    EXPECT_EQ(r.out.find(kLockMessage), std::string::npos) << args[2];
+  }
+}
+
+TEST_F(StartupTest, ProductLibraryMissingAnEntryPoint) {
+#ifdef STOREGEN_PAPI_FIVE
+  WriteConfig({{"ProductDatabase", nullptr}, {"ProductAPILibrary", STOREGEN_PAPI_FIVE}});
+  RunResult r = Run({"-o", Path("www"), "-c", "store.cfg"});
+  EXPECT_EQ(r.exit_code, ExitStatusOf(-6));
+  EXPECT_EQ(r.out, "");
+#else
+  GTEST_SKIP() << "the five-entry product library is not built";
+#endif
+}
+
+}  // namespace
+}  // namespace storegen
