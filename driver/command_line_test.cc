@@ -73,19 +73,6 @@ TEST_F(CommandLineTest, CategoryWordsStopAtTwoCharacterOptionOrEmptyWord) {
   }
 }
 
-TEST_F(CommandLineTest, OptionsByTheirSecondLetterAndSkusInOrder) {
-  ASSERT_EQ(Parse({"-verbose", "-", "-x", "A1", "-pages", "b-2", "-a", "/alias", "-t", "t.html"}),
-            kOk);
-  EXPECT_EQ(PageGenState.verbose, 1);
-  EXPECT_EQ(PageGenState.dynamic, static_cast<uint32_t>(kDynSinglePage));
-  EXPECT_STREQ(PageGenState.szHtmlAlias, "/alias");
-  EXPECT_STREQ(PageGenState.szTemplateFile, "t.html");
-  EXPECT_EQ(Skus(), (std::vector<std::string>{"A1", "b-2"}));
-  EXPECT_TRUE(cl_.alias_given);
-  EXPECT_FALSE(cl_.out_given);
-  EXPECT_FALSE(cl_.full_run);  // SKU words limit the run
-}
-
 TEST_F(CommandLineTest, RunKindFromOptions) {
   constexpr uint32_t kList = kDynSinglePage | kDynListRequest;
   struct Case {
@@ -94,10 +81,16 @@ TEST_F(CommandLineTest, RunKindFromOptions) {
     bool single_site_page;
     uint32_t dynamic;
   } cases[] = {
-      {{"-v"}, true, false, 0},      {{"-s", "0"}, true, false, 0},
-      {{"-s", "3"}, false, true, 0}, {{"-s", "abc"}, true, false, 0},
-      {{"-d"}, false, false, 0},     {{"-f", "10"}, false, false, kList},
-      {{"SKU1"}, false, false, 0},   {{"-p", "SKU1"}, false, false, kDynSinglePage},
+      {{"-v"}, true, false, 0},
+      {{"-s", "0"}, true, false, 0},
+      {{"-s", "3"}, false, true, 0},
+      {{"-s", "abc"}, true, false, 0},
+      {{"-d"}, false, false, 0},
+      {{"-f", "10"}, false, false, kList},
+      {{"SKU1"}, false, false, 0},
+      {{"-p", "SKU1"}, false, false, kDynSinglePage},
+      // Options are known by their second letter; unknown ones are ignored.
+      {{"-", "-x", "-pages"}, true, false, kDynSinglePage},
   };
   for (const auto& c : cases) {
     SetUp();
