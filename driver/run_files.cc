@@ -10,6 +10,7 @@
 
 #include "cgisupport/file_util.h"
 #include "driver/runstate/run_state.h"
+#include "templateset/management.h"
 
 namespace storegen {
 namespace {
@@ -60,9 +61,9 @@ std::string ProgramFile(const char* name) {
 }
 
 bool TakeRunLock() {
-  int pid_fd = openlock(ProgramFile(kPidFileName).c_str(), 0, 0644);
+  int pid_fd = openlock(ProgramFile(kRunLockFile).c_str(), 0, 0644);
   if (pid_fd == -1) return false;
-  int companion_fd = openlock(ProgramFile(kCompanionLockName).c_str(), 0, 0644);
+  int companion_fd = openlock(ProgramFile(kRunLockCompanionFile).c_str(), 0, 0644);
   if (companion_fd == -1) {
     closelock(pid_fd);
     return false;
@@ -77,7 +78,7 @@ void ReleaseRunLock() {
     closelock(PageGenState.fdPID);
     PageGenState.fdPID = -1;
   }
-  std::remove(ProgramFile(kPidFileName).c_str());
+  std::remove(ProgramFile(kRunLockFile).c_str());
   // The companion goes last: until the lock file is gone, it keeps a new run
   // from locking a lock file that is about to be removed under it.
   if (g_companion_fd != -1) {
@@ -89,7 +90,7 @@ void ReleaseRunLock() {
 void RedirectOutputToStatusLog() {
   // Opened apart first, so that a log that cannot be made leaves standard
   // output as it was.
-  int fd = open(ProgramFile(kStatusLogName).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  int fd = open(ProgramFile(kStatusLogFile).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   if (fd < 0) return;
   std::fflush(stdout);
   if (dup2(fd, STDOUT_FILENO) >= 0) PageGenState.fpRedirect = stdout;

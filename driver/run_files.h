@@ -1,6 +1,7 @@
 // The files a run keeps in the program's own directory: the run lock
 // ("pgstatus.pid" plus a companion lock file that is never removed) and the
-// status log "pgstatus.log". The directory is fixed once at start-up, so
+// status log "pgstatus.log" (names shared with the management side in
+// templateset/management.h). The directory is fixed once at start-up, so
 // these files are found there whatever the current directory is later.
 #ifndef STOREGEN_DRIVER_RUN_FILES_H_
 #define STOREGEN_DRIVER_RUN_FILES_H_
@@ -8,14 +9,6 @@
 #include <string>
 
 namespace storegen {
-
-// The lock file that names a running static run.
-inline constexpr const char kPidFileName[] = "pgstatus.pid";
-// The companion lock file: its lock keeps runs apart even after a refused
-// run removed "pgstatus.pid". Nothing removes it.
-inline constexpr const char kCompanionLockName[] = "pgstatus.lck";
-// Where "-b" sends standard output.
-inline constexpr const char kStatusLogName[] = "pgstatus.log";
 
 // Changes into the directory of the program named by |argv0| (the part up to
 // its last separator; a bare name is looked up through /proc/self/exe) and
