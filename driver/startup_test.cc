@@ -238,6 +238,37 @@ TEST_F(StartupTest, OutputDirectoryComposition) {
   }
 }
 
+TEST_F(StartupTest, DynamicPageKeysDecideWhichPagesAStaticRunWrites) {
+  WriteFile(Path("prod.txt"), "SKU\tNAME\nA1\tLamp\n");
+  WriteFile(Path("basic.cfg"), "DefaultProductPage\tProduct;product.html\n");
+  WriteFile(Path("product.html"), "<p>%%PRODUCT.NAME%%</p>\n");
+  struct Case {
+    const char* product_pages;  // null: key absent
+    const char* list_pages;
+    bool product_page_written;
+  } cases[] = {
+      {nullptr, nullptr, true}, {"no", nullptr, true}, {"yes", nullptr, false},
+      {"yes", "no", false},     {"no", "yes", true},
+  };
+  for (const auto& c : cases) {
+    WriteConfig({{"PageGenDynamicProductPages", c.product_pages},
+                 {"PageGenDynamicListPages", c.list_pages}});
+    testing::RemoveTree(Path("www"));
+    RunResult r = Run({"-o", Path("www"), "-c", "store.cfg"});
+    std::string label = std::string(c.product_pages ? c.product_pages : "-") + "/" +
+                        (c.list_pages ? c.list_pages : "-");
+    EXPECT_EQ(r.exit_code, 0) << label;
+    EXPECT_EQ(FileExists(Path("www/acme/p-A1.html")), c.product_page_written) << label;
+  }
+
+  // A product page request writes to standard output only.
+  testing::RemoveTree(Path("www"));
+  RunResult r = Run({"-o", Path("www"), "-c", "store.cfg", "-p", "A1"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_NE(r.out.find("<p>Lamp</p>"), std::string::npos) << r.out;
+  EXPECT_FALSE(FileExists(Path("www")));
+}
+
 TEST_F(StartupTest, StatusLogGetsOutputAndReturnCode) {
   RunResult r = Run({"-b", "-o"});
   EXPECT_EQ(r.exit_code, ExitStatusOf(-3));
