@@ -116,36 +116,6 @@ TEST_F(CommandLineTest, ValueOptionStandingLastIsRefused) {
   EXPECT_EQ(PageGenState.verbose, 0);
 }
 
-TEST_F(CommandLineTest, DynamicPageKeys) {
-  struct Case {
-    const char* product_pages;  // null: key absent
-    const char* list_pages;
-    uint32_t dynamic;
-  } cases[] = {
-      {nullptr, nullptr, 0},
-      {"yes", nullptr, kDynProductPages | kDynListPages},
-      {"1", nullptr, kDynProductPages | kDynListPages},
-      {"No", nullptr, 0},
-      {"yes", "no", kDynProductPages},
-      {"n", "Yes", kDynListPages},
-      {nullptr, "y", kDynListPages},
-      {"yes", "maybe", kDynProductPages | kDynListPages},
-  };
-  for (const auto& c : cases) {
-    SetUp();
-    std::string config = kBaseConfig;
-    if (c.product_pages)
-      config += std::string("PageGenDynamicProductPages\t") + c.product_pages + "\n";
-    if (c.list_pages) config += std::string("PageGenDynamicListPages\t") + c.list_pages + "\n";
-    WriteFile(dir_.Path("store.cfg"), config);
-    std::string label = std::string(c.product_pages ? c.product_pages : "-") + "/" +
-                        (c.list_pages ? c.list_pages : "-");
-    EXPECT_EQ(Parse({"-c", dir_.Path("store.cfg")}), kOk) << label;
-    EXPECT_EQ(PageGenState.dynamic, c.dynamic) << label;
-    TearDown();
-  }
-}
-
 TEST_F(CommandLineTest, StoreConfigKeysAndPaths) {
   WriteFile(dir_.Path("shop.v2/acme.cfg"),
             std::string(kBaseConfig) +

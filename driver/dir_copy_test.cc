@@ -99,18 +99,6 @@ TEST_F(DirCopyTest, UncreatableDestinationLeavesProcessInSource) {
             "Unable to create directory: " + root_.Path("blocker/out/images") + "\n");
 }
 
-TEST_F(DirCopyTest, FailingFileStopsOnlyItsDirectory) {
-  WriteFile(Set("a/only.txt"), "x");
-  WriteFile(Set("b/file.txt"), "y");
-  fs::create_directories(Out("a/only.txt"));  // the copy cannot replace a directory
-
-  ::testing::internal::CaptureStdout();
-  EXPECT_EQ(CopyDirs(), 0);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "Unable to open file " + Out("a/only.txt") + "\n");
-  EXPECT_EQ(ReadFile(Out("b/file.txt")), "y");
-}
-
 TEST_F(DirCopyTest, SecurePagesAreCopiedWithTheirDirectories) {
   WriteFile(root_.Path("store.cfg"), "SecureContentPath\t" + root_.Path("secure") + "\n");
   set_.secure_files = {

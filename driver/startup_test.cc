@@ -181,20 +181,27 @@ TEST_F(StartupTest, CompleteRunWritesFileListIntoOutputDirectory) {
 }
 
 TEST_F(StartupTest, ConfigurationPathWithExtraDot) {
-  // The product database is found from the program's directory, the
-  // template set from the configuration's.
-  WriteConfig({{"PageGenTmpltSet", "../basic"}, {"ShoppingCartDirectory", nullptr}},
-              "shop.v2/acme.cfg");
-  RunResult r = Run({"-v", "-o", Path("www"), "-c", "shop.v2/acme.cfg"});
+  // The program in cgi/, the store configuration in cgi/shop.v2/, the
+  // index's files in swish/ beside cgi/. The product database is found from
+  // the program's directory, the template set from the configuration's.
+  std::string bin = InstallStoregen(Path("cgi"));
+  WriteConfig({{"PageGenTmpltSet", "../../basic"},
+               {"ProductDatabase", "../prod.txt"},
+               {"ShoppingCartDirectory", nullptr},
+               {"AllowIndex", "Yes"}},
+              "cgi/shop.v2/acme.cfg");
+  WriteFile(Path("cgi/wwwwais.cfg"), "ExeExtension\n");
+  WriteFile(Path("swish/swish.cfg"), "IndexDir\tindex\n");
+  RunResult r = RunProgram({bin, "-v", "-o", Path("www"), "-c", "shop.v2/acme.cfg"});
   EXPECT_EQ(r.exit_code, 0) << r.out;
   // A missing cart directory is reported and the run goes on.
-  EXPECT_NE(r.out.find("ShoppingCartDirectory not found in " + Path("shop.v2/acme.cfg") + "\n"),
+  EXPECT_NE(r.out.find("ShoppingCartDirectory not found in " + Path("cgi/shop.v2/acme.cfg") + "\n"),
             std::string::npos)
-      << r.out;
-  EXPECT_NE(r.out.find("Store Config: " + Path("shop.v2/acme.cfg") + "\n"), std::string::npos)
       << r.out;
   EXPECT_NE(r.out.find("Template Set Config: " + Path("basic.cfg") + "\n"), std::string::npos)
       << r.out;
+  // The index is named after the path cut at its first ".".
+  EXPECT_TRUE(FileExists(Path("swish/shop.wcf")));
 }
 
 TEST_F(StartupTest, OutputDirectoryComposition) {
@@ -208,8 +215,6 @@ TEST_F(StartupTest, OutputDirectoryComposition) {
       {"www", "/store", "/store/acme", {}, "www/acme/"},
       {"www/", "/store/", "/store/acme/", {}, "www/acme/"},
       {"www", "", "/store/acme", {}, "www/store/acme/"},
-      {"www", "/other", "/store/acme", {}, "www/store/acme/"},
-      {"www", "/store", "\\store\\acme", {}, "www/store\\acme/"},
       {"",
        "",
        "/store/acme",
