@@ -1,0 +1,121 @@
+#include "pagegen/page_generators.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "cgisupport/path_util.h"
+#include "driver/runstate/run_state.h"
+#include "pagegen/filelist/file_list.h"
+#include "storedata/sku_list.h"
+#include "templateset/template_set.h"
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+using testing::FileExists;
+using testing::ReadFile;
+using testing::ScopedTempDir;
+using testing::WriteFile;
+
+class PageGeneratorsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetRunState();
+    WriteFile(cfg_, "ShopName\tCorner Shop\n");
+    WriteFile(dir_.Path("page.html"), "<!--PAGEGEN_STORENAME-->");
+    WriteFile(dir_.Path("set.cfg"),
+              "ShopHomePage1\tHome;page.html;index.html\n"
+              "SitePage1\tAbout;page.html;about.html\n"
+              "SitePage2\tOrder Form;page.html;/forms/order.html;S\n"
+              "TillboxPage1\tTake Order;page.html;/order.html\n"
+              "TillboxPage2\tshow cart;page.html;cart.html\n"
+              "TillboxPage3\tThanks;page.html;thanks.html\n");
+    set_ = PG_InitTemplateSet(dir_.Path("set.cfg").c_str());
+    ASSERT_NE(set_, nullptr);
+    args_.html_path = "/shop/";
+    args_.store_cfg = cfg_.c_str();
+    args_.out_dir = out_.c_str();
+    args_.set = set_;
+  }
+  void TearDown() override {
+    PG_ShutdownTemplateSet(set_);
+    FreeFileList(PageGenState.errlist);
+    FreeFileList(PageGenState.dellist);
+    ResetRunState();
+  }
+
+  std::string Config(const std::string& key) {
+    for (std::string rest = ReadFile(cfg_); !rest.empty();) {
+      std::string line = rest.substr(0, rest.find('\n'));
+      rest.erase(0, line.size() + 1);
+      if (line.starts_with(key + "\t")) return line.substr(key.size() + 1);
+    }
+    return "";
+  }
+
+  ScopedTempDir dir_{true};
+  std::string cfg_ = dir_.Path("store.cfg");
+  std::string out_ = dir_.Path("www/shop/");
+  TemplateSet* set_ = nullptr;
+  GeneratorArgs args_;
+};
+
+TEST_F(PageGeneratorsTest, SitePages) {
+  EXPECT_EQ(GenerateSitePage("About", args_, 0), 0);
+  EXPECT_EQ(ReadFile(out_ + "about.html"), "Corner Shop");
+  EXPECT_EQ(GenerateSitePage("about", args_, 1), -13);  // display names are exact
+
+  // A secure page goes below the output directory and joins the secure files.
+  EXPECT_EQ(GenerateSitePage("Order Form", args_, 1), 0);
+  EXPECT_TRUE(FileExists(out_ + "forms/order.html"));
+  EXPECT_EQ(set_->secure_files.size(), 1u);
+  EXPECT_EQ(set_->secure_files[0].display_name, "/forms/order.html");
+}
+
+TEST_F(PageGeneratorsTest, CartPagesAnnounceTheirAddress) {
+  WriteFile(cfg_, "ShopName\tCorner Shop\nSecureStoreDir\tsecure/store\n");
+  EXPECT_EQ(GenerateTillboxPage("Take Order", args_), 0);
+  EXPECT_EQ(GenerateTillboxPage("show cart", args_), 0);
+  EXPECT_EQ(GenerateTillboxPage("Thanks", args_), 0);
+  EXPECT_EQ(Config("OnlineOrderPage"), "secure/store/order.html");
+  EXPECT_EQ(Config("PostModCartPage"), "/shop/cart.html");
+  EXPECT_EQ(ReadFile(out_ + "thanks.html"), "Corner Shop");
+  EXPECT_EQ(ReadFile(out_ + "order.html"), "Corner Shop");
+  EXPECT_EQ(GenerateTillboxPage("Error", args_), -13);
+  EXPECT_EQ(Config("ErrorPage"), "");
+}
+
+TEST_F(PageGeneratorsTest, ShopHomePageIsKeptForTheListPages) {
+  EXPECT_EQ(GenerateShopHomePage("ShopHomePage1", args_), 0);
+  EXPECT_STREQ(PageGenState.szShopHomeName, "index.html");
+  EXPECT_STREQ(PageGenState.szTemplateFile, "page.html");
+  EXPECT_EQ(Config("PageGenShopHomeListTplt"), "");
+
+  PageGenState.dynamic = kDynListPages;  // a store serving list pages dynamically
+  EXPECT_EQ(GenerateShopHomePage("anything", args_), 0);
+  EXPECT_EQ(Config("PageGenShopHomeListTplt"), "page.html");
+  EXPECT_EQ(GenerateShopHomePage("2", args_), -13);
+}
+
+TEST_F(PageGeneratorsTest, ProductPagesAreNamedAfterTheirSku) {
+  SkuList node{const_cast<char*>("A/B 1"), const_cast<char*>("page.html"), nullptr, nullptr};
+  EXPECT_EQ(GenerateSkuPage(&node, args_), 0);
+  char name[256];
+  GetSafeFileName("A/B 1", name, sizeof name, "p-", ".html");
+  EXPECT_EQ(ReadFile(out_ + name), "Corner Shop");
+
+  node.tmplt = nullptr;
+  EXPECT_EQ(GenerateSkuPage(&node, args_), 0);
+  ASSERT_NE(PageGenState.errlist, nullptr);
+  EXPECT_STREQ(PageGenState.errlist->text, "A/B 1");
+  EXPECT_EQ(PageGenState.errlist->code, -15);
+}
+
+TEST_F(PageGeneratorsTest, SearchPageNeedsTheIndex) {
+  EXPECT_EQ(GenerateSearchPage(args_), -9);
+}
+
+}  // namespace
+}  // namespace storegen
