@@ -1,0 +1,236 @@
+// End-to-end runs of storegen over a copy of the sample store.
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ExitStatusOf;
+using testing::FileExists;
+using testing::InstallStoregen;
+using testing::ListDir;
+using testing::ReadFile;
+using testing::RunOptions;
+using testing::RunProgram;
+using testing::RunResult;
+using testing::ScopedTempDir;
+using testing::WriteFile;
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);)
+    lines.push_back(line);
+  return lines;
+}
+
+// Replaces the line that starts with |prefix| (or appends |line|).
+void ReplaceLine(const std::string& path, const std::string& prefix, const std::string& line) {
+  std::string out;
+  bool done = false;
+  for (const std::string& l : Lines(ReadFile(path))) {
+    bool hit = l.starts_with(prefix);
+    out += (hit ? line : l) + "\n";
+    done = done || hit;
+  }
+  if (!done) out += line + "\n";
+  WriteFile(path, out);
+}
+
+std::size_t Count(const std::string& text, const std::string& what) {
+  std::size_t n = 0;
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+    ++n;
+  return n;
+}
+
+class SampleStoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    bin_ = InstallStoregen(dir_.Path("bin"));
+    fs::copy(SAMPLE_DIR, store_, fs::copy_options::recursive);
+    ReplaceLine(Store("lantern.cfg"), "ProductDatabase\t",
+                "ProductDatabase\t" + Store("products.txt"));
+  }
+
+  std::string Store(const std::string& name) const { return store_ + "/" + name; }
+  std::string Page(const std::string& name) const { return pages_ + "/" + name; }
+
+  RunResult Run(std::vector<std::string> args) {
+    args.insert(args.begin(), bin_);
+    RunOptions options;
+    options.unset_env = {"PATH_INFO", "PATH_TRANSLATED", "SCRIPT_NAME"};
+    return RunProgram(args, options);
+  }
+  RunResult StaticRun(std::vector<std::string> extra = {"-s", "0"}) {
+    std::vector<std::string> args = {"-o", dir_.Path("www"), "-c", Store("lantern.cfg")};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return Run(args);
+  }
+
+  // The SKUs of the sample's product database, in database order.
+  std::vector<std::string> Skus() const {
+    std::vector<std::string> skus;
+    std::vector<std::string> lines = Lines(ReadFile(Store("products.txt")));
+    for (std::size_t i = 1; i < lines.size(); ++i)
+      skus.push_back(lines[i].substr(0, lines[i].find('\t')));
+    return skus;
+  }
+
+  // The pages in the store's output directory, as absolute paths.
+  std::set<std::string> PagesWritten() const {
+    std::set<std::string> pages;
+    for (const std::string& name : ListDir(pages_))
+      if (name.ends_with(".html")) pages.insert(Page(name));
+    return pages;
+  }
+
+  std::set<std::string> FileListEntries() const {
+    std::vector<std::string> lines = Lines(ReadFile(Page("Xzq3Jpo9")));
+    return {lines.begin(), lines.end()};
+  }
+
+  ScopedTempDir dir_;
+  std::string bin_;
+  std::string store_ = dir_.Path("store");
+  std::string pages_ = dir_.Path("www/lantern");
+};
+
+TEST_F(SampleStoreTest, StaticRunWritesEveryPageWithItsTagsReplaced) {
+  RunResult r = StaticRun();
+  ASSERT_EQ(r.exit_code, 0) << r.out << r.err;
+
+  std::set<std::string> expected;
+  for (const char* page : {"index.html", "about.html", "shipping.html", "contact.html", "cart.html",
+                           "order.html", "error.html"}) {
+    expected.insert(Page(page));
+  }
+  for (const std::string& sku : Skus())
+    expected.insert(Page("p-" + sku + ".html"));
+  EXPECT_EQ(PagesWritten(), expected);
+  EXPECT_EQ(FileListEntries(), expected);
+
+  for (const std::string& page : expected) {
+    std::string html = ReadFile(page);
+    for (const char* left : {"%%PRODUCT.", "%%CATEGORY.", "PAGEGEN_STORE", "PAGEGEN_BODYTAG",
+                             "PAGEGEN_CURRENCYSYMBOL"}) {
+      EXPECT_EQ(html.find(left), std::string::npos) << left << " in " << page;
+    }
+    EXPECT_EQ(Count(html, "<html"), 1u) << page;
+  }
+  std::string lamp = ReadFile(Page("p-LL-101.html"));
+  EXPECT_NE(lamp.find("<h1>Brass Table Lamp</h1>"), std::string::npos);
+  EXPECT_NE(lamp.find("<p class=\"price\">$89.00</p>"), std::string::npos);
+  EXPECT_NE(ReadFile(Page("p-TX-207.html")).find("letterpress envelope"), std::string::npos)
+      << "a product's own template";
+  EXPECT_NE(ReadFile(Page("p-LL-106.html")).find("/lantern/images/placeholder.svg"),
+            std::string::npos);
+
+  // The run's report: the product without a picture.
+  EXPECT_NE(r.out.find("%%PRODUCT.GRAPHIC%%\t-19\nLL-106\t-19\n"), std::string::npos) << r.out;
+  // The cart learns where its pages are.
+  std::string cfg = ReadFile(Store("lantern.cfg"));
+  EXPECT_NE(cfg.find("OnlineOrderPage\t/lantern/order.html\n"), std::string::npos);
+  EXPECT_NE(cfg.find("PostModCartPage\t/lantern/cart.html\n"), std::string::npos);
+  EXPECT_NE(cfg.find("ErrorPage\t/lantern/error.html\n"), std::string::npos);
+}
+
+TEST_F(SampleStoreTest, NextFullRunRemovesTheStalePageOfARemovedProduct) {
+  ASSERT_EQ(StaticRun().exit_code, 0);
+  ASSERT_TRUE(FileExists(Page("p-KT-305.html")));
+
+  std::string products;
+  for (const std::string& line : Lines(ReadFile(Store("products.txt"))))
+    if (!line.starts_with("KT-305\t")) products += line + "\n";
+  WriteFile(Store("products.txt"), products);
+  RunResult r = StaticRun();
+  ASSERT_EQ(r.exit_code, 0) << r.out;
+
+  EXPECT_FALSE(FileExists(Page("p-KT-305.html")));
+  EXPECT_TRUE(FileExists(Page("p-KT-304.html")));
+  EXPECT_EQ(FileListEntries(), PagesWritten());
+  EXPECT_EQ(PagesWritten().size(), 7 + Skus().size());
+}
+
+TEST_F(SampleStoreTest, SingleSitePageRun) {
+  RunResult r = StaticRun({"-s", "3"});
+  ASSERT_EQ(r.exit_code, 0) << r.out;
+  EXPECT_EQ(PagesWritten(), std::set<std::string>{Page("contact.html")});
+  EXPECT_NE(ReadFile(Page("contact.html")).find("hello@lantern-and-loom.example"),
+            std::string::npos);
+
+  r = StaticRun({"-s", "9"});  // no such site page
+  EXPECT_EQ(r.exit_code, 0) << r.out;
+  EXPECT_EQ(PagesWritten(), std::set<std::string>{Page("contact.html")});
+}
+
+TEST_F(SampleStoreTest, DynamicRequestsWriteOnePageToStandardOutputOnly) {
+  const std::vector<std::string> before = ListDir(store_);
+  struct {
+    std::vector<std::string> args;
+    const char* contains;
+  } cases[] = {
+      {{"-c", Store("lantern.cfg"), "-p", "LL-102"}, "<h1>Paper Lantern</h1>"},
+      {{"-c", Store("lantern.cfg"), "-p", "ll-102"}, "<h1>Paper Lantern</h1>"},
+      {{"-c", Store("lantern.cfg"), "-f", "0"}, "<h1>Products</h1>"},
+      {{"-c", Store("lantern.cfg"), "-C", "Garden", "-f", "2"}, "<h1>Products</h1>"},
+  };
+  for (const auto& c : cases) {
+    RunResult r = Run(c.args);
+    EXPECT_EQ(r.exit_code, 0) << c.args[3] << r.out;
+    EXPECT_TRUE(r.out.starts_with("Content-type: text/html\n\n<!DOCTYPE html>")) << r.out;
+    EXPECT_EQ(Count(r.out, "Content-type:"), 1u);
+    EXPECT_EQ(Count(r.out, "<html"), 1u);
+    EXPECT_NE(r.out.find(c.contains), std::string::npos) << r.out;
+  }
+  EXPECT_FALSE(FileExists(dir_.Path("www")));
+  EXPECT_EQ(ListDir(store_), before);
+
+  RunResult unknown = Run({"-c", Store("lantern.cfg"), "-p", "NO-SUCH"});
+  EXPECT_EQ(unknown.exit_code, ExitStatusOf(-2));
+  EXPECT_EQ(unknown.out, "");
+}
+
+TEST_F(SampleStoreTest, FailingPagesAreReportedInGenerationOrderAndTheRunGoesOn) {
+  ReplaceLine(Store("modern.cfg"), "SitePage1\t", "SitePage1\tAbout;modern/gone.html;about.html");
+  ReplaceLine(Store("modern.cfg"), "TillboxPage3\t",
+              "TillboxPage3\tError;modern/gone.html;error.html");
+  ReplaceLine(Store("modern.cfg"), "ProductPage2\t", "ProductPage2\tBroken;modern/gone.html");
+  std::string products;
+  for (const std::string& line : Lines(ReadFile(Store("products.txt")))) {
+    std::vector<std::string> fields;
+    std::istringstream in(line);
+    for (std::string field; std::getline(in, field, '\t');)
+      fields.push_back(field);
+    if (fields[0] == "GD-506") fields[4] = "Broken";  // its TILLBOXTEMPLATE
+    for (std::size_t i = 0; i < fields.size(); ++i)
+      products += (i == 0 ? "" : "\t") + fields[i];
+    products += "\n";
+  }
+  WriteFile(Store("products.txt"), products);
+
+  RunResult r = StaticRun();
+  EXPECT_EQ(r.exit_code, ExitStatusOf(-7));
+  EXPECT_NE(r.out.find("about.html\t-7\n"
+                       "%%PRODUCT.GRAPHIC%%\t-19\nLL-106\t-19\n"
+                       "GD-506\t-7\n"
+                       "error.html\t-7\n"),
+            std::string::npos)
+      << r.out;
+  // Everything else was written.
+  EXPECT_EQ(PagesWritten().size(), 5 + Skus().size() - 1);
+  EXPECT_TRUE(FileExists(Page("index.html")));
+  EXPECT_TRUE(FileExists(Page("order.html")));
+}
+
+}  // namespace
+}  // namespace storegen
