@@ -1,8 +1,5 @@
 #include "pagegen/html_page.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -30,21 +27,6 @@ std::string Entries(const FileList* list) {
   for (const FileList* e = list; e != nullptr; e = e->next)
     s += std::string(e->text) + "=" + std::to_string(e->code) + "\n";
   return s;
-}
-
-// Standard output of |fn|, captured through a file.
-template <typename Fn>
-std::string CapturedStdout(const std::string& file, Fn fn) {
-  std::fflush(stdout);
-  int saved = dup(1);
-  int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  dup2(fd, 1);
-  close(fd);
-  fn();
-  std::fflush(stdout);
-  dup2(saved, 1);
-  close(saved);
-  return ReadFile(file);
 }
 
 TEST(PageNames, ContinuationPagesNumberTheLastComponent) {
@@ -122,19 +104,6 @@ TEST_F(HtmlPageTest, Failures) {
   EXPECT_EQ(ReadFile(out), "old");
   EXPECT_EQ(ListDir(dir_.path()),
             (std::vector<std::string>{"file", "old.html", "page.html", "store.cfg"}));
-}
-
-TEST_F(HtmlPageTest, DynamicRequestWritesOnlyToStandardOutput) {
-  PageGenState.dynamic = kDynSinglePage | kDynProductPages;
-  std::string out = dir_.Path("www/p-x.html");
-  int rc = -1;
-  std::string page = CapturedStdout(dir_.Path("stdout"), [&] {
-    rc = GenerateHtmlPage(tmpl_.c_str(), out.c_str(), nullptr, ctx_);
-  });
-  EXPECT_EQ(rc, 0);
-  EXPECT_EQ(page, "Content-type: text/html\n\n<title>Corner Shop</title>%%PRODUCT.NAME%%\n");
-  EXPECT_FALSE(FileExists(dir_.Path("www")));
-  EXPECT_EQ(PageGenState.dellist, nullptr);
 }
 
 }  // namespace

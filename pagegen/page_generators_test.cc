@@ -4,10 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "cgisupport/path_util.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
-#include "storedata/sku_list.h"
 #include "templateset/template_set.h"
 #include "tests/support/test_util.h"
 
@@ -97,24 +95,6 @@ TEST_F(PageGeneratorsTest, ShopHomePageIsKeptForTheListPages) {
   EXPECT_EQ(GenerateShopHomePage("anything", args_), 0);
   EXPECT_EQ(Config("PageGenShopHomeListTplt"), "page.html");
   EXPECT_EQ(GenerateShopHomePage("2", args_), -13);
-}
-
-TEST_F(PageGeneratorsTest, ProductPagesAreNamedAfterTheirSku) {
-  SkuList node{const_cast<char*>("A/B 1"), const_cast<char*>("page.html"), nullptr, nullptr};
-  EXPECT_EQ(GenerateSkuPage(&node, args_), 0);
-  char name[256];
-  GetSafeFileName("A/B 1", name, sizeof name, "p-", ".html");
-  EXPECT_EQ(ReadFile(out_ + name), "Corner Shop");
-
-  node.tmplt = nullptr;
-  EXPECT_EQ(GenerateSkuPage(&node, args_), 0);
-  ASSERT_NE(PageGenState.errlist, nullptr);
-  EXPECT_STREQ(PageGenState.errlist->text, "A/B 1");
-  EXPECT_EQ(PageGenState.errlist->code, -15);
-}
-
-TEST_F(PageGeneratorsTest, SearchPageNeedsTheIndex) {
-  EXPECT_EQ(GenerateSearchPage(args_), -9);
 }
 
 }  // namespace
