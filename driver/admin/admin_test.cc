@@ -1,5 +1,6 @@
 // storegen-admin driven as a web server runs a CGI program: the request in
 // the environment and on standard input, the answer on standard output.
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cgisupport/file_util.h"
 #include "driver/admin/admin_main.h"
 #include "tests/support/test_util.h"
 
@@ -16,6 +18,7 @@ namespace storegen {
 namespace {
 
 using testing::FileExists;
+using testing::InstallStoregen;
 using testing::ReadFile;
 using testing::RunOptions;
 using testing::RunProgram;
@@ -208,6 +211,77 @@ TEST_F(AdminTest, OneGenerationRunAtATimeAndItsReport) {
                  "<CENTER>\n<B>The store's pages were generated successfully.</B>\n"
                  "<P><A HREF=\"http://shop.example.com/store/acme/\">Visit the store</A>\n"
                  "<P><TABLE BORDER=1>\n</TABLE>\n</CENTER>\n"));
+}
+
+// Holds the run locks in a child process, as a generation run does, until
+// destroyed.
+class RunLocks {
+ public:
+  explicit RunLocks(const std::string& dir) {
+    int ready[2];
+    if (pipe(ready) != 0 || pipe(release_) != 0) return;
+    pid_ = fork();
+    if (pid_ == 0) {
+      bool ok = openlock((dir + "/pgstatus.pid").c_str(), 0, 0644) >= 0 &&
+                openlock((dir + "/pgstatus.lck").c_str(), 0, 0644) >= 0;
+      char c = ok ? '1' : '0';
+      if (write(ready[1], &c, 1) != 1) _exit(1);
+      close(release_[1]);
+      while (read(release_[0], &c, 1) > 0) {
+      }
+      _exit(0);
+    }
+    close(ready[1]);
+    close(release_[0]);
+    char c = '0';
+    locked_ = read(ready[0], &c, 1) == 1 && c == '1';
+    close(ready[0]);
+  }
+  ~RunLocks() {
+    close(release_[1]);
+    if (pid_ > 0) waitpid(pid_, nullptr, 0);
+  }
+  bool locked() const { return locked_; }
+
+ private:
+  int release_[2] = {-1, -1};
+  pid_t pid_ = -1;
+  bool locked_ = false;
+};
+
+// The page generator itself, started through the management program.
+TEST_F(AdminTest, TheRealGeneratorRunsAndReportsSuccess) {
+  std::filesystem::remove(dir_.Path("gen/storegen"));
+  InstallStoregen(dir_.Path("gen"));
+  WriteFile(dir_.Path("stores/acme.cfg"),
+            "AllowPagegen\tyes\nShoppingCartDirectory\tcart\nPageGenTmpltSet\tbasic\n"
+            "StoreDir\t/acme/\nNonSecureDomain\thttp://shop.example.com\n"
+            "PageGenTemplateDir\t" +
+                dir_.Path("templates") + "\nProductDatabase\t" + dir_.Path("stores/prod.txt") +
+                "\n");
+  WriteFile(dir_.Path("stores/prod.txt"), "");
+  {
+    RunLocks run(dir_.Path("gen"));
+    ASSERT_TRUE(run.locked());
+    EXPECT_NE(Post("action=generate&store=acme").out.find("Generation already running"),
+              std::string::npos);
+    EXPECT_FALSE(FileExists(dir_.Path("gen/pgstatus.log")));
+  }
+  EXPECT_NE(Post("action=generate&store=acme").out.find("Generation started"), std::string::npos);
+  std::string report;
+  for (int i = 0; i < 600; ++i) {
+    if (ReadFile(dir_.Path("gen/pgstatus.log"), false).find("ReturnCode=") != std::string::npos) {
+      report = Get("action=status&store=acme").out;
+      if (report.find("Generation running") == std::string::npos) break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  EXPECT_EQ(report, Page("Last generation run",
+                         "<CENTER>\n<B>The store's pages were generated successfully.</B>\n"
+                         "<P><A HREF=\"http://shop.example.com/acme/\">Visit the store</A>\n"
+                         "<P><TABLE BORDER=1>\n</TABLE>\n</CENTER>\n"))
+      << ReadFile(dir_.Path("gen/pgstatus.log"), false);
+  EXPECT_TRUE(std::filesystem::is_directory(dir_.Path("www/acme")));
 }
 
 TEST_F(AdminTest, ReportOfARunWithProblems) {
