@@ -11,10 +11,10 @@
 namespace storegen::testing {
 
 struct SampleStore {
-  std::string root;  // the directory given to InstallSampleStore
-  std::string bin;   // root/bin/storegen
-  std::string cfg;   // root/store/lantern.cfg
-  std::string out;   // root/out, the static runs' output path
+  std::string root;   // the directory given to InstallSampleStore
+  std::string bin;    // root/bin/storegen
+  std::string cfg;    // root/store/lantern.cfg
+  std::string out;    // root/out, the static runs' output path
   std::string pages;  // root/out/lantern/, where the pages go
 
   // The command line of a full static run, and of a dynamic product page.

@@ -54,8 +54,8 @@ static void WaitAtGate(void) {
   if (fd >= 0) close(fd);
 }
 
-void* PAPI_Initialization(const char* key, const char* db, const char* storeCfg,
-                          const char* apiCfg, const char* cartDir) {
+void* PAPI_Initialization(const char* key, const char* db, const char* storeCfg, const char* apiCfg,
+                          const char* cartDir) {
   (void)key, (void)storeCfg, (void)apiCfg, (void)cartDir;
   Connection* c = calloc(1, sizeof *c);
   if (c == NULL) return NULL;
@@ -103,8 +103,8 @@ int PAPI_ReleaseInfo(void* h, const char* key, const char* sku, PAPI_Pair* recor
   return 0;
 }
 
-int PAPI_Cleanup(void* h, const char* key, const char* db, const char* storeCfg,
-                 const char* apiCfg, const char* cartDir) {
+int PAPI_Cleanup(void* h, const char* key, const char* db, const char* storeCfg, const char* apiCfg,
+                 const char* cartDir) {
   (void)key, (void)db, (void)storeCfg, (void)apiCfg, (void)cartDir;
   free(h);
   return 0;
