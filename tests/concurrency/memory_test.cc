@@ -6,6 +6,7 @@
 // of written files), where a page buffer lost per page would add more.
 #include <sys/resource.h>
 
+#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -35,7 +36,9 @@ TEST(Memory, TenThousandProductStoreHasNoPerPageLeak) {
     RunResult run = RunProgram(store.StaticRun(), options);
     ASSERT_EQ(run.exit_code, 0) << counts[i] << " products\n" << run.out << run.err;
     EXPECT_EQ(run.err.find("LeakSanitizer"), std::string::npos) << run.err;
-    EXPECT_TRUE(FileExists(store.pages + "p-P" + std::to_string(counts[i]) + ".html"));
+    char last[32];
+    std::snprintf(last, sizeof last, "p-P%05d.html", counts[i]);
+    EXPECT_TRUE(FileExists(store.pages + last)) << last;
     // The smaller run goes first: the figure is the largest peak so far.
     peak_kib[i] = PeakChildKiB();
   }
