@@ -5,7 +5,6 @@
 // either its old content or its complete new content, and no temporary file
 // may be left behind.
 #include <cstdio>
-#include <cstdlib>
 #include <ostream>
 #include <set>
 #include <string>
@@ -13,45 +12,11 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/faultinject/fault_runner.h"
 #include "tests/support/test_util.h"
 
 namespace storegen::testing {
 namespace {
-
-struct Outcome {
-  long operations = -1;
-  std::string failed;  // the operation made to fail, "-" for none
-  std::string out;
-};
-
-// Runs |args| with the fault injector counting the files below |dir| and
-// failing operation |fail_at| (0: none) with |error|.
-Outcome RunWithFault(const std::vector<std::string>& args, const std::string& dir, long fail_at,
-                     const std::string& error, const std::string& report) {
-  RunOptions options;
-  options.set_env["LD_PRELOAD"] = FAULTINJECT_LIB;
-  options.set_env["FAULTINJECT_DIR"] = dir;
-  options.set_env["FAULTINJECT_FAIL_AT"] = std::to_string(fail_at);
-  options.set_env["FAULTINJECT_ERRNO"] = error;
-  options.set_env["FAULTINJECT_REPORT"] = report;
-  // The injector comes first in the library order; a sanitizer build's
-  // runtime must accept that.
-  const char* asan = std::getenv("ASAN_OPTIONS");
-  options.set_env["ASAN_OPTIONS"] =
-      std::string(asan != nullptr ? asan : "") + ":verify_asan_link_order=0";
-  RunResult run = RunProgram(args, options);
-  EXPECT_EQ(run.signal, 0) << run.err;
-  Outcome outcome;
-  outcome.out = run.out;
-  char failed[32] = "";
-  FILE* fp = std::fopen(report.c_str(), "r");
-  if (fp != nullptr) {
-    if (std::fscanf(fp, "%ld %31s", &outcome.operations, failed) != 2) outcome.operations = -1;
-    std::fclose(fp);
-  }
-  outcome.failed = failed;
-  return outcome;
-}
 
 struct Scenario {
   const char* what;  // fault_target's first argument
@@ -100,7 +65,7 @@ TEST_P(FaultInjection, EveryFailedWriteKeepsOldOrCompleteNewContent) {
   };
 
   fresh();
-  Outcome clean = RunWithFault({FAULT_TARGET, s.what, dir}, dir, 0, "ENOSPC", report);
+  FaultRun clean = RunWithFault({FAULT_TARGET, s.what, dir}, dir, 0, "ENOSPC", report);
   ASSERT_GT(clean.operations, 0) << "no write point counted";
   ASSERT_EQ(clean.failed, "-");
   const std::string new_content = ReadFile(dir + "/" + s.file);
@@ -110,7 +75,7 @@ TEST_P(FaultInjection, EveryFailedWriteKeepsOldOrCompleteNewContent) {
   for (long n = 1; n <= clean.operations; ++n) {
     for (const char* error : {"ENOSPC", "EIO"}) {
       fresh();
-      Outcome run = RunWithFault({FAULT_TARGET, s.what, dir}, dir, n, error, report);
+      FaultRun run = RunWithFault({FAULT_TARGET, s.what, dir}, dir, n, error, report);
       ASSERT_NE(run.failed, "-") << "write point " << n << " was not reached";
       ++faults;
       std::string content = ReadFile(dir + "/" + s.file, false);
