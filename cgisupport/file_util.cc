@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cgisupport/cgi_pages.h"
@@ -201,16 +202,57 @@ int tb_findclose(int handle) {
 int tb_CopyFile(const char* from, const char* to) {
   FilePtr in(std::fopen(from, "rb"));
   if (!in) return -1;
-  FilePtr out(std::fopen(to, "wb"));
-  if (!out) return -2;
+  // The copy is made under a temporary name beside |to| and renamed into
+  // place when complete, so that a reader of |to| (a web server serving a
+  // store's pictures) never finds it half-written, and a failed copy leaves
+  // an older |to| as it was. Where no file can be made beside it, |to| is
+  // written in place.
+  std::string_view target(to);
+  std::size_t slash = target.find_last_of("/\\");
+  std::string temp(target.substr(0, slash == std::string_view::npos ? 0 : slash + 1));
+  temp += ".tbcopy-XXXXXX";
+  int fd = mkstemp(temp.data());
+  if (fd >= 0) {
+    struct stat st;
+    mode_t mode;
+    if (stat(to, &st) == 0) {
+      mode = st.st_mode & 07777;
+    } else {
+      mode = umask(0);
+      umask(mode);
+      mode = 0666 & ~mode;
+    }
+    fchmod(fd, mode);
+  }
+  FilePtr out(fd >= 0 ? fdopen(fd, "wb") : std::fopen(to, "wb"));
+  if (!out) {
+    if (fd >= 0) {
+      close(fd);
+      unlink(temp.c_str());
+    }
+    return -2;
+  }
+  auto fail = [&](int code) {
+    out.reset();
+    if (fd >= 0) unlink(temp.c_str());
+    return code;
+  };
   char buf[2048];
   std::size_t n;
   while ((n = std::fread(buf, 1, sizeof buf, in.get())) > 0) {
-    if (std::fwrite(buf, 1, n, out.get()) != n) return -2;
+    if (std::fwrite(buf, 1, n, out.get()) != n) return fail(-2);
   }
   // A source that cannot be read (a directory, an I/O error) is no copy.
-  if (std::ferror(in.get())) return -1;
-  return std::fclose(out.release()) == 0 ? 0 : -2;
+  if (std::ferror(in.get())) return fail(-1);
+  if (std::fclose(out.release()) != 0) {
+    if (fd >= 0) unlink(temp.c_str());
+    return -2;
+  }
+  if (fd >= 0 && std::rename(temp.c_str(), to) != 0) {
+    unlink(temp.c_str());
+    return -2;
+  }
+  return 0;
 }
 
 std::size_t ReadFileToBuffer(const char* path, char** text, char** upper_text,

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -17,6 +18,7 @@
 namespace storegen {
 namespace {
 
+using testing::ListDir;
 using testing::ReadFile;
 using testing::ScopedTempDir;
 using testing::WriteFile;
@@ -146,6 +148,26 @@ TEST(TbCopyFile, CopiesBytesAndReportsWhichSideFailed) {
   EXPECT_EQ(ReadFile(dir.Path("dst")), content);
   EXPECT_EQ(tb_CopyFile("none", "dst2"), -1);
   EXPECT_EQ(tb_CopyFile("src", "missing/dst"), -2);
+}
+
+// A failed copy used to truncate the destination first and leave it empty or
+// half-written; it now leaves an older destination as it was, with its mode,
+// and no temporary file behind.
+TEST(TbCopyFile, FailedCopyKeepsTheOldDestination) {
+  ScopedTempDir dir(/*enter=*/true);
+  WriteFile(dir.Path("dst"), "old picture");
+  chmod(dir.Path("dst").c_str(), 0640);
+  ASSERT_EQ(mkdir("unreadable-source", 0755), 0);  // opens, but cannot be read
+  EXPECT_EQ(tb_CopyFile("unreadable-source", "dst"), -1);
+  EXPECT_EQ(ReadFile(dir.Path("dst")), "old picture");
+  EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"dst", "unreadable-source"}));
+
+  WriteFile(dir.Path("src"), "new picture");
+  EXPECT_EQ(tb_CopyFile("src", "dst"), 0);
+  EXPECT_EQ(ReadFile(dir.Path("dst")), "new picture");
+  struct stat st;
+  ASSERT_EQ(stat("dst", &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
 }
 
 TEST(ReadFileToBuffer, ReadsBothCopiesOrPrintsTheErrorPage) {
