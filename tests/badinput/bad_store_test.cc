@@ -65,7 +65,8 @@ TEST(BadStores, EveryRunEndsWithAClearCode) {
     EXPECT_EQ(run.signal, 0) << c.name;
     EXPECT_EQ(run.exit_code, ExitStatusOf(c.code)) << c.name << "\n" << run.out << run.err;
   }
-  RunResult missing = RunProgram({InstallStoregen(ScopedTempDir().path()), "-c", "/no/such.cfg"});
+  ScopedTempDir dir;
+  RunResult missing = RunProgram({InstallStoregen(dir.path()), "-c", "/no/such.cfg"});
   EXPECT_EQ(missing.exit_code, ExitStatusOf(-2));
 }
 
