@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -68,6 +69,29 @@ TEST(BadStores, EveryRunEndsWithAClearCode) {
   ScopedTempDir dir;
   RunResult missing = RunProgram({InstallStoregen(dir.path()), "-c", "/no/such.cfg"});
   EXPECT_EQ(missing.exit_code, ExitStatusOf(-2));
+}
+
+// Product and category names that look like paths name pages inside the
+// store's directory, never beside or above it.
+TEST(BadStores, PathLikeNamesStayInTheStoresDirectory) {
+  ScopedTempDir dir;
+  SampleStore store = InstallSampleStore(dir.path());
+  WriteFile(dir.Path("store/products.txt"),
+            "SKU\tNAME\tPRICE\tTILLBOXCATEGORY\n"
+            "../../escaped\tA\t1\t../../category\n"
+            "..\\..\\escaped\tB\t1\tLighting\n"
+            "/tmp/escaped\tC\t1\t/tmp\n"
+            "%2e%2e%2fescaped\tD\t1\tLighting\n");
+  RunResult run = RunProgram(store.StaticRun());
+  EXPECT_EQ(run.exit_code, 0) << run.out;
+  EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"bin", "out", "store"}));
+  EXPECT_EQ(ListDir(store.out), (std::vector<std::string>{"lantern"}));
+  EXPECT_FALSE(FileExists("/tmp/escaped"));
+  int pages = 0;
+  for (const std::string& name : ListDir(store.pages)) {
+    if (name.rfind("p-", 0) == 0) ++pages;
+  }
+  EXPECT_EQ(pages, 4);
 }
 
 }  // namespace
