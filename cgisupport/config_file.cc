@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cgisupport/atomic_file.h"
 #include "cgisupport/config_item_list.h"
 #include "cgisupport/config_line.h"
 #include "cgisupport/copy_truncated.h"
@@ -145,40 +146,18 @@ int SetConfigItems(const char* file, ConfigItemList* list) {
   // The new content goes to a temporary file beside |file| and replaces it
   // by a rename, so a failed or interrupted write never loses the old file.
   FilePtr old;
-  struct stat old_stat {};
-  bool existed = Exists(file);
-  if (existed) {
+  if (Exists(file)) {
     if (!KeepBackupCopy(file, BackupNameOf(file))) return -3;
     old.reset(std::fopen(file, "r"));
     if (!old) return -1;
-    fstat(fileno(old.get()), &old_stat);
   }
 
-  std::string temp = std::string(file) + ".XXXXXX";
-  int fd = mkstemp(temp.data());
-  if (fd < 0) return -2;
-  if (existed) {
-    fchmod(fd, old_stat.st_mode & 07777);
-  } else {
-    mode_t mask = umask(0);
-    umask(mask);
-    fchmod(fd, 0666 & ~mask);
-  }
-  FilePtr out(fdopen(fd, "w"));
-  if (!out) {
-    close(fd);
-    std::remove(temp.c_str());
-    return -2;
-  }
-
-  bool ok = WriteRewrittenConfig(old.get(), out.get(), list);
+  AtomicFile out;
+  if (!out.Open(file)) return -2;
+  bool ok = WriteRewrittenConfig(old.get(), out.fp(), list);
   ClearWrittenFlags(list);
-  ok = ok && std::fflush(out.get()) == 0 && fsync(fileno(out.get())) == 0;
-  ok = (std::fclose(out.release()) == 0) && ok;
-  if (!ok || std::rename(temp.c_str(), file) != 0) {
-    std::remove(temp.c_str());
-    return -2;
-  }
+  if (!ok) return -2;  // the temporary file is removed, |file| stays as it was
+  if (!out.Commit()) return -2;
   return 0;
 }
 

@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cgisupport/atomic_file.h"
 #include "cgisupport/cgi_pages.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/str_util.h"
@@ -207,52 +208,25 @@ int tb_CopyFile(const char* from, const char* to) {
   // store's pictures) never finds it half-written, and a failed copy leaves
   // an older |to| as it was. Where no file can be made beside it, |to| is
   // written in place.
-  std::string_view target(to);
-  std::size_t slash = target.find_last_of("/\\");
-  std::string temp(target.substr(0, slash == std::string_view::npos ? 0 : slash + 1));
-  temp += ".tbcopy-XXXXXX";
-  int fd = mkstemp(temp.data());
-  if (fd >= 0) {
-    struct stat st;
-    mode_t mode;
-    if (stat(to, &st) == 0) {
-      mode = st.st_mode & 07777;
-    } else {
-      mode = umask(0);
-      umask(mode);
-      mode = 0666 & ~mode;
-    }
-    fchmod(fd, mode);
+  AtomicFile atomic;
+  FilePtr in_place;
+  FILE* out = nullptr;
+  if (atomic.Open(to)) {
+    out = atomic.fp();
+  } else {
+    in_place.reset(std::fopen(to, "wb"));
+    if (!in_place) return -2;
+    out = in_place.get();
   }
-  FilePtr out(fd >= 0 ? fdopen(fd, "wb") : std::fopen(to, "wb"));
-  if (!out) {
-    if (fd >= 0) {
-      close(fd);
-      unlink(temp.c_str());
-    }
-    return -2;
-  }
-  auto fail = [&](int code) {
-    out.reset();
-    if (fd >= 0) unlink(temp.c_str());
-    return code;
-  };
   char buf[2048];
   std::size_t n;
   while ((n = std::fread(buf, 1, sizeof buf, in.get())) > 0) {
-    if (std::fwrite(buf, 1, n, out.get()) != n) return fail(-2);
+    if (std::fwrite(buf, 1, n, out) != n) return -2;
   }
   // A source that cannot be read (a directory, an I/O error) is no copy.
-  if (std::ferror(in.get())) return fail(-1);
-  if (std::fclose(out.release()) != 0) {
-    if (fd >= 0) unlink(temp.c_str());
-    return -2;
-  }
-  if (fd >= 0 && std::rename(temp.c_str(), to) != 0) {
-    unlink(temp.c_str());
-    return -2;
-  }
-  return 0;
+  if (std::ferror(in.get())) return -1;
+  if (in_place) return std::fclose(in_place.release()) == 0 ? 0 : -2;
+  return atomic.Commit(AtomicFile::Sync::kRename) ? 0 : -2;
 }
 
 std::size_t ReadFileToBuffer(const char* path, char** text, char** upper_text,

@@ -100,7 +100,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
       std::fflush(stdout);
     } else if (file.fp() != nullptr && rc != 0 && rc != -18) {
       file.Abandon();  // a page cut short never replaces the older one
-    } else if (file.fp() != nullptr && !file.Commit()) {
+    } else if (file.fp() != nullptr && !file.Commit(AtomicFile::Sync::kRename)) {
       VerbosePrintf("Unable to open file %s\n", name.c_str());
       rc = -8;
     }

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "pagegen/atomic_file.h"
+#include "cgisupport/atomic_file.h"
 #include "storedata/papi.h"
 
 namespace storegen {

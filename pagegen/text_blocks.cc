@@ -83,7 +83,7 @@ int BeginTextBlock(PageOutput* out, std::string_view marker, const PageContext& 
 }
 
 void EndTextBlock(PageOutput* out, std::string_view marker) {
-  if (out->cache.fp() != nullptr) out->cache.Commit();
+  if (out->cache.fp() != nullptr) out->cache.Commit(AtomicFile::Sync::kRename);
   if (out->saved_fp != nullptr) {
     out->fp = out->saved_fp;
     out->saved_fp = nullptr;

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "cgisupport/atomic_file.h"
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/file_util.h"
@@ -30,68 +31,6 @@ using UniqueFile = std::unique_ptr<FILE, FileCloser>;
 
 struct FreeDeleter {
   void operator()(char* p) const { std::free(p); }
-};
-
-// Closes a descriptor and removes the temporary file it was opened on unless
-// Commit() renamed it into place.
-class TempFile {
- public:
-  explicit TempFile(std::string final_path) : final_path_(std::move(final_path)) {
-    std::string pattern = final_path_ + ".XXXXXX";
-    name_.assign(pattern.begin(), pattern.end());
-    name_.push_back('\0');
-    fd_ = mkstemp(name_.data());
-  }
-  ~TempFile() {
-    if (fd_ >= 0) close(fd_);
-    if (!committed_ && opened()) unlink(name_.data());
-  }
-  TempFile(const TempFile&) = delete;
-  TempFile& operator=(const TempFile&) = delete;
-
-  bool opened() const { return fd_ >= 0 || closed_; }
-
-  bool Write(const std::string& content) {
-    const char* p = content.data();
-    std::size_t left = content.size();
-    while (left > 0) {
-      ssize_t n = write(fd_, p, left);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) return false;
-      p += n;
-      left -= static_cast<std::size_t>(n);
-    }
-    return true;
-  }
-
-  // Gives the file the permission bits of the file it replaces (or those a
-  // newly created file would get), flushes it and renames it into place.
-  bool Commit() {
-    struct stat st;
-    mode_t mode;
-    if (stat(final_path_.c_str(), &st) == 0) {
-      mode = st.st_mode & 07777;
-    } else {
-      mode_t mask = umask(0);
-      umask(mask);
-      mode = 0666 & ~mask;
-    }
-    if (fchmod(fd_, mode) != 0 || fsync(fd_) != 0) return false;
-    int fd = fd_;
-    fd_ = -1;
-    closed_ = true;
-    if (close(fd) != 0) return false;
-    if (std::rename(name_.data(), final_path_.c_str()) != 0) return false;
-    committed_ = true;
-    return true;
-  }
-
- private:
-  std::string final_path_;
-  std::vector<char> name_;
-  int fd_ = -1;
-  bool closed_ = false;
-  bool committed_ = false;
 };
 
 // Splits |line| at TAB and LF, runs of separators counting as one.
@@ -193,8 +132,8 @@ bool WriteAttributeFile(const AttributePool& pool) {
     for (const AttributeNode& node : pool.attributes) {
       if (node.index != 0) content += FormatAttributeLine(node);
     }
-    TempFile out(pool.file_name);
-    return out.opened() && out.Write(content) && out.Commit();
+    AtomicFile out;
+    return out.Open(pool.file_name) && out.Write(content.data(), content.size()) && out.Commit();
   } catch (const std::bad_alloc&) {
     return false;
   }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "cgisupport/atomic_file.h"
 #include "driver/runstate/run_state.h"
 
 namespace storegen {
@@ -53,12 +54,24 @@ void FreeFileList(FileList* list) {
 }
 
 void WriteFileList(const FileList* list, const char* list_file) {
-  // The file is opened first so that it exists even for an empty list.
-  FilePtr fp(std::fopen(list_file, "a"));
-  if (!fp) return;
-  for (const FileList* e = list; e != nullptr; e = e->next) {
-    if (e->text != nullptr) std::fprintf(fp.get(), "%s\n", e->text);
+  // The names are appended to what the list file already holds. The old
+  // content and the new names go to a temporary file that replaces the list
+  // in one step, so a failed write never leaves a half-written list behind;
+  // the file is created even for an empty list.
+  AtomicFile out;
+  if (!out.Open(list_file)) return;
+  if (FilePtr old{std::fopen(list_file, "rb")}) {
+    char buf[4096];
+    std::size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, old.get())) > 0) {
+      if (!out.Write(buf, n)) return;
+    }
+    if (std::ferror(old.get())) return;
   }
+  for (const FileList* e = list; e != nullptr; e = e->next) {
+    if (e->text != nullptr && std::fprintf(out.fp(), "%s\n", e->text) < 0) return;
+  }
+  out.Commit();
 }
 
 void DeleteOldFileList(const char* list_file) {

@@ -231,7 +231,7 @@ TEST_F(BadTemplates, BinaryBytesAndTextFarBeyondEveryBuffer) {
 
 TEST_F(BadTemplates, NestingBeyondTheLimitAnswersWithItsCode) {
   // A category database is needed for category blocks to open at all.
-  int fake_db = 0;
+  static int fake_db = 0;
   ctx_.cat_db = &fake_db;
   PageGenState.verbose = 1;
   for (const char* marker :

@@ -101,11 +101,9 @@ INSTANTIATE_TEST_SUITE_P(
                       Scenario{"wais", "wwwwais.cfg", LongWaisTemplate(), {"wwwwais.TMP"}, "1"}),
     [](const ::testing::TestParamInfo<Scenario>& info) { return std::string(info.param.what); });
 
-// The generated-file list is appended to in place, so a failed write leaves
-// part of the new names in it; disabled until it is written through a
-// temporary file.
+// The generated-file list gets the new names appended to its old content.
 INSTANTIATE_TEST_SUITE_P(
-    DISABLED_AppendedInPlace, FaultInjection,
+    FileList, FaultInjection,
     ::testing::Values(Scenario{"filelist", "Xzq3Jpo9", "/srv/www/shop/old.html\n", {}, nullptr}),
     [](const ::testing::TestParamInfo<Scenario>& info) { return std::string(info.param.what); });
 

@@ -1,4 +1,4 @@
-#include "pagegen/atomic_file.h"
+#include "cgisupport/atomic_file.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,12 +7,10 @@
 #include <cstdlib>
 #include <vector>
 
-#include "pagegen/text_match.h"
-
 namespace storegen {
 namespace {
 
-mode_t FileCreationMode() {
+mode_t NewFileMode() {
   static const mode_t mode = [] {
     mode_t mask = umask(0);
     umask(mask);
@@ -25,15 +23,17 @@ mode_t FileCreationMode() {
 
 bool AtomicFile::Open(const std::string& path) {
   Abandon();
-  std::string_view base = BaseName(path);
-  // A short fixed name, so that even a page name of maximal length leaves
+  std::size_t slash = path.find_last_of("/\\");
+  // A short fixed name, so that even a file name of maximal length leaves
   // room for the temporary one.
-  std::string templ = path.substr(0, path.size() - base.size()) + ".storegen-XXXXXX";
+  std::string templ =
+      path.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".storegen-XXXXXX";
   std::vector<char> name(templ.begin(), templ.end());
   name.push_back('\0');
   int fd = mkstemp(name.data());
   if (fd < 0) return false;
-  fchmod(fd, FileCreationMode());
+  struct stat st;
+  fchmod(fd, stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : NewFileMode());
   fp_ = fdopen(fd, "w");
   if (fp_ == nullptr) {
     int err = errno;
@@ -47,9 +47,14 @@ bool AtomicFile::Open(const std::string& path) {
   return true;
 }
 
-bool AtomicFile::Commit() {
+bool AtomicFile::Write(const void* data, std::size_t n) {
+  return fp_ != nullptr && (n == 0 || std::fwrite(data, 1, n, fp_) == n);
+}
+
+bool AtomicFile::Commit(Sync sync) {
   if (fp_ == nullptr) return false;
-  bool ok = std::ferror(fp_) == 0;
+  bool ok = std::fflush(fp_) == 0 && std::ferror(fp_) == 0;
+  if (ok && sync == Sync::kToDisk) ok = fsync(fileno(fp_)) == 0;
   ok = std::fclose(fp_) == 0 && ok;
   fp_ = nullptr;
   if (ok) ok = std::rename(tmp_.c_str(), path_.c_str()) == 0;
