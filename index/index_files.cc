@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "cgisupport/atomic_file.h"
 #include "cgisupport/config_line.h"
 #include "cgisupport/copy_truncated.h"
 #include "driver/runstate/run_state.h"
@@ -118,8 +119,10 @@ int CreateWaisCfg(const char* wcf_path, const char* wcf_name, const char* out_di
     PrintMessage(kMsgNoWaisTemplate);
     return 0;
   }
-  FilePtr out(std::fopen(wcf_path, "w"));
-  if (!out) {
+  // The store's file is replaced whole: a failed write leaves the previous
+  // one in place for the search gateway.
+  AtomicFile out;
+  if (!out.Open(wcf_path != nullptr ? wcf_path : "")) {
     PrintMessage(kMsgNoWaisCfg);
     return 0;
   }
@@ -149,10 +152,10 @@ int CreateWaisCfg(const char* wcf_path, const char* wcf_name, const char* out_di
                KeysEqual(key, lpHomePage) || KeysEqual(key, lpIndexPage)) {
       continue;
     } else {
-      WriteLine(out.get(), line);
+      WriteLine(out.fp(), line);
       continue;
     }
-    WriteLine(out.get(), built);
+    WriteLine(out.fp(), built);
   }
 
   std::string_view store_dir = out_dir != nullptr ? out_dir : "";
@@ -160,8 +163,12 @@ int CreateWaisCfg(const char* wcf_path, const char* wcf_name, const char* out_di
   if (!alias_text.empty() && store_dir.starts_with(alias_text)) {
     store_dir.remove_prefix(alias_text.size());
   }
-  WriteLine(out.get(), std::string(lpWebURL) + lpTS[1] + (web_url != nullptr ? web_url : ""));
-  WriteLine(out.get(), std::string(lpStoreDir) + lpTS[1] + std::string(store_dir));
+  WriteLine(out.fp(), std::string(lpWebURL) + lpTS[1] + (web_url != nullptr ? web_url : ""));
+  WriteLine(out.fp(), std::string(lpStoreDir) + lpTS[1] + std::string(store_dir));
+  if (!out.Commit()) {
+    PrintMessage(kMsgNoWaisCfg);
+    return 0;
+  }
   return 1;
 }
 
@@ -210,8 +217,8 @@ int CreateSwishCfg(const char* wcf_path, const char* out_dir, const char* alias)
   }
   IndexField cfg_name;
   GetSwishCFGName(cfg_name, wcf_path);
-  FilePtr out(std::fopen(cfg_name, "w"));
-  if (!out) {
+  AtomicFile out;  // replaced whole, like the store's WAIS configuration
+  if (!out.Open(cfg_name)) {
     VerbosePrintf(GetMessageStr(kMsgNoSwishCfg), cfg_name);
     return 0;
   }
@@ -223,13 +230,17 @@ int CreateSwishCfg(const char* wcf_path, const char* out_dir, const char* alias)
     if (key.empty()) continue;
     if (KeysEqual(key, lpIndexDir)) {
       SetIndexDir(built, out_dir, alias);
-      WriteLine(out.get(), built);
+      WriteLine(out.fp(), built);
     } else if (KeysEqual(key, lpIndexFile)) {
       SetIndexFile(built, wcf_path);
-      WriteLine(out.get(), built);
+      WriteLine(out.fp(), built);
     } else {
-      WriteLine(out.get(), line);
+      WriteLine(out.fp(), line);
     }
+  }
+  if (!out.Commit()) {
+    VerbosePrintf(GetMessageStr(kMsgNoSwishCfg), cfg_name);
+    return 0;
   }
   return 1;
 }

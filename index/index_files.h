@@ -34,8 +34,9 @@ int GetIndexWhat(IndexField& what, IndexField& default_url, IndexField& home_pag
 // replaced by the line builders below, the four template-only keys dropped,
 // other lines copied, then "WebURL" and "StoreDir" appended. |new_page| gets
 // the search page's path when that file does not exist yet, else "". Returns
-// 1, or 0 when the template cannot be read (9014) or the file not created
-// (9015).
+// 1, or 0 when the template cannot be read (9014) or the file not created or
+// not completely written (9015). The file is replaced whole: after a failure
+// a previous file at |wcf_path| stays as it was.
 int CreateWaisCfg(const char* wcf_path, const char* wcf_name, const char* out_dir,
                   const char* web_url, IndexField& new_page, const char* alias);
 
@@ -50,8 +51,9 @@ int WriteDefaultURL(const char* new_page, const char* default_url);
 // Writes the store's SWISH configuration (GetSwishCFGName of |wcf_path|) from
 // "../swish/swish.cfg": lines without a word dropped, "IndexDir" and
 // "IndexFile" replaced, every other line (comments included) copied. Returns
-// 1, or 0 when the template cannot be read (9019) or the file not created
-// (9020 with its name).
+// 1, or 0 when the template cannot be read (9019) or the file not created or
+// not completely written (9020 with its name; a previous file stays as it
+// was).
 int CreateSwishCfg(const char* wcf_path, const char* out_dir, const char* alias);
 
 // Line builders: each overwrites |line| with key, blank and value (cut to the

@@ -1,7 +1,11 @@
 #include "index/index_files.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -170,6 +174,41 @@ TEST_F(IndexFilesTest, FailuresReturnZeroAndPrintTheirMessageOnlyWhenVerbose) {
       EXPECT_EQ(::testing::internal::GetCapturedStdout(), verbose ? c.message : "");
     }
   }
+}
+
+// Runs |fn| in a child process whose files cannot grow beyond |limit| bytes
+// and returns its result (-1 when the child did not exit normally).
+int WithFileSizeLimit(rlim_t limit, const std::function<int()>& fn) {
+  std::fflush(nullptr);
+  pid_t pid = fork();
+  if (pid == 0) {
+    rlimit rl{limit, limit};
+    std::signal(SIGXFSZ, SIG_IGN);  // a write past the limit fails with EFBIG
+    _exit(setrlimit(RLIMIT_FSIZE, &rl) == 0 ? fn() : 99);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(IndexFilesTest, AWriteThatFailsKeepsTheStoresPreviousFiles) {
+  std::string lines;
+  for (int i = 0; i < 20; ++i)
+    lines += "Setting" + std::to_string(i) + "\tvalue\n";
+  WriteFile("wwwwais.cfg", lines);
+  WriteFile(Root("swish/swish.cfg"), lines);
+  WriteFile(Root("swish/acme.wcf"), "previous wcf\n");
+  WriteFile(Root("swish/acme.scf"), "previous scf\n");
+  // Both writers report the failure (0): the result is 0 only when both do.
+  int rc = WithFileSizeLimit(64, [] {
+    IndexField page;
+    return CreateWaisCfg("../swish/acme.wcf", "acme.wcf", "/acme", "", page, "") +
+           2 * CreateSwishCfg("../swish/acme.wcf", "/acme", "");
+  });
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(ReadFile(Root("swish/acme.wcf")), "previous wcf\n");
+  EXPECT_EQ(ReadFile(Root("swish/acme.scf")), "previous scf\n");
+  EXPECT_EQ(ListDir(Root("swish")), (Lines{"acme.scf", "acme.wcf", "swish.cfg"}));
 }
 
 TEST(IndexText, EscapeRelativePathURL) {
