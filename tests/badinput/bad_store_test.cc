@@ -84,7 +84,7 @@ TEST(BadStores, PathLikeNamesStayInTheStoresDirectory) {
             "%2e%2e%2fescaped\tD\t1\tLighting\n");
   RunResult run = RunProgram(store.StaticRun());
   EXPECT_EQ(run.exit_code, 0) << run.out;
-  EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"bin", "out", "store"}));
+  EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"bin", "out", "store", "swish"}));
   EXPECT_EQ(ListDir(store.out), (std::vector<std::string>{"lantern"}));
   EXPECT_FALSE(FileExists("/tmp/escaped"));
   int pages = 0;

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -37,6 +38,14 @@ SampleStore InstallSampleStore(const std::string& root,
     fs::copy(std::string(SAMPLE_DIR) + "/" + name, root + "/store/" + name,
              fs::copy_options::recursive | fs::copy_options::overwrite_existing, ec);
     EXPECT_FALSE(ec) << name << ": " << ec.message();
+  }
+  // The store allows indexing: the search gateway template goes beside the
+  // program, the indexer's template into the sibling swish/.
+  for (const auto& [from, to] :
+       {std::pair{"cgi-bin/wwwwais.cfg", "bin/wwwwais.cfg"}, std::pair{"swish", "swish"}}) {
+    fs::copy(std::string(SAMPLE_DIR) + "/" + from, root + "/" + to, fs::copy_options::recursive,
+             ec);
+    EXPECT_FALSE(ec) << from << ": " << ec.message();
   }
   ConfigItemList* list = CIL_CreateList();
   CIL_AddItem(list, "ProductDatabase", (root + "/store/products.txt").c_str());

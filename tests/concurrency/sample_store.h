@@ -1,6 +1,7 @@
 // A copy of the sample store installed in a test's own directory for runs of
-// storegen: the program linked in as bin/storegen (the run lock and the
-// status log live beside it), the store's files in store/, pages below out/.
+// storegen: the program linked in as bin/storegen (the run lock, the status
+// log and the search gateway template live beside it), the indexer's template
+// in swish/, the store's files in store/, pages below out/.
 #ifndef STOREGEN_TESTS_CONCURRENCY_SAMPLE_STORE_H_
 #define STOREGEN_TESTS_CONCURRENCY_SAMPLE_STORE_H_
 

@@ -56,14 +56,23 @@ std::size_t Count(const std::string& text, const std::string& what) {
 class SampleStoreTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    bin_ = InstallStoregen(dir_.Path("bin"));
     fs::copy(SAMPLE_DIR, store_, fs::copy_options::recursive);
+    // The program's directory as the sample lays it out, beside the search
+    // gateway template and with the indexer's template in ../swish.
+    bin_ = InstallStoregen(Store("cgi-bin"));
     ReplaceLine(Store("lantern.cfg"), "ProductDatabase\t",
                 "ProductDatabase\t" + Store("products.txt"));
   }
 
   std::string Store(const std::string& name) const { return store_ + "/" + name; }
   std::string Page(const std::string& name) const { return pages_ + "/" + name; }
+  // The search page is named after the store's index, "<name>.wcf" in
+  // ../swish: the store configuration's path up to its first ".".
+  std::string SearchPage() const {
+    for (const std::string& name : ListDir(Store("swish")))
+      if (name.ends_with(".wcf")) return Page(name.substr(0, name.size() - 4) + ".html");
+    return Page("(no index)");
+  }
 
   RunResult Run(std::vector<std::string> args) {
     args.insert(args.begin(), bin_);
@@ -114,6 +123,7 @@ TEST_F(SampleStoreTest, StaticRunWritesEveryPageWithItsTagsReplaced) {
                            "order.html", "error.html"}) {
     expected.insert(Page(page));
   }
+  expected.insert(SearchPage());
   for (const std::string& sku : Skus())
     expected.insert(Page("p-" + sku + ".html"));
   EXPECT_EQ(PagesWritten(), expected);
@@ -158,7 +168,7 @@ TEST_F(SampleStoreTest, NextFullRunRemovesTheStalePageOfARemovedProduct) {
   EXPECT_FALSE(FileExists(Page("p-KT-305.html")));
   EXPECT_TRUE(FileExists(Page("p-KT-304.html")));
   EXPECT_EQ(FileListEntries(), PagesWritten());
-  EXPECT_EQ(PagesWritten().size(), 7 + Skus().size());
+  EXPECT_EQ(PagesWritten().size(), 8 + Skus().size());
 }
 
 TEST_F(SampleStoreTest, SingleSitePageRun) {
@@ -227,7 +237,7 @@ TEST_F(SampleStoreTest, FailingPagesAreReportedInGenerationOrderAndTheRunGoesOn)
             std::string::npos)
       << r.out;
   // Everything else was written.
-  EXPECT_EQ(PagesWritten().size(), 5 + Skus().size() - 1);
+  EXPECT_EQ(PagesWritten().size(), 6 + Skus().size() - 1);
   EXPECT_TRUE(FileExists(Page("index.html")));
   EXPECT_TRUE(FileExists(Page("order.html")));
 }

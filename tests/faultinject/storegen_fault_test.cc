@@ -66,6 +66,18 @@ TEST(StoregenFaults, AFailedWriteNeverLeavesAPartialFile) {
   ASSERT_EQ(clean.failed, "-");
   ASSERT_GT(clean.operations, 0);
   const Snapshot new_files = Take(work);
+  // A run whose search index could not be set up writes no search page (it is
+  // named after the store's "swish/<name>.wcf"), and its file list is the new
+  // one without that page.
+  std::string list_without_search = "-";
+  for (const auto& [path, content] : new_files) {
+    if (!path.starts_with("swish/") || !path.ends_with(".wcf")) continue;
+    std::string page = store.pages + path.substr(6, path.size() - 10) + ".html\n";
+    std::string list = new_files.at("out/lantern/Xzq3Jpo9");
+    if (std::size_t at = list.find(page); at != std::string::npos) {
+      list_without_search = list.erase(at, page.size());
+    }
+  }
 
   int faults = 0;
   // Each write point fails once, with ENOSPC and EIO in turn: a whole run has
@@ -83,6 +95,7 @@ TEST(StoregenFaults, AFailedWriteNeverLeavesAPartialFile) {
         auto new_it = new_files.find(path);
         bool is_old = old_it != old_files.end() && old_it->second == content;
         bool is_new = new_it != new_files.end() && new_it->second == content;
+        if (path == "out/lantern/Xzq3Jpo9") is_new = is_new || content == list_without_search;
         EXPECT_TRUE(is_old || is_new) << path << " is partial or foreign after " << what;
       }
       // Only pages and text-block caches may be missing afterwards.
