@@ -117,14 +117,20 @@ TEST_F(SearchIndexTest, FailedInitialisationLeavesTheIndexClosed) {
 }
 
 TEST_F(SearchIndexTest, ShutdownRunsTheIndexerFromTheSetUpDirectory) {
+  const std::string master_list = "<!-- BEGIN CATEGORY LIST -->\n<!-- END CATEGORY LIST -->\n";
+  WriteFile(Root("wais/masterls.htm"), master_list);
   InstallStandIn();
   ASSERT_EQ(InitIndex("acme", "/store/acme", "/store", "/var/www"), 1);
+  ASSERT_EQ(GetIndexState().nNewStore, 1);
   std::filesystem::current_path(Root("wais"));
   ShutdownIndex();
   EXPECT_EQ(RecordedArgs(), (Lines{"../swish/swish", "-c", "../swish/acme.scf"}));
   EXPECT_EQ(FileLines(Root("swish/cwd.txt")),
             Lines{std::filesystem::canonical(Root("cgi")).string()});
   EXPECT_EQ(std::filesystem::current_path(), std::filesystem::canonical(Root("wais")));
+  // A store new to the index leaves the master list of stores as it was.
+  EXPECT_EQ(ReadFile(Root("wais/masterls.htm")), master_list);
+  EXPECT_EQ(ListDir(Root("wais")), Lines{"masterls.htm"});
 }
 
 }  // namespace
