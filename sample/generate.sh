@@ -40,6 +40,8 @@ fi
 echo "The sample store is in $out/lantern/ (start page: index.html)."
 if [ -e "$work/swish/swish" ]; then
   for index in "$work"/swish/*.ind; do
-    echo "Its search index is $index (try: swish-e -f $index -w lantern)."
+    if [ -e "$index" ]; then
+      echo "Its search index is $index (try: swish-e -f $index -w lantern)."
+    fi
   done
 fi
