@@ -1,13 +1,170 @@
 #include "pagegen/form_controls.h"
 
-namespace storegen {
+#include <cctype>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <string>
 
-int ProcessAttributes(PageOutput* out, std::string_view marker, const PageContext& /*ctx*/) {
-  return WriteOutput(out, marker);
+#include "cgisupport/config_file.h"
+#include "driver/runstate/run_state.h"
+#include "pagegen/link_rewrite.h"
+#include "storedata/attribute_db.h"
+#include "storedata/product_api.h"
+
+namespace storegen {
+namespace {
+
+constexpr int kCardTypesSize = 2048;
+
+struct FreeDeleter {
+  void operator()(char* p) const { std::free(p); }
+};
+using OwnedText = std::unique_ptr<char, FreeDeleter>;
+
+// The attribute's label, or null when it has none.
+OwnedText Label(AttributePool* pool, int32_t attribute) {
+  OwnedText label(AD_GetAttributeLabel(pool, attribute));
+  if (label != nullptr && *label == '\0') label.reset();
+  return label;
 }
 
-int ProcessCardType(PageOutput* out, std::string_view marker, const PageContext& /*ctx*/) {
-  return WriteOutput(out, marker);
+int32_t Number(std::string_view text) {
+  return std::atoi(std::string(text).c_str());
+}
+
+// Calls |fn| with the text of every value of |values| that the attribute
+// has, in list order.
+template <typename Fn>
+void ForEachValue(AttributePool* pool, int32_t attribute, std::string_view values, Fn fn) {
+  while (!values.empty()) {
+    std::size_t comma = values.find(',');
+    OwnedText value(AD_GetAttributeValue(pool, attribute, Number(values.substr(0, comma))));
+    if (value != nullptr && *value != '\0') fn(std::string(value.get()));
+    values = comma == std::string_view::npos ? std::string_view() : values.substr(comma + 1);
+  }
+}
+
+}  // namespace
+
+void DisplayListBox(PageOutput* out, AttributePool* pool, int32_t attribute,
+                    std::string_view values, int32_t size, bool multiple) {
+  OwnedText label = Label(pool, attribute);
+  if (label == nullptr) return;
+  std::string html = std::string(label.get()) + "<BR>\n<SELECT SIZE=\"" + std::to_string(size) +
+                     "\" NAME=\"" + label.get() + "\"" + (multiple ? " MULTIPLE" : "") + ">\n";
+  bool first = true;
+  ForEachValue(pool, attribute, values, [&](const std::string& v) {
+    html += "<OPTION VALUE=\"" + v + "\" " + (first ? "SELECTED" : "") + ">" + v + "</OPTION>\n";
+    first = false;
+  });
+  html += "</SELECT>\n";
+  WriteOutput(out, html);
+}
+
+void DisplayButtons(PageOutput* out, AttributePool* pool, int32_t attribute,
+                    std::string_view values, int32_t type) {
+  OwnedText label = Label(pool, attribute);
+  if (label == nullptr) return;
+  const bool radio = type == 3;
+  std::string html = std::string(label.get()) + "<BR>\n";
+  bool first = true;
+  ForEachValue(pool, attribute, values, [&](const std::string& v) {
+    html += std::string("<INPUT TYPE=\"") + (radio ? "RADIO" : "CHECKBOX") + "\" NAME=\"" +
+            (radio ? std::string(label.get()) : v) + "\" ";
+    if (radio) html += "VALUE=\"" + v + "\" ";
+    html += std::string(first ? "CHECKED" : "") + ">" + v + "<BR>\n";
+    first = false;
+  });
+  WriteOutput(out, html);
+}
+
+void DisplayTextArea(PageOutput* out, AttributePool* pool, int32_t attribute) {
+  OwnedText label = Label(pool, attribute);
+  if (label == nullptr) return;
+  WriteOutput(out, std::string(label.get()) + "<BR><TEXTAREA ROWS=\"12\" COLS=\"65\" NAME=\"" +
+                       label.get() + "\"></TEXTAREA>\n");
+}
+
+void DisplayEntryField(PageOutput* out, AttributePool* pool, int32_t attribute) {
+  OwnedText label = Label(pool, attribute);
+  if (label == nullptr) return;
+  WriteOutput(out, std::string(label.get()) + "<BR><INPUT TYPE=\"TEXT\" SIZE=\"15\" NAME=\"" +
+                       label.get() + "\">\n");
+}
+
+int ProcessAttributes(PageOutput* out, std::string_view /*marker*/, const PageContext& ctx) {
+  const PAPI_Pair* pair = FindProdAttr(ctx.product, "TILLBOXATTRIBUTES");
+  if (pair == nullptr || pair->value == nullptr ||
+      !std::isdigit(static_cast<unsigned char>(pair->value[0]))) {
+    return 0;
+  }
+  try {
+    std::string_view list = pair->value;
+    while (!list.empty()) {
+      std::size_t bar = list.find('|');
+      std::string_view entry = list.substr(0, bar);
+      list = bar == std::string_view::npos ? std::string_view() : list.substr(bar + 1);
+      if (entry.empty()) continue;
+      std::size_t colon = entry.find(':');
+      const int32_t attribute = Number(entry.substr(0, colon));
+      std::string_view values =
+          colon == std::string_view::npos ? std::string_view() : entry.substr(colon + 1);
+      switch (AD_GetAttributeType(ctx.attr_db, attribute)) {
+        case 1:
+          DisplayListBox(out, ctx.attr_db, attribute, values, 1, false);
+          break;
+        case 2:
+          DisplayTextArea(out, ctx.attr_db, attribute);
+          break;
+        case 3:
+        case 4:
+          DisplayButtons(out, ctx.attr_db, attribute, values,
+                         AD_GetAttributeType(ctx.attr_db, attribute));
+          break;
+        case 5:
+          DisplayEntryField(out, ctx.attr_db, attribute);
+          break;
+        case 6:
+          DisplayListBox(out, ctx.attr_db, attribute, values, 5, false);
+          break;
+        case 7:
+          DisplayListBox(out, ctx.attr_db, attribute, values, 5, true);
+          break;
+        default:
+          break;
+      }
+      WriteOutput(out, "<BR>");
+    }
+  } catch (const std::bad_alloc&) {
+    VerbosePrintf("Out of memory\n");
+    return -1;
+  }
+  return 0;
+}
+
+int OutputCardtypeDropdown(PageOutput* out, const char* store_cfg, const char* name) {
+  char types[kCardTypesSize] = "";
+  if (GetConfigItem(store_cfg, "CreditCardTypes", types, sizeof types, 0) != 1) return 0;
+  std::string html = "<SELECT SIZE=\"1\" NAME=\"" + std::string(name != nullptr ? name : "") +
+                     "\">\n";
+  std::string_view list = types;
+  while (!list.empty()) {
+    std::size_t semi = list.find(';');
+    std::string type(list.substr(0, semi));
+    list = semi == std::string_view::npos ? std::string_view() : list.substr(semi + 1);
+    if (!type.empty()) html += "<OPTION VALUE=\"" + type + "\">" + type + "\n";
+  }
+  html += "</SELECT>\n";
+  WriteOutput(out, html);
+  return 1;
+}
+
+int ProcessCardType(PageOutput* out, std::string_view marker, const PageContext& ctx) {
+  std::string name;
+  if (!MarkerAttribute(marker, "Name", &name)) name = "CCType";
+  OutputCardtypeDropdown(out, ctx.store_cfg, name.c_str());
+  return 0;
 }
 
 }  // namespace storegen

@@ -61,6 +61,12 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     out.file_name = BaseName(output_path);
   }
 
+  // The page's list blocks start closed; a category page written from a
+  // list block of another page leaves that page's counters as they were.
+  const int32_t outer_cat_list = CatList;
+  const int32_t outer_prod_list = ProdList;
+  CatList = ProdList = 0;
+
   int result = 0;
   bool warned = false;
   for (;;) {
@@ -69,7 +75,8 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     FilePtr tmpl(std::fopen(template_path, "rb"));
     if (!tmpl) {
       VerbosePrintf("Unable to open file %s\n", template_path);
-      return -7;
+      result = -7;
+      break;
     }
     AtomicFile file;
     if (dynamic) {
@@ -79,7 +86,8 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
       FileListAdd(&PageGenState.dellist, name.c_str(), 0);
       if (!file.Open(name)) {
         VerbosePrintf("Unable to open file %s\n", name.c_str());
-        return -8;
+        result = -8;
+        break;
       }
       out.fp = file.fp();
     } else {
@@ -110,8 +118,13 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
       rc = 0;
     }
     result = rc;
-    if (rc != 0 || in.page_number <= page) break;
+    // Further pages of a paged list are files of their own: a dynamic
+    // request, or a page without output file, is one page.
+    if (rc != 0 || in.next_page <= page || dynamic || !has_output) break;
+    in.page_number = in.next_page;
   }
+  CatList = outer_cat_list;
+  ProdList = outer_prod_list;
   return result != 0 ? result : (warned ? -18 : 0);
 }
 

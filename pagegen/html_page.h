@@ -33,8 +33,11 @@ std::string CategoryDbPath(std::string_view db_path);
 //   entered in the delete list; a null or empty |output_path| parses the
 //   template without output.
 // |ctx| is the page's context (ctx.product is replaced by the node's record
-// when |sku_node| is given). A product list that leaves a next page number in
-// the template handle gets that page too ("list2.html" ...).
+// when |sku_node| is given). When a product list fills a static page and asks
+// for a next page (TemplateInput::next_page), the same template is parsed
+// again for that page, written to the output path numbered for it
+// ("list1.html", "list2.html" ...). The list-block counters are 0 for each
+// page and back at their values on entry when this returns.
 // Returns 0; -18 when category tags were left unresolved (every page is
 // still written); -7 template not openable, -8 page or its directory not
 // creatable (verbose: "Unable to open file %s\n"); or the parser's error,

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "cgisupport/atomic_file.h"
 #include "storedata/papi.h"
@@ -25,12 +26,25 @@ struct TemplateSet;
 struct TemplateInput {
   FILE* fp = nullptr;     // not owned; read in binary mode; null reads as empty
   std::string base_name;  // the template's file name without directory
-  // Paging of a product list spread over several pages: the page being
-  // written (0 for the first) and the entries placed on earlier pages. A list
-  // block that fills the page sets page_number to the next page, and the page
-  // generator then writes that page from the same template.
+
+  // Paging of product lists spread over several pages: the page being
+  // written (0 for the first), and the page a list block that filled this
+  // one asks for (page_number + 1; the page generator then writes that page
+  // from the same template).
   int32_t page_number = 0;
-  int32_t placed = 0;
+  int32_t next_page = 0;
+
+  // Where a list that filled a page stopped, so that the next page resumes
+  // there instead of walking the list from its start again. A list is known
+  // by its block's offset and the category it was filtered by.
+  struct ListResume {
+    long offset = 0;
+    std::string category;
+    int32_t page = 0;                 // the page this resumes
+    const SkuList* node = nullptr;    // the first entry of that page
+    int32_t index = 0;                // its position in the whole list, from 1
+  };
+  std::vector<ListResume> resume;
 };
 
 // The page being written. All output goes through WriteOutput.
@@ -67,8 +81,10 @@ struct PageContext {
   const char* page_path = "";          // the page's path below the HTML root (StoreDir)
   const char* output_file = "";        // the page's output file as the template set names it
   AttributePool* attr_db = nullptr;    // attribute database, for form controls
-  SkuList* sku_list = nullptr;         // products of the page's product lists; null: the
-                                       // page has no product list
+  SkuList* sku_list = nullptr;         // products of the page's product lists
+  bool product_lists = false;          // the page lists products (shop home, product list,
+                                       // category and product pages), even from an empty
+                                       // sku_list; a non-null sku_list says so too
   const char* list_start = "";         // index of the first product of a product list page
   TemplateSet* set = nullptr;          // the template set
   int secure = 0;                      // non-zero: page for the secure server

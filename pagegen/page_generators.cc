@@ -1,13 +1,13 @@
 #include "pagegen/page_generators.h"
 
 #include "cgisupport/config_file.h"
-#include "cgisupport/config_item_list.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/path_util.h"
 #include "driver/runstate/run_state.h"
 #include "index/search_index.h"
 #include "pagegen/html_page.h"
 #include "pagegen/page_context.h"
+#include "pagegen/store_values.h"
 #include "pagegen/text_match.h"
 #include "storedata/product_api.h"
 #include "storedata/sku_list.h"
@@ -82,18 +82,6 @@ bool RegisterIfSecure(const GeneratorArgs& args, const char* display_name, int k
   bool secure = PG_TpltIsSecureFile(args.set, display_name, kind) != 0;
   if (secure) PG_TpltAddSecureFile(args.set, file);
   return secure;
-}
-
-// Writes one key of the store configuration. False when the item list cannot
-// be made (out of memory); a configuration that cannot be rewritten keeps its
-// old value.
-bool SetStoreConfigItem(const char* store_cfg, const char* key, const std::string& value) {
-  ConfigItemList* list = CIL_CreateList();
-  if (list == nullptr) return false;
-  bool ok = CIL_AddItem(list, key, value.c_str()) != 0;
-  if (ok) SetConfigItems(store_cfg, list);
-  CIL_FreeList(list);
-  return ok;
 }
 
 }  // namespace
@@ -229,12 +217,14 @@ int GenerateShopHomePage(const char* reference, const GeneratorArgs& args) {
   PageContext ctx = ConnectedContext(args, conn);
   ctx.output_file = file;
   ctx.secure = secure;
+  ctx.product_lists = true;
   return GenerateHtmlPage(tmpl, OutputPath(args, file).c_str(), nullptr, ctx);
 }
 
 int GenerateProdListPage(const GeneratorArgs& args, const char* list_start, const char* category) {
   CategoryConnection conn(args);
   PageContext ctx = ConnectedContext(args, conn);
+  ctx.product_lists = true;
   ctx.list_start = list_start != nullptr ? list_start : "";
   ctx.category = category != nullptr && *category != '\0' ? category : nullptr;
   return GenerateHtmlPage(PageGenState.szTemplateFile, nullptr, nullptr, ctx);
@@ -246,6 +236,7 @@ int GenerateSkuPage(const SkuList* node, const GeneratorArgs& args) {
   GetSafeFileName(node->sku != nullptr ? node->sku : "", name, sizeof name, "p-", ".html");
   CategoryConnection conn(args);
   PageContext ctx = ConnectedContext(args, conn);
+  ctx.product_lists = true;
   return GenerateHtmlPage(node->tmplt, OutputPath(args, name).c_str(), node, ctx);
 }
 

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "cgisupport/config_file.h"
+#include "cgisupport/config_item_list.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/str_util.h"
 #include "pagegen/text_match.h"
@@ -65,6 +66,15 @@ std::string StoreConfigValue(const char* store_cfg, const char* key) {
   std::vector<char> buf(kValueSize, '\0');
   GetConfigItem(store_cfg, key, buf.data(), kValueSize, 0);
   return buf.data();
+}
+
+bool SetStoreConfigItem(const char* store_cfg, const char* key, const std::string& value) {
+  ConfigItemList* list = CIL_CreateList();
+  if (list == nullptr) return false;
+  bool ok = CIL_AddItem(list, key, value.c_str()) != 0;
+  if (ok) SetConfigItems(store_cfg, list);
+  CIL_FreeList(list);
+  return ok;
 }
 
 std::string StoreImagePath(std::string_view value, std::string_view page_path,

@@ -17,6 +17,11 @@ namespace storegen {
 // 65536-byte buffer); "" when the key or the file is missing.
 std::string StoreConfigValue(const char* store_cfg, const char* key);
 
+// Writes |key| = |value| into the store configuration (SetConfigItems). False
+// when the item list cannot be made (out of memory); a configuration that
+// cannot be rewritten keeps its old value.
+bool SetStoreConfigItem(const char* store_cfg, const char* key, const std::string& value);
+
 // How a page links a store image named in the configuration: a value that
 // starts with "/" or "\\", has a scheme (a ":" before any "/"), or already
 // starts with |page_path| or |prefix| is used as it stands; any other value

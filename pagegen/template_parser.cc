@@ -267,11 +267,12 @@ Step Parser::CloseMarkup() {
       --CatList;
       return EndBlock();
     }
-    // Product lists exist only on pages that were given one; elsewhere their
+    // Product lists exist only on pages that list products; elsewhere their
     // markers are ordinary comments.
-    if (ctx_.sku_list != nullptr && Has(m, "PAGEGEN_PRODUCTLIST_BEGIN"))
+    const bool lists = ctx_.product_lists || ctx_.sku_list != nullptr;
+    if (lists && Has(m, "PAGEGEN_PRODUCTLIST_BEGIN"))
       return HandOver(ProcessProdListBegin, std::move(m));
-    if (ctx_.sku_list != nullptr && Has(m, "PAGEGEN_PRODUCTLIST_END") && ProdList > 0) {
+    if (lists && Has(m, "PAGEGEN_PRODUCTLIST_END") && ProdList > 0) {
       --ProdList;
       return EndBlock();
     }

@@ -46,6 +46,16 @@ PAPI_Pair* FakeRetrieve(void*, const char*, const char* sku, int, const char*, c
   ++g_retrievals;
   return std::strcmp(sku, "Tea") == 0 ? kTeaCategory : nullptr;
 }
+// Category lists walk the same one-record database.
+PAPI_Pair* FakeFirst(void*, const char*, int, const char*, const char*, const char*, const char*,
+                     int32_t* position, char**) {
+  *position = 1;
+  return kTeaCategory;
+}
+PAPI_Pair* FakeNext(void*, const char*, int, const char*, const char*, const char*, const char*,
+                    int32_t*, char**) {
+  return nullptr;
+}
 int FakeRelease(void*, const char*, const char*, PAPI_Pair*) {
   ++g_releases;
   return 0;
@@ -58,6 +68,8 @@ class TemplateParserTest : public ::testing::Test {
     g_template_nesting = CatList = ProdList = 0;
     pdbRetrieve = FakeRetrieve;
     pdbRelease = FakeRelease;
+    pdbRetrieveFirstItem = FakeFirst;
+    pdbRetrieveNextItem = FakeNext;
     g_retrievals = g_releases = 0;
     WriteFile(cfg_, "ShopName\tCorner Shop\nStorePhone\t555-0100\nSecureStoreDir\t/secure/shop\n");
     ctx_.store_cfg = cfg_.c_str();
@@ -70,6 +82,7 @@ class TemplateParserTest : public ::testing::Test {
     PageGenState.errlist = nullptr;
     pdbRetrieve = nullptr;
     pdbRelease = nullptr;
+    pdbRetrieveFirstItem = pdbRetrieveNextItem = nullptr;
   }
 
   std::string Parse(const std::string& text, int* rc = nullptr) {
@@ -240,7 +253,7 @@ TEST_F(TemplateParserTest, ScriptModeSuspendsTheCommentRule) {
 }
 
 TEST_F(TemplateParserTest, CarriageReturnsAndUnclosedMarkup) {
-  EXPECT_EQ(Parse("a\r\nb\r\n<a\r\nhref=\"x\">c\r"), "a\nb\n<a\r\nhref=\"x\">c");
+  EXPECT_EQ(Parse("a\r\nb\r\n<a\r\nhref=\"x\">c\r"), "a\nb\n<a\r\nhref=\"/shop/x\">c");
   EXPECT_EQ(Parse("text <b unclosed"), "text ");
   EXPECT_EQ(Parse("text <!-- PAGEGEN_STORENAME"), "text ");
   EXPECT_EQ(Parse("a < b <i>c</i>"), "a < b <i>c</i>");
@@ -283,7 +296,7 @@ TEST_F(TemplateParserTest, TagsAndMarkupAcrossChunkBoundaries) {
 TEST_F(TemplateParserTest, ListBlocksNeedTheirData) {
   int rc = 0;
   const std::string block =
-      "a<!-- PAGEGEN_CATEGORYLIST_BEGIN -->[%%PRODUCT.NAME%%]"
+      "a<!-- PAGEGEN_CATEGORYLIST_BEGIN -->[%%PRODUCT.NAME%%|%%CATEGORY.BLURB%%]"
       "<!-- PAGEGEN_CATEGORYLIST_END -->b";
   EXPECT_EQ(Parse(block, &rc), "a");
   EXPECT_EQ(rc, -17);
@@ -292,7 +305,8 @@ TEST_F(TemplateParserTest, ListBlocksNeedTheirData) {
   ctx_.cat_db = &connection;
   ctx_.product = kProduct;
   std::string lead(1500, '-');  // the block ends in a later chunk than it starts
-  EXPECT_EQ(Parse(block + lead + block, &rc), "a[Kettle]b" + lead + "a[Kettle]b");
+  EXPECT_EQ(Parse(block + lead + block, &rc),
+            "a[Kettle|Leaves & cups]b" + lead + "a[Kettle|Leaves & cups]b");
   EXPECT_EQ(rc, 0);
 }
 
