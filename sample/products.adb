@@ -3,3 +3,4 @@
 3	5	Gift message	
 4	4	Extras	Gift wrap,Spare parts
 5	6	Finish	Brass,Matte black,Copper
+6	2	Engraving	
