@@ -230,9 +230,16 @@ TEST_F(BadTemplates, BinaryBytesAndTextFarBeyondEveryBuffer) {
 }
 
 TEST_F(BadTemplates, NestingBeyondTheLimitAnswersWithItsCode) {
-  // A category database is needed for category blocks to open at all.
+  // A category database of one category, so that every category block
+  // opens a pass, nested in the one before.
   static int fake_db = 0;
+  static PAPI_Pair category[] = {
+      {const_cast<char*>("TILLBOXCATEGORY"), const_cast<char*>("Tea")}, {nullptr, nullptr}};
   ctx_.cat_db = &fake_db;
+  pdbRetrieveFirstItem = [](void*, const char*, int, const char*, const char*, const char*,
+                            const char*, int32_t*, char**) { return category; };
+  pdbRetrieveNextItem = [](void*, const char*, int, const char*, const char*, const char*,
+                           const char*, int32_t*, char**) -> PAPI_Pair* { return nullptr; };
   PageGenState.verbose = 1;
   for (const char* marker :
        {"<!-- PAGEGEN_CATEGORYLIST_BEGIN -->", "<!-- PAGEGEN_TEXT_BEGIN -->"}) {
@@ -247,6 +254,7 @@ TEST_F(BadTemplates, NestingBeyondTheLimitAnswersWithItsCode) {
       EXPECT_EQ(rc, 0) << marker;  // text blocks do not nest parser calls
     }
   }
+  pdbRetrieveFirstItem = pdbRetrieveNextItem = nullptr;
 }
 
 // A product database whose first line is missing or empty: no product has a

@@ -1,6 +1,6 @@
 /*
- * A product library for the concurrency tests: three products and an empty
- * category database. When STOREGEN_TEST_GATE names a FIFO, the first product
+ * A product library for the concurrency tests: three products in one
+ * category, "Kitchen", which the category database holds. When STOREGEN_TEST_GATE names a FIFO, the first product
  * connection of the process creates "<gate>.reached" and then waits until the
  * test opens the FIFO for writing, so that a test can hold a run in the
  * middle of its work for as long as it needs.
@@ -13,12 +13,15 @@
 
 #include "storedata/papi.h"
 
-static const char* const kProducts[][3] = {
-    {"A-100", "Kettle", "24.50"}, {"B-200", "Cup", "3.00"}, {"C-300", "Spoon", "1.00"}};
+static const char* const kProducts[][4] = {{"A-100", "Kettle", "24.50", "Kitchen"},
+                                           {"B-200", "Cup", "3.00", "Kitchen"},
+                                           {"C-300", "Spoon", "1.00", "Kitchen"}};
 enum { kProductCount = 3 };
+static const char* const kCategory[4] = {"Kitchen", "Kitchen", "Pots and cups",
+                                         "images/cat-kitchen.svg"};
 
 typedef struct {
-  int categories; /* the ".cdb" connection: no records */
+  int categories; /* the ".cdb" connection: one record, kCategory */
 } Connection;
 
 static char* Copy(const char* s) {
@@ -27,15 +30,24 @@ static char* Copy(const char* s) {
   return c;
 }
 
-static PAPI_Pair* Record(int i) {
-  static const char* const kNames[] = {"SKU", "NAME", "PRICE"};
-  PAPI_Pair* r = calloc(4, sizeof *r);
+static PAPI_Pair* Make(const char* const names[4], const char* const values[4]) {
+  PAPI_Pair* r = calloc(5, sizeof *r);
   if (r == NULL) return NULL;
-  for (int k = 0; k < 3; ++k) {
-    r[k].name = Copy(kNames[k]);
-    r[k].value = Copy(kProducts[i][k]);
+  for (int k = 0; k < 4; ++k) {
+    r[k].name = Copy(names[k]);
+    r[k].value = Copy(values[k]);
   }
   return r;
+}
+
+static PAPI_Pair* Record(int i) {
+  static const char* const kNames[] = {"SKU", "NAME", "PRICE", "TILLBOXCATEGORY"};
+  return Make(kNames, kProducts[i]);
+}
+
+static PAPI_Pair* CategoryRecord(void) {
+  static const char* const kNames[] = {"TILLBOXCATEGORY", "TITLE", "BLURB", "GRAPHIC"};
+  return Make(kNames, kCategory);
 }
 
 static void WaitAtGate(void) {
@@ -69,7 +81,9 @@ PAPI_Pair* PAPI_RetrieveInfo(void* h, const char* key, const char* sku, int flag
                              const char* storeCfg, const char* apiCfg, const char* cartDir,
                              char** names) {
   (void)key, (void)flag, (void)db, (void)storeCfg, (void)apiCfg, (void)cartDir, (void)names;
-  if (h == NULL || ((Connection*)h)->categories || sku == NULL) return NULL;
+  if (h == NULL || sku == NULL) return NULL;
+  if (((Connection*)h)->categories)
+    return strcasecmp(sku, kCategory[0]) == 0 ? CategoryRecord() : NULL;
   for (int i = 0; i < kProductCount; ++i) {
     if (strcasecmp(kProducts[i][0], sku) == 0) return Record(i);
   }
@@ -80,8 +94,10 @@ PAPI_Pair* PAPI_RetrieveNextItem(void* h, const char* key, int flag, const char*
                                  const char* storeCfg, const char* apiCfg, const char* cartDir,
                                  int32_t* position, char** names) {
   (void)key, (void)flag, (void)db, (void)storeCfg, (void)apiCfg, (void)cartDir, (void)names;
-  if (h == NULL || ((Connection*)h)->categories || position == NULL) return NULL;
-  if (*position < 0 || *position >= kProductCount) return NULL;
+  if (h == NULL || position == NULL) return NULL;
+  int count = ((Connection*)h)->categories ? 1 : kProductCount;
+  if (*position < 0 || *position >= count) return NULL;
+  if (((Connection*)h)->categories) return ++*position, CategoryRecord();
   return Record((*position)++);
 }
 
