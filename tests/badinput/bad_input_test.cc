@@ -233,8 +233,8 @@ TEST_F(BadTemplates, NestingBeyondTheLimitAnswersWithItsCode) {
   // A category database of one category, so that every category block
   // opens a pass, nested in the one before.
   static int fake_db = 0;
-  static PAPI_Pair category[] = {
-      {const_cast<char*>("TILLBOXCATEGORY"), const_cast<char*>("Tea")}, {nullptr, nullptr}};
+  static PAPI_Pair category[] = {{const_cast<char*>("TILLBOXCATEGORY"), const_cast<char*>("Tea")},
+                                 {nullptr, nullptr}};
   ctx_.cat_db = &fake_db;
   pdbRetrieveFirstItem = [](void*, const char*, int, const char*, const char*, const char*,
                             const char*, int32_t*, char**) { return category; };

@@ -111,9 +111,9 @@ class SampleStoreTest : public ::testing::Test {
       pages.insert(Page(page));
     }
     // The shop home page lists 12 products a page, the category pages 6.
-    for (const char* page : {"index1.html", "index2.html", "c-Lighting.html", "c-Textiles.html",
-                             "c-Textiles1.html", "c-Kitchen.html", "c-Kitchen1.html",
-                             "c-Stationery.html", "c-Garden.html"}) {
+    for (const char* page :
+         {"index1.html", "index2.html", "c-Lighting.html", "c-Textiles.html", "c-Textiles1.html",
+          "c-Kitchen.html", "c-Kitchen1.html", "c-Stationery.html", "c-Garden.html"}) {
       pages.insert(Page(page));
     }
     pages.insert(SearchPage());
@@ -246,9 +246,9 @@ TEST_F(SampleStoreTest, FailingPagesAreReportedInGenerationOrderAndTheRunGoesOn)
   // Site pages, the shop home page's lists (the thumbnail of LL-106), the
   // product pages, the cart pages.
   std::size_t at = 0;
-  for (const char* entry : {"about.html\t-7\n", "%%PRODUCT.THUMBNAIL%%\t-19\nLL-106\t-19\n",
-                            "%%PRODUCT.GRAPHIC%%\t-19\nLL-106\t-19\nGD-506\t-7\n",
-                            "error.html\t-7\n"}) {
+  for (const char* entry :
+       {"about.html\t-7\n", "%%PRODUCT.THUMBNAIL%%\t-19\nLL-106\t-19\n",
+        "%%PRODUCT.GRAPHIC%%\t-19\nLL-106\t-19\nGD-506\t-7\n", "error.html\t-7\n"}) {
     at = r.out.find(entry, at);
     ASSERT_NE(at, std::string::npos) << entry << " in order in\n" << r.out;
   }

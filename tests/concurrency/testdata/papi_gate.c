@@ -1,9 +1,10 @@
 /*
  * A product library for the concurrency tests: three products in one
- * category, "Kitchen", which the category database holds. When STOREGEN_TEST_GATE names a FIFO, the first product
- * connection of the process creates "<gate>.reached" and then waits until the
- * test opens the FIFO for writing, so that a test can hold a run in the
- * middle of its work for as long as it needs.
+ * category, "Kitchen", which the category database holds. When
+ * STOREGEN_TEST_GATE names a FIFO, the first product connection of the
+ * process creates "<gate>.reached" and then waits until the test opens the
+ * FIFO for writing, so that a test can hold a run in the middle of its work
+ * for as long as it needs.
  */
 #include <fcntl.h>
 #include <stdlib.h>
