@@ -146,8 +146,8 @@ int ProcessAttributes(PageOutput* out, std::string_view /*marker*/, const PageCo
 int OutputCardtypeDropdown(PageOutput* out, const char* store_cfg, const char* name) {
   char types[kCardTypesSize] = "";
   if (GetConfigItem(store_cfg, "CreditCardTypes", types, sizeof types, 0) != 1) return 0;
-  std::string html = "<SELECT SIZE=\"1\" NAME=\"" + std::string(name != nullptr ? name : "") +
-                     "\">\n";
+  std::string html =
+      "<SELECT SIZE=\"1\" NAME=\"" + std::string(name != nullptr ? name : "") + "\">\n";
   std::string_view list = types;
   while (!list.empty()) {
     std::size_t semi = list.find(';');

@@ -67,8 +67,8 @@ bool CategoryFile(const Found& f, const PageContext& ctx, std::string* page) {
   }
   *page = f.Before();
   if (ctx.options & kGenDynamicLists) {
-    *page += PageGenProgramUrl(ctx.store_cfg) + "?-c+" + std::string(ConfigFileName(ctx.store_cfg)) +
-             "+-f+0+-C+" + EscapeUrl(category);
+    *page += PageGenProgramUrl(ctx.store_cfg) + "?-c+" +
+             std::string(ConfigFileName(ctx.store_cfg)) + "+-f+0+-C+" + EscapeUrl(category);
   } else {
     *page += PageFileLink(ctx, "c-", category);
   }
@@ -127,9 +127,8 @@ void SslSwitch(const Found& f, const PageContext& ctx, std::string* page) {
     config = name;
   }
   *page = f.markup.substr(0, start);
-  *page += "NOPARSE#" + ConfigValue(ctx.store_cfg, "SecureDomain", 65536) +
-           WithTrailingSlash(cgi) + CartProgramName(ctx.store_cfg) + "/" +
-           StoreDirSegment(ctx.store_cfg);
+  *page += "NOPARSE#" + ConfigValue(ctx.store_cfg, "SecureDomain", 65536) + WithTrailingSlash(cgi) +
+           CartProgramName(ctx.store_cfg) + "/" + StoreDirSegment(ctx.store_cfg);
   *page += WithoutLeadingSlash(f.markup.substr(target_start, target_end - target_start));
   *page += userprog ? "?U+" : "?L+";
   *page += config;

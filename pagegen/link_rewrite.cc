@@ -11,16 +11,16 @@
 namespace storegen {
 
 const HTMLTag HTMLTagTable[kHTMLTagCount] = {
-    {"<IMG", 4, 'I', "SRC"},     {"<A", 2, 'A', "HREF"},     {"<FORM", 5, 'F', "ACTION"},
+    {"<IMG", 4, 'I', "SRC"},         {"<A", 2, 'A', "HREF"},    {"<FORM", 5, 'F', "ACTION"},
     {"<BODY", 5, 'B', "BACKGROUND"}, {"<FRAME", 6, 'R', "SRC"}, {"<AREA", 5, 'M', "HREF"},
     {"<BASE", 5, 'S', "HREF"},
 };
 
 const LinkAction LinkActionTable[kLinkActionCount] = {
-    {"ADDTOCART#", 10, 'A'},    {"CLEARCART#", 10, 'C'}, {"GEOGRAPHY#", 10, 'G'},
-    {"USERGEN#", 8, 'R'},       {"USERPROG#", 9, 'U'},   {"IMAGEMAP#", 9, 'I'},
-    {"TAKEORDER#", 10, 'T'},    {"MAILFORM#", 9, 'S'},   {"ADDPRODUCT#", 11, 'P'},
-    {"CYBERCASH#", 10, 'Y'},    {"WALLET#", 7, 'Y'},     {"NOPARSE#", 8, 'N'},
+    {"ADDTOCART#", 10, 'A'},     {"CLEARCART#", 10, 'C'},   {"GEOGRAPHY#", 10, 'G'},
+    {"USERGEN#", 8, 'R'},        {"USERPROG#", 9, 'U'},     {"IMAGEMAP#", 9, 'I'},
+    {"TAKEORDER#", 10, 'T'},     {"MAILFORM#", 9, 'S'},     {"ADDPRODUCT#", 11, 'P'},
+    {"CYBERCASH#", 10, 'Y'},     {"WALLET#", 7, 'Y'},       {"NOPARSE#", 8, 'N'},
     {"PWAY_USERPROG#", 14, 'V'}, {"PWAY_WALLET#", 12, 'W'},
 };
 

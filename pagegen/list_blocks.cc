@@ -122,8 +122,7 @@ int32_t PageSize(std::string_view marker, const TemplateSet* set) {
   return kDefaultPageSize;
 }
 
-TemplateInput::ListResume* FindResume(TemplateInput* in, long offset,
-                                      const std::string& category) {
+TemplateInput::ListResume* FindResume(TemplateInput* in, long offset, const std::string& category) {
   for (TemplateInput::ListResume& r : in->resume) {
     if (r.offset == offset && r.category == category) return &r;
   }
@@ -176,8 +175,7 @@ int ProcessCatListBegin(TemplateInput* in, PageOutput* out, std::string_view mar
   block->page_template = CategoryTemplate(marker, ctx);
   // Category pages belong to static runs that write list pages; the
   // continuation pages of a paged page would only write them again.
-  const bool write_pages = !block->page_template.empty() &&
-                           (ctx.options & kGenDynamicLists) == 0 &&
+  const bool write_pages = !block->page_template.empty() && (ctx.options & kGenDynamicLists) == 0 &&
                            (PageGenState.dynamic & kDynSinglePage) == 0 && in->page_number == 0 &&
                            !g_writing_category_page;
 
@@ -289,10 +287,10 @@ void CreatePrevious(PageOutput* out, int32_t page_number, const char* image, con
 
 void CreateNext(PageOutput* out, int32_t page_number, const char* image, const PageContext& ctx,
                 std::string_view category, int32_t page_size) {
-  std::string target = (ctx.options & kGenDynamicLists)
-                           ? DynamicProdListHref(ctx.store_cfg, category,
-                                                 std::atoi(ctx.list_start) + page_size)
-                           : SeriesPage(out, ctx, page_number + 1);
+  std::string target =
+      (ctx.options & kGenDynamicLists)
+          ? DynamicProdListHref(ctx.store_cfg, category, std::atoi(ctx.list_start) + page_size)
+          : SeriesPage(out, ctx, page_number + 1);
   WritePagingLink(out, target, image, "&gt;&gt;", ctx);
 }
 

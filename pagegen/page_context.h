@@ -40,9 +40,9 @@ struct TemplateInput {
   struct ListResume {
     long offset = 0;
     std::string category;
-    int32_t page = 0;                 // the page this resumes
-    const SkuList* node = nullptr;    // the first entry of that page
-    int32_t index = 0;                // its position in the whole list, from 1
+    int32_t page = 0;               // the page this resumes
+    const SkuList* node = nullptr;  // the first entry of that page
+    int32_t index = 0;              // its position in the whole list, from 1
   };
   std::vector<ListResume> resume;
 };
