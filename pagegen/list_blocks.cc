@@ -142,6 +142,11 @@ void SaveResume(TemplateInput* in, long offset, const std::string& category, int
   r->index = index;
 }
 
+// Where the page's list starts; a negative start is the first position.
+int32_t ListStart(const PageContext& ctx) {
+  return std::max(0, std::atoi(ctx.list_start));
+}
+
 const char* ImageOrNull(const std::string& image) {
   return image.empty() ? nullptr : image.c_str();
 }
@@ -217,7 +222,7 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
   MarkerAttribute(marker, "Previous", &block->previous_image);
   MarkerAttribute(marker, "Next", &block->next_image);
   const int32_t size = PageSize(marker, ctx.set);
-  const int32_t start = std::max(0, std::atoi(ctx.list_start));
+  const int32_t start = ListStart(ctx);
   const int32_t page = in->page_number;
 
   // Where this page's entries begin: where the previous page stopped, or,
@@ -276,7 +281,7 @@ void CreatePrevious(PageOutput* out, int32_t page_number, const char* image, con
                     std::string_view category, int32_t page_size) {
   std::string target;
   if (ctx.options & kGenDynamicLists) {
-    target = DynamicProdListHref(ctx.store_cfg, category, std::atoi(ctx.list_start) - page_size);
+    target = DynamicProdListHref(ctx.store_cfg, category, ListStart(ctx) - page_size);
   } else if (page_number >= 1) {
     target = SeriesPage(out, ctx, page_number - 1);
   } else {
@@ -289,7 +294,7 @@ void CreateNext(PageOutput* out, int32_t page_number, const char* image, const P
                 std::string_view category, int32_t page_size) {
   std::string target =
       (ctx.options & kGenDynamicLists)
-          ? DynamicProdListHref(ctx.store_cfg, category, std::atoi(ctx.list_start) + page_size)
+          ? DynamicProdListHref(ctx.store_cfg, category, ListStart(ctx) + page_size)
           : SeriesPage(out, ctx, page_number + 1);
   WritePagingLink(out, target, image, "&gt;&gt;", ctx);
 }
