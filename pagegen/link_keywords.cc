@@ -208,6 +208,7 @@ constexpr struct {
 // Expands the first keyword of the list found in the markup into |page|.
 // False when none applies.
 bool Expand(std::string_view markup, const PageContext& ctx, PageOutput* out, std::string* page) {
+  if (FindNoCase(markup, "PG_") == std::string_view::npos) return false;  // most markup
   for (const auto& k : kKeywords) {
     std::size_t pos = FindNoCase(markup, k.text);
     if (pos == std::string_view::npos) continue;

@@ -265,7 +265,8 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
   }
   if (placed == 0 && Failed(SkipBlock(in, offset, ctx, &ProdList), &result)) return result;
 
-  if (start > 0 || page > 0)
+  // An unpaged list has no pages to link.
+  if (size > 0 && (start > 0 || page > 0))
     CreatePrevious(out, page, ImageOrNull(block->previous_image), ctx, block->category, size);
   if (more) {
     CreateNext(out, page, ImageOrNull(block->next_image), ctx, block->category, size);
