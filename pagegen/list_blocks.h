@@ -44,18 +44,18 @@ extern int32_t ProdList;
 int ProcessCatListBegin(TemplateInput* in, PageOutput* out, std::string_view marker, long offset,
                         const PageContext& ctx);
 
-// Products: one pass per product of ctx.sku_list with ctx.current category
+// Products: one pass per product of ctx.sku_list in the category ctx.category
 // (trailing blanks cut; any case) or every product without one; -11 when
 // filtering meets a product without "TILLBOXCATEGORY" (verbose: "Error
 // reading database\n"). Pages hold the template set's MaxProdPerPage
 // entries, else the marker's "MaxPerPage" when it has one (0: no paging),
 // else 10. The list starts at position ctx.list_start + 1; page n of a page
-// series passes over the entries of the pages before it. A page with earlier
-// pages gets a "Previous" link after its entries, a full page followed by a
-// further matching product a "Next" link (after "Previous"), and then asks
-// for the next page (in->next_page) unless list pages are served
-// dynamically. The marker's "Previous" and "Next" attributes name link
-// images.
+// series passes over the entries of the pages before it. On a paged list, a
+// page with earlier pages gets a "Previous" link after its entries, a full
+// page followed by a further matching product a "Next" link (after
+// "Previous"), and then asks for the next page (in->next_page) unless list
+// pages are served dynamically. The marker's "Previous" and "Next"
+// attributes name link images.
 int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view marker, long offset,
                          const PageContext& ctx);
 
