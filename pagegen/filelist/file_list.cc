@@ -24,6 +24,14 @@ void TrimTrailingSpace(char* s) {
   }
 }
 
+// The list last appended to and its last entry. Cleared whenever a list is
+// freed, so it never points into freed entries.
+struct TailCache {
+  FileList** list = nullptr;
+  FileList* tail = nullptr;
+};
+TailCache g_tail_cache;
+
 }  // namespace
 
 void FileListAdd(FileList** list, const char* text, int32_t code) {
@@ -32,10 +40,16 @@ void FileListAdd(FileList** list, const char* text, int32_t code) {
   if (entry == nullptr) return;
   entry->text = text != nullptr ? strdup(text) : nullptr;
   entry->code = code;
+  // A run appends tens of thousands of names: resume from the tail the last
+  // append to this list left, instead of walking the list every time.
   FileList** tail = list;
+  if (g_tail_cache.list == list && g_tail_cache.tail != nullptr && *list != nullptr) {
+    tail = &g_tail_cache.tail->next;
+  }
   while (*tail != nullptr)
     tail = &(*tail)->next;
   *tail = entry;
+  g_tail_cache = {list, entry};
 }
 
 void OutputFileList(const FileList* list) {
@@ -45,6 +59,7 @@ void OutputFileList(const FileList* list) {
 }
 
 void FreeFileList(FileList* list) {
+  g_tail_cache = {};  // the cached tail may belong to this list
   while (list != nullptr) {
     FileList* next = list->next;
     std::free(list->text);

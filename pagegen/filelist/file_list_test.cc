@@ -1,6 +1,7 @@
 #include "pagegen/filelist/file_list.h"
 
 #include <cstdio>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -25,6 +26,28 @@ TEST(FileList, KeepsOrderAndPrintsNameTabCode) {
   EXPECT_EQ(::testing::internal::GetCapturedStdout(),
             "a.html\t0\n%%CATEGORY.X%%\t-18\nb.html\t-7\n");
   FreeFileList(list);
+}
+
+TEST(FileList, AppendsInOrderAcrossListsAndAfterFree) {
+  FileList* a = nullptr;
+  FileList* b = nullptr;
+  FileListAdd(&a, "a1", 0);
+  FileListAdd(&b, "b1", 0);
+  FileListAdd(&a, "a2", 0);
+  FileListAdd(&a, "a3", 0);
+  FileListAdd(&b, "b2", 0);
+  FreeFileList(b);
+  b = nullptr;
+  FileListAdd(&b, "b3", 0);
+  FileListAdd(&a, "a4", 0);
+  std::string seen;
+  for (FileList* e = a; e != nullptr; e = e->next)
+    seen += std::string(e->text) + ",";
+  for (FileList* e = b; e != nullptr; e = e->next)
+    seen += std::string(e->text) + ",";
+  EXPECT_EQ(seen, "a1,a2,a3,a4,b3,");
+  FreeFileList(a);
+  FreeFileList(b);
 }
 
 TEST(FileList, WriteAppendsAndCreatesEvenWhenEmpty) {
