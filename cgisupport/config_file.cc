@@ -4,12 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "cgisupport/atomic_file.h"
@@ -20,6 +25,160 @@
 
 namespace storegen {
 namespace {
+
+// Lookups are answered from a copy of each file's values, kept while the
+// file is unchanged. Every lookup still stats the file, so an edit is seen
+// by the next lookup: a file whose device, inode, size, modification or
+// status-change time differ is read again. A file changed in the last
+// kRecentChangeSeconds may change again without its times moving (file
+// systems keep times to a clock tick, some to the second), so such a file is
+// read and its bytes compared on every lookup until its change is old
+// enough.
+constexpr std::time_t kRecentChangeSeconds = 2;
+// Larger files are scanned line by line on each lookup, as without a cache.
+constexpr off_t kMaxCachedSize = 1 << 20;
+// More distinct paths than this empty the cache (a run reads a handful).
+constexpr std::size_t kMaxCachedFiles = 64;
+
+struct FileIdentity {
+  dev_t dev = 0;
+  ino_t ino = 0;
+  off_t size = 0;
+  timespec mtime{};
+  timespec ctime{};
+
+  explicit FileIdentity(const struct stat& st)
+      : dev(st.st_dev), ino(st.st_ino), size(st.st_size), mtime(st.st_mtim), ctime(st.st_ctim) {}
+  FileIdentity() = default;
+  bool operator==(const FileIdentity& o) const {
+    return dev == o.dev && ino == o.ino && size == o.size && mtime.tv_sec == o.mtime.tv_sec &&
+           mtime.tv_nsec == o.mtime.tv_nsec && ctime.tv_sec == o.ctime.tv_sec &&
+           ctime.tv_nsec == o.ctime.tv_nsec;
+  }
+};
+
+struct CachedConfig {
+  FileIdentity identity;
+  bool settled = false;  // last change older than kRecentChangeSeconds when read
+  bool parsed = false;   // |values| belong to |content|
+  std::string content;   // the file's bytes while not settled
+  // ASCII-lower-case key -> value of the first line with that key and a value.
+  std::unordered_map<std::string, std::string> values;
+};
+
+// Paths are looked up without making a string of them first.
+struct PathHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view path) const {
+    return std::hash<std::string_view>()(path);
+  }
+};
+using ConfigCacheMap = std::unordered_map<std::string, CachedConfig, PathHash, std::equal_to<>>;
+
+ConfigCacheMap& ConfigCache() {
+  static auto* cache = new ConfigCacheMap();  // lives until the process ends
+  return *cache;
+}
+
+std::string FoldedKey(std::string_view key) {
+  std::string folded(key);
+  for (char& c : folded) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return folded;
+}
+
+// The values of |content| as a line-by-line scan finds them: the content is
+// cut into the lines the line reader takes (through a LF, or
+// kConfigLineSize - 1 bytes of a longer line), and for each key the first
+// line with a value wins.
+void ParseConfig(std::string_view content, CachedConfig* entry) {
+  entry->values.clear();
+  std::size_t pos = 0;
+  while (pos < content.size()) {
+    std::string_view piece =
+        content.substr(pos, std::min(content.size() - pos, std::size_t{kConfigLineSize - 1}));
+    if (std::size_t lf = piece.find('\n'); lf != std::string_view::npos)
+      piece = piece.substr(0, lf + 1);
+    pos += piece.size();
+    ConfigLineTokens tokens = SplitConfigLine(piece);
+    if (!tokens.value.empty()) entry->values.try_emplace(FoldedKey(tokens.key), tokens.value);
+  }
+  entry->parsed = true;
+}
+
+// Reads the whole regular file open as |fd| (|size| bytes by its fstat) into
+// |content|. False on a read error, or when the file's length no longer
+// matches |size|.
+bool ReadAll(int fd, off_t size, std::string* content) {
+  content->resize(static_cast<std::size_t>(size));
+  std::size_t done = 0;
+  while (done < content->size()) {
+    ssize_t n = read(fd, content->data() + done, content->size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<std::size_t>(n);
+  }
+  char extra;
+  return read(fd, &extra, 1) == 0;
+}
+
+bool ChangedRecently(const FileIdentity& id) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  std::time_t changed = std::max(id.mtime.tv_sec, id.ctime.tv_sec);
+  return changed + kRecentChangeSeconds >= now.tv_sec;
+}
+
+// |file|'s cache entry, brought up to date. Null when the file is not a
+// regular file of at most kMaxCachedSize bytes, or cannot be read whole: the
+// caller then scans it as it stands.
+const CachedConfig* CachedValues(const char* file) {
+  struct stat st;
+  if (stat(file, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxCachedSize) return nullptr;
+  auto& cache = ConfigCache();
+  auto it = cache.find(std::string_view(file));
+  if (it != cache.end() && it->second.settled && it->second.identity == FileIdentity(st))
+    return &it->second;
+
+  int fd = open(file, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  // The identity of what is read is taken from the open file itself.
+  std::string content;
+  bool ok = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size <= kMaxCachedSize &&
+            ReadAll(fd, st.st_size, &content);
+  close(fd);
+  if (!ok) return nullptr;
+
+  if (it == cache.end()) {
+    if (cache.size() >= kMaxCachedFiles) cache.clear();
+    it = cache.try_emplace(file).first;
+  }
+  CachedConfig& entry = it->second;
+  // A recently changed file read again with the same bytes keeps its values.
+  const bool same = !entry.settled && entry.parsed && content == entry.content;
+  entry.identity = FileIdentity(st);
+  entry.settled = !ChangedRecently(entry.identity);
+  if (!same) ParseConfig(content, &entry);
+  entry.content = entry.settled ? std::string() : std::move(content);
+  return &entry;
+}
+
+// Scans |file| line by line for |key|, as every lookup did before the cache:
+// for files the cache does not hold.
+int ScanForValue(const char* file, std::string_view key, std::string* value);
+
+// The value of |key| in |file|. Returns 1 (|value| set), 0 when no line has
+// a value, -1 when the file cannot be opened.
+int LookUpValue(const char* file, std::string_view key, std::string* value) {
+  if (const CachedConfig* entry = CachedValues(file)) {
+    auto found = entry->values.find(FoldedKey(key));
+    if (found == entry->values.end()) return 0;
+    *value = found->second;
+    return 1;
+  }
+  return ScanForValue(file, key, value);
+}
 
 struct FileCloser {
   void operator()(FILE* fp) const { std::fclose(fp); }
@@ -110,30 +269,54 @@ void ClearWrittenFlags(ConfigItemList* list) {
     it->written = 0;
 }
 
-}  // namespace
-
-int GetConfigItem(const char* file, const char* key, char* value_buf, int buf_size,
-                  int must_exist) {
-  if (file == nullptr || key == nullptr) return -1;
+int ScanForValue(const char* file, std::string_view key, std::string* value) {
   FilePtr fp(std::fopen(file, "r"));
   if (!fp) return -1;
   std::vector<char> line(kConfigLineSize);
   while (std::fgets(line.data(), kConfigLineSize, fp.get()) != nullptr) {
     ConfigLineTokens tokens = SplitConfigLine(line.data());
     if (tokens.value.empty() || !KeysEqual(key, tokens.key)) continue;
-    if (value_buf != nullptr && buf_size > 0) {
-      CopyTruncated(value_buf, static_cast<std::size_t>(buf_size), tokens.value);
-      value_buf[buf_size - 1] = '\0';
-    }
+    value->assign(tokens.value);
     return 1;
   }
-  return must_exist == 1 ? -2 : 0;
+  return 0;
+}
+
+}  // namespace
+
+int GetConfigItem(const char* file, const char* key, char* value_buf, int buf_size,
+                  int must_exist) {
+  if (file == nullptr || key == nullptr) return -1;
+  std::string value;
+  int rc = LookUpValue(file, key, &value);
+  if (rc < 0) return -1;
+  if (rc == 0) return must_exist == 1 ? -2 : 0;
+  if (value_buf != nullptr && buf_size > 0) {
+    CopyTruncated(value_buf, static_cast<std::size_t>(buf_size), value);
+    value_buf[buf_size - 1] = '\0';
+  }
+  return 1;
+}
+
+int GetConfigValue(const char* file, std::string_view key, std::string* value, int must_exist) {
+  if (file == nullptr || value == nullptr) return -1;
+  int rc = LookUpValue(file, key, value);
+  if (rc == 0 && must_exist == 1) return -2;
+  return rc;
+}
+
+void ForgetConfigFile(const char* file) {
+  if (file == nullptr) return;
+  auto& cache = ConfigCache();
+  if (auto it = cache.find(std::string_view(file)); it != cache.end()) cache.erase(it);
 }
 
 int BackupFile(const char* path, char* backup_name_out) {
   if (path == nullptr || !Exists(path)) return 0;
   std::string backup = BackupNameOf(path);
   std::remove(backup.c_str());
+  ForgetConfigFile(path);
+  ForgetConfigFile(backup.c_str());
   if (std::rename(path, backup.c_str()) != 0) return -1;
   if (backup_name_out != nullptr) CopyTruncated(backup_name_out, 256, backup);
   return 1;
@@ -152,6 +335,9 @@ int SetConfigItems(const char* file, ConfigItemList* list) {
     if (!old) return -1;
   }
 
+  // Whatever the outcome, the next lookup reads the file again.
+  ForgetConfigFile(file);
+  ForgetConfigFile(BackupNameOf(file).c_str());
   AtomicFile out;
   if (!out.Open(file)) return -2;
   bool ok = WriteRewrittenConfig(old.get(), out.fp(), list);

@@ -1,12 +1,21 @@
-// Key/value configuration files: "key<TAB>value" lines, read afresh per lookup.
+// Key/value configuration files: "key<TAB>value" lines.
 //
 // Line format shared by the store configuration, the template-set
 // configuration and the small files the page generators rewrite: tokens are
 // split at TAB, CR and LF (a blank belongs to keys and values), the first
 // token is the key (compared without regard to ASCII case), the second the
 // value; a line without a value defines nothing. There is no comment syntax.
+//
+// Every lookup sees the file as it is at that moment (an edit is seen by the
+// next lookup), but an unchanged file is not read again: lookups keep each
+// file's values while its device, inode, size and times stay the same, and
+// compare the bytes of a file changed within the last two seconds. Not
+// reentrant.
 #ifndef STOREGEN_CGISUPPORT_CONFIG_FILE_H_
 #define STOREGEN_CGISUPPORT_CONFIG_FILE_H_
+
+#include <string>
+#include <string_view>
 
 namespace storegen {
 
@@ -18,6 +27,16 @@ struct ConfigItemList;
 // has a value (-2 if |must_exist| is 1); -1 when the file cannot be opened.
 // On every result but 1, |value_buf| is left untouched.
 int GetConfigItem(const char* file, const char* key, char* value_buf, int buf_size, int must_exist);
+
+// GetConfigItem for callers that want the whole value: 1 and the value in
+// *value; 0 (or -2 when |must_exist| is 1) when no line has a value, and -1
+// when the file cannot be opened, *value being untouched on those.
+int GetConfigValue(const char* file, std::string_view key, std::string* value, int must_exist);
+
+// Drops what lookups keep of |file|, so that the next lookup reads it again.
+// The rewrites of this module call it; a writer of a configuration file by
+// other means may.
+void ForgetConfigFile(const char* file);
 
 // Moves |path| to its backup name (the extension of its last component
 // replaced by ".bak", or ".bak" appended), removing an older backup first.

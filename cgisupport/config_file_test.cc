@@ -2,8 +2,13 @@
 
 #include <sys/stat.h>
 
+#include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -79,12 +84,91 @@ TEST_F(ConfigFileTest, ValueIsCutToBufferAndTerminated) {
   EXPECT_EQ(buf[5], '#');
 }
 
-TEST_F(ConfigFileTest, EditIsSeenByNextLookup) {
-  std::string value;
-  Lookup("Key\tone\n", "Key", &value);
-  EXPECT_EQ(value, "one");
-  Lookup("Key\ttwo\n", "Key", &value);
-  EXPECT_EQ(value, "two");
+// Lines are taken as the line reader cuts them: a NUL byte ends a line's
+// text, and a line longer than the reader's buffer goes on as a line of its
+// own.
+TEST_F(ConfigFileTest, LinesAsTheLineReaderCutsThem) {
+  struct Case {
+    std::string content;
+    const char* key;
+    const char* value;
+  } cases[] = {
+      {std::string("Key\0x\tv\nKey\tw\n", 14), "Key", "w"},
+      {std::string("Other\tv\0Key\tz\n", 16), "Key", "dflt"},
+      {std::string(65535, 'x') + "Key\tsplit\n", "Key", "split"},
+      {std::string(65534, 'x') + "\tKey\tnext\n", "Key", "next"},
+  };
+  for (const auto& c : cases) {
+    std::string value;
+    Lookup(c.content, c.key, &value);
+    EXPECT_EQ(value, c.value) << c.content.substr(0, 20);
+  }
+}
+
+// Lookups keep the values of an unchanged file. Whatever changes the file
+// must be seen by the very next lookup: a file just written (whose times
+// may not move on a second write within the same clock tick) as well as one
+// whose last change is long past.
+TEST(ConfigFileCache, EveryChangeIsSeenByTheNextLookup) {
+  ScopedTempDir dir;
+  struct Case {
+    const char* name;
+    std::function<void(const std::string& path)> change;
+    int rc;
+    const char* value;
+  } cases[] = {
+      {"same size in place", [](const std::string& p) { WriteFile(p, "Key\ttwo\n"); }, 1, "two"},
+      {"renamed over",
+       [](const std::string& p) {
+         WriteFile(p + ".new", "Key\tsix\n");
+         ASSERT_EQ(std::rename((p + ".new").c_str(), p.c_str()), 0);
+       },
+       1, "six"},
+      {"own rewrite",
+       [](const std::string& p) {
+         ConfigItemList* list = CIL_CreateList();
+         CIL_AddItem(list, "Key", "ten");
+         EXPECT_EQ(SetConfigItems(p.c_str(), list), 0);
+         CIL_FreeList(list);
+       },
+       1, "ten"},
+      {"removed", [](const std::string& p) { std::remove(p.c_str()); }, -1, "dflt"},
+  };
+  auto lookup = [](const std::string& path, std::string* value) {
+    char buf[16] = "dflt";
+    int rc = GetConfigItem(path.c_str(), "Key", buf, sizeof buf, 0);
+    *value = buf;
+    return rc;
+  };
+  for (bool settled : {false, true}) {
+    for (std::size_t i = 0; i < std::size(cases); ++i)
+      WriteFile(dir.Path(std::to_string(i) + ".cfg"), "Key\tone\n");
+    // Long enough for the files' last change to be past any clock tick.
+    if (settled) std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+      const Case& c = cases[i];
+      std::string path = dir.Path(std::to_string(i) + ".cfg"), value;
+      ASSERT_EQ(lookup(path, &value), 1);
+      ASSERT_EQ(lookup(path, &value), 1);
+      EXPECT_EQ(value, "one");
+      c.change(path);
+      EXPECT_EQ(lookup(path, &value), c.rc) << c.name << (settled ? ", settled" : "");
+      EXPECT_EQ(value, c.value) << c.name << (settled ? ", settled" : "");
+    }
+  }
+}
+
+// The same path names another file once the current directory changes.
+TEST(ConfigFileCache, RelativePathFollowsTheCurrentDirectory) {
+  ScopedTempDir a(true);
+  WriteFile("store.cfg", "Key\ta\n");
+  char buf[8] = "";
+  EXPECT_EQ(GetConfigItem("store.cfg", "Key", buf, sizeof buf, 0), 1);
+  EXPECT_STREQ(buf, "a");
+  ScopedTempDir b(true);
+  WriteFile("store.cfg", "Key\tb\n");
+  EXPECT_EQ(GetConfigItem("store.cfg", "Key", buf, sizeof buf, 0), 1);
+  EXPECT_STREQ(buf, "b");
 }
 
 TEST(BackupFile, NamesAndMoves) {
