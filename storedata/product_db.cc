@@ -1,7 +1,12 @@
 #include "storedata/product_db.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -88,6 +93,118 @@ PAPI_Pair* TakeRecord(ProductInfo* info) {
   record[info->count] = PAPI_Pair{nullptr, nullptr};
   FreeProductInfo(info, 0);
   return record;
+}
+
+// Single lookups read the file in large blocks and look at each line's
+// first field only, instead of reading it line by line through the stream.
+constexpr std::size_t kScanBlockSize = 256 * 1024;
+
+// The lines of a file as a stream with a line buffer of |piece_max| + 1
+// bytes reads them: through a LF, or |piece_max| bytes of a longer line, each
+// piece being a line of its own. Reads from the file descriptor at a given
+// offset and leaves the stream alone.
+class LineScanner {
+ public:
+  LineScanner(int fd, off_t start, std::size_t piece_max)
+      : fd_(fd), base_(start), piece_max_(piece_max), buf_(Buffer()) {}
+
+  // The next piece, valid until the next call; false at the end of the file
+  // (or on a read error, where the stream would stop as well).
+  bool Next(std::string_view* piece) {
+    if (end_ - begin_ < piece_max_ && !eof_) Fill();
+    std::size_t available = std::min(end_ - begin_, piece_max_);
+    if (available == 0) return false;
+    const char* start = buf_.data() + begin_;
+    const void* lf = std::memchr(start, '\n', available);
+    std::size_t length = lf != nullptr ? static_cast<const char*>(lf) - start + 1 : available;
+    *piece = std::string_view(start, length);
+    piece_offset_ = base_ + static_cast<off_t>(begin_);
+    begin_ += length;
+    return true;
+  }
+  // File offset of the last piece returned, and just behind it.
+  off_t piece_offset() const { return piece_offset_; }
+  off_t position() const { return base_ + static_cast<off_t>(begin_); }
+
+ private:
+  // One block buffer for the process: lookups come one at a time.
+  static std::vector<char>& Buffer() {
+    static auto* buffer = new std::vector<char>(kScanBlockSize);
+    return *buffer;
+  }
+  void Fill() {
+    std::memmove(buf_.data(), buf_.data() + begin_, end_ - begin_);
+    base_ += static_cast<off_t>(begin_);
+    end_ -= begin_;
+    begin_ = 0;
+    while (end_ < buf_.size()) {
+      ssize_t n = pread(fd_, buf_.data() + end_, buf_.size() - end_, base_ + end_);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) {
+        eof_ = true;
+        return;
+      }
+      end_ += static_cast<std::size_t>(n);
+    }
+  }
+
+  int fd_;
+  off_t base_;  // file offset of buf_[0]
+  std::size_t piece_max_;
+  std::vector<char>& buf_;
+  std::size_t begin_ = 0;  // next piece
+  std::size_t end_ = 0;    // end of the data read
+  bool eof_ = false;
+  off_t piece_offset_ = 0;
+};
+
+// ASCII case folding as my_stricmp does it, by table.
+const std::array<unsigned char, 256>& FoldTable() {
+  static const std::array<unsigned char, 256> table = [] {
+    std::array<unsigned char, 256> t{};
+    for (int c = 0; c < 256; ++c)
+      t[c] = static_cast<unsigned char>(std::tolower(c));
+    return t;
+  }();
+  return table;
+}
+
+// True when the first field of |line| (up to TAB, CR, LF or NUL) equals
+// |sku| without regard to case. |sku| holds none of those bytes.
+bool FirstFieldIs(std::string_view line, std::string_view sku) {
+  if (line.size() < sku.size()) return false;
+  const auto& fold = FoldTable();
+  for (std::size_t i = 0; i < sku.size(); ++i) {
+    if (fold[static_cast<unsigned char>(line[i])] != fold[static_cast<unsigned char>(sku[i])])
+      return false;
+  }
+  if (line.size() == sku.size()) return true;
+  char after = line[sku.size()];
+  return after == '\t' || after == '\r' || after == '\n' || after == '\0';
+}
+
+// GetSKULine reading through the stream, for files that are not regular.
+int GetSKULineByStream(char* buf, int size, FILE* fp, const char* sku) {
+  while (std::fgets(buf, size, fp) != nullptr) {
+    std::string first(buf, std::strcspn(buf, psz_Tab));
+    if (my_stricmp(first.c_str(), sku) == 0) {
+      TrimEnd(buf);
+      return 1;
+    }
+  }
+  return 0;
+}
+
+// Copies the piece of |length| bytes at |offset| into |buf| and terminates it.
+void ReadPiece(int fd, off_t offset, std::size_t length, char* buf) {
+  std::size_t done = 0;
+  while (done < length) {
+    ssize_t n = pread(fd, buf + done, length - done, offset + static_cast<off_t>(done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    done += static_cast<std::size_t>(n);
+  }
+  buf[done] = '\0';
 }
 
 }  // namespace
@@ -208,13 +325,36 @@ int GetNameLine(char* buf, int size, FILE* fp) {
 int GetSKULine(char* buf, int size, FILE* fp, const char* sku) {
   if (buf == nullptr || fp == nullptr || sku == nullptr || size < 2) return 0;
   if (size > kProductLineSize) size = kProductLineSize;
-  while (std::fgets(buf, size, fp) != nullptr) {
-    std::string first(buf, std::strcspn(buf, psz_Tab));
-    if (my_stricmp(first.c_str(), sku) == 0) {
+  const int fd = fileno(fp);
+  const long start = std::ftell(fp);
+  struct stat st;
+  if (fd < 0 || start < 0 || fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))
+    return GetSKULineByStream(buf, size, fp, sku);
+
+  // The lines are read straight from the file; the stream is then put where
+  // reading them through it would have left it.
+  const std::string_view key(sku);
+  const bool can_match = key.find_first_of(psz_Tab) == std::string_view::npos;
+  LineScanner lines(fd, start, static_cast<std::size_t>(size) - 1);
+  std::string_view line;
+  bool any = false;
+  off_t last_offset = 0;
+  std::size_t last_length = 0;
+  while (lines.Next(&line)) {
+    any = true;
+    if (can_match && FirstFieldIs(line, key)) {
+      std::memcpy(buf, line.data(), line.size());
+      buf[line.size()] = '\0';
       TrimEnd(buf);
+      std::fseek(fp, lines.position(), SEEK_SET);
       return 1;
     }
+    last_offset = lines.piece_offset();
+    last_length = line.size();
   }
+  // As after reading to the end: |buf| holds the last line read.
+  if (any) ReadPiece(fd, last_offset, last_length, buf);
+  std::fseek(fp, lines.position(), SEEK_SET);
   return 0;
 }
 

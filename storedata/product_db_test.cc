@@ -1,5 +1,7 @@
 #include "storedata/product_db.h"
 
+#include <cstdio>
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -127,6 +129,76 @@ TEST(ProductDb, FieldRoutines) {
   EXPECT_EQ(GetAttribCount(nullptr), -1);
   EXPECT_EQ(GetAttribCount(names.data()), 99);
   EXPECT_EQ(GetAttribCount(names.data() + 148), 2);
+}
+
+// Single lookups read the file in blocks instead of line by line through the
+// stream. They must find what the line reader finds (lines cut into 2047-byte
+// pieces, a NUL ending a line's text, case ignored, the first match winning),
+// leave the same last line in the buffer after a miss, and leave the stream
+// where the line reader would have, across block boundaries too.
+TEST(ProductDb, SkuLineAsTheLineReaderFindsIt) {
+  struct Found {
+    int rc;
+    std::string buf;
+    long position;
+    bool operator==(const Found&) const = default;
+  };
+  auto by_stream = [](FILE* fp, const char* sku) {
+    char buf[kProductLineSize] = "unset";
+    int rc = 0;
+    while (std::fgets(buf, sizeof buf, fp) != nullptr) {
+      std::string first(buf, std::strcspn(buf, psz_Tab));
+      if (my_stricmp(first.c_str(), sku) == 0) {
+        TrimEnd(buf);
+        rc = 1;
+        break;
+      }
+    }
+    return Found{rc, buf, std::ftell(fp)};
+  };
+  auto by_lookup = [](FILE* fp, const char* sku) {
+    char buf[kProductLineSize] = "unset";
+    int rc = GetSKULine(buf, sizeof buf, fp, sku);
+    return Found{rc, buf, std::ftell(fp)};
+  };
+
+  std::string many;
+  for (int i = 0; i < 6000; ++i)
+    many += "P" + std::to_string(i) + "\t" + std::string(60, 'v') + "\n";
+  const std::string piece(2047, 'x');
+  struct Case {
+    std::string content;
+    std::vector<std::string> skus;
+  } cases[] = {
+      {"SKU\tN\nA1\tx\nA10\ty\na1\tz\n", {"A1", "a10", "A", "B", "A1\t", ""}},
+      {"SKU\r\nA1\tx\r\nB2\r\n\r\nC3", {"b2", "C3", "c", ""}},
+      {std::string("SKU\nA1\0X\tv\nA1X\tw\n", 20), {"A1", "A1X", "X"}},
+      {"SKU\n" + piece + "A1\tcontinued\n" + piece.substr(1) + "\tB2\n", {"A1", "B2", "x"}},
+      {"SKU\n" + many + "LAST\tend", {"P0", "P5999", "last", "P6000"}},
+      {"SKU\n" + std::string(300000, 'y') + "\nZ9\tz\n", {"Z9", std::string(2047, 'y')}},
+  };
+  ScopedTempDir dir;
+  std::string path = dir.Path("products.txt");
+  for (const auto& c : cases) {
+    WriteFile(path, c.content);
+    for (const std::string& key : c.skus) {
+      const char* sku = key.c_str();
+      Found want, got;
+      for (bool stream : {true, false}) {
+        FILE* fp = std::fopen(path.c_str(), "r");
+        ASSERT_NE(fp, nullptr);
+        char name[kProductLineSize];
+        ASSERT_EQ(GetNameLine(name, sizeof name, fp), 1);
+        (stream ? want : got) = stream ? by_stream(fp, sku) : by_lookup(fp, sku);
+        // The stream goes on from there as it would have.
+        char next[16] = "";
+        std::fgets(next, sizeof next, fp);
+        (stream ? want : got).buf += std::string("|") + next;
+        std::fclose(fp);
+      }
+      EXPECT_EQ(got, want) << "sku " << key.substr(0, 12) << " in " << c.content.substr(0, 24);
+    }
+  }
 }
 
 }  // namespace
