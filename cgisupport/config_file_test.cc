@@ -18,6 +18,8 @@
 namespace storegen {
 namespace {
 
+using namespace std::string_literals;
+
 using testing::ExitStatusOf;
 using testing::FileExists;
 using testing::ReadFile;
@@ -93,8 +95,8 @@ TEST_F(ConfigFileTest, LinesAsTheLineReaderCutsThem) {
     const char* key;
     const char* value;
   } cases[] = {
-      {std::string("Key\0x\tv\nKey\tw\n", 14), "Key", "w"},
-      {std::string("Other\tv\0Key\tz\n", 16), "Key", "dflt"},
+      {"Key\0x\tv\nKey\tw\n"s, "Key", "w"},
+      {"Other\tv\0Key\tz\n"s, "Key", "dflt"},
       {std::string(65535, 'x') + "Key\tsplit\n", "Key", "split"},
       {std::string(65534, 'x') + "\tKey\tnext\n", "Key", "next"},
   };

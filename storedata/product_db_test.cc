@@ -13,6 +13,8 @@
 namespace storegen {
 namespace {
 
+using namespace std::string_literals;
+
 using testing::ScopedTempDir;
 using testing::WriteFile;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
@@ -172,7 +174,7 @@ TEST(ProductDb, SkuLineAsTheLineReaderFindsIt) {
   } cases[] = {
       {"SKU\tN\nA1\tx\nA10\ty\na1\tz\n", {"A1", "a10", "A", "B", "A1\t", ""}},
       {"SKU\r\nA1\tx\r\nB2\r\n\r\nC3", {"b2", "C3", "c", ""}},
-      {std::string("SKU\nA1\0X\tv\nA1X\tw\n", 20), {"A1", "A1X", "X"}},
+      {"SKU\nA1\0X\tv\nA1X\tw\n"s, {"A1", "A1X", "X"}},
       {"SKU\n" + piece + "A1\tcontinued\n" + piece.substr(1) + "\tB2\n", {"A1", "B2", "x"}},
       {"SKU\n" + many + "LAST\tend", {"P0", "P5999", "last", "P6000"}},
       {"SKU\n" + std::string(300000, 'y') + "\nZ9\tz\n", {"Z9", std::string(2047, 'y')}},
