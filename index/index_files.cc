@@ -35,6 +35,29 @@ std::string WaisTempName() {
   return std::string(name.substr(0, name.find('.'))) + ".TMP";
 }
 
+// Calls visit(key, tokens) for each setting line of the WAIS template: its
+// comment lines are passed over, the key is the first word with its trailing
+// separator removed, and tokens stands after it. Prints `missing` and
+// returns false when the template cannot be opened.
+template <typename Visit>
+bool ForEachTemplateSetting(int missing, Visit visit) {
+  FilePtr in(std::fopen(lpWaisCfg, "r"));
+  if (!in) {
+    PrintMessage(missing);
+    return false;
+  }
+  std::string raw;
+  while (ReadIndexLine(in.get(), &raw)) {
+    std::string_view line = StripLineEnd(raw);
+    if (line.starts_with('#')) continue;
+    LineTokenizer tokens(line);
+    std::string_view key;
+    if (!tokens.Next(lpTS, &key)) continue;
+    visit(TrimEndView(key), tokens);
+  }
+  return true;
+}
+
 }  // namespace
 
 int GetRootDir(const char* root_arg) {
@@ -45,34 +68,23 @@ int GetRootDir(const char* root_arg) {
   st.gszMasterTemp[0] = '\0';
   CopyTruncated(st.gszCgiBin, "cgi-bin");
 
-  FilePtr in(std::fopen(lpWaisCfg, "r"));
-  if (!in) {
-    PrintMessage(kMsgNoWaisTemplate);
-    return 0;
-  }
-  std::string raw;
-  while (ReadIndexLine(in.get(), &raw)) {
-    std::string_view line = StripLineEnd(raw);
-    if (line.starts_with('#')) continue;
-    LineTokenizer tokens(line);
-    std::string_view key;
-    if (!tokens.Next(lpTS, &key)) continue;
-    key = TrimEndView(key);
-    std::string_view value;
-    if (KeysEqual(key, lpSourceRules)) {
-      // Source rules are in use when a quoted argument follows.
-      std::string_view quoted;
-      if (tokens.Next("\"", &value) && tokens.Next("\"", &quoted)) {
-        CopyTruncated(st.gszRootDir, root_arg != nullptr ? root_arg : "");
-        CopyTruncated(st.gszWaisDir, lpWaisDir);
-        CopyTruncated(st.gszMasterList, std::string(st.gszWaisDir) + lpMasterList);
-        CopyTruncated(st.gszMasterTemp, std::string(st.gszWaisDir) + lpMasterTemp);
-      }
-    } else if (KeysEqual(key, lpCgiBin)) {
-      if (tokens.Next("\t", &value)) CopyTruncated(st.gszCgiBin, TrimEndView(value));
-    }
-  }
-  return 1;
+  bool read =
+      ForEachTemplateSetting(kMsgNoWaisTemplate, [&](std::string_view key, LineTokenizer& tokens) {
+        std::string_view value;
+        if (KeysEqual(key, lpSourceRules)) {
+          // Source rules are in use when a quoted argument follows.
+          std::string_view quoted;
+          if (tokens.Next("\"", &value) && tokens.Next("\"", &quoted)) {
+            CopyTruncated(st.gszRootDir, root_arg != nullptr ? root_arg : "");
+            CopyTruncated(st.gszWaisDir, lpWaisDir);
+            CopyTruncated(st.gszMasterList, std::string(st.gszWaisDir) + lpMasterList);
+            CopyTruncated(st.gszMasterTemp, std::string(st.gszWaisDir) + lpMasterTemp);
+          }
+        } else if (KeysEqual(key, lpCgiBin)) {
+          if (tokens.Next("\t", &value)) CopyTruncated(st.gszCgiBin, TrimEndView(value));
+        }
+      });
+  return read ? 1 : 0;
 }
 
 int GetIndexWhat(IndexField& what, IndexField& default_url, IndexField& home_page,
@@ -84,23 +96,11 @@ int GetIndexWhat(IndexField& what, IndexField& default_url, IndexField& home_pag
   home_page[0] = '\0';
   index_page[0] = '\0';
 
-  FilePtr in(std::fopen(lpWaisCfg, "r"));
-  if (!in) {
-    PrintMessage(kMsgNoCfg);
-    return 0;
-  }
-  std::string raw;
-  while (ReadIndexLine(in.get(), &raw)) {
-    std::string_view line = StripLineEnd(raw);
-    if (line.starts_with('#')) continue;
-    LineTokenizer tokens(line);
-    std::string_view key;
-    if (!tokens.Next(lpTS, &key)) continue;
-    key = TrimEndView(key);
+  bool read = ForEachTemplateSetting(kMsgNoCfg, [&](std::string_view key, LineTokenizer& tokens) {
     std::string_view value;
     if (KeysEqual(key, lpExeExtension)) {
       CopyTruncated(st.szExeExtension, NextValue(tokens, &value) ? value : "");
-      continue;
+      return;
     }
     IndexField* target = KeysEqual(key, lpIndexWhat)    ? &what
                          : KeysEqual(key, lpDefaultURL) ? &default_url
@@ -108,8 +108,8 @@ int GetIndexWhat(IndexField& what, IndexField& default_url, IndexField& home_pag
                          : KeysEqual(key, lpIndexPage)  ? &index_page
                                                         : nullptr;
     if (target != nullptr && NextValue(tokens, &value)) CopyTruncated(*target, value);
-  }
-  return 1;
+  });
+  return read ? 1 : 0;
 }
 
 int CreateWaisCfg(const char* wcf_path, const char* wcf_name, const char* out_dir,
