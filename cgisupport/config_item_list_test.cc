@@ -10,22 +10,24 @@
 namespace storegen {
 namespace {
 
-using testing::ScopedTempDir;
-using testing::WriteFile;
-
 // Names of the list in order, joined by ",".
 std::string Names(const ConfigItemList* list) {
   std::string out;
-  for (const ConfigItem* it = list->first; it != nullptr; it = it->next) {
-    if (!out.empty()) out += ",";
-    out += it->name != nullptr ? it->name : "(null)";
-  }
+  for (const ConfigItem* it = list->first; it != nullptr; it = it->next)
+    out += std::string(out.empty() ? "" : ",") + (it->name != nullptr ? it->name : "(null)");
   return out;
 }
 
+std::string Stdout(void (*fn)(), int times) {
+  ::testing::internal::CaptureStdout();
+  for (int i = 0; i < times; ++i)
+    fn();
+  return ::testing::internal::GetCapturedStdout();
+}
+
 TEST(ConfigItemList, FromFileKeepsPairsInOrderWithDuplicates) {
-  ScopedTempDir dir;
-  WriteFile(dir.Path("set.cfg"), "SitePage\ta\r\nnovalue\n\nSitePage\tb\nKey Value\n");
+  testing::ScopedTempDir dir;
+  testing::WriteFile(dir.Path("set.cfg"), "SitePage\ta\r\nnovalue\n\nSitePage\tb\nKey Value\n");
   ConfigItemList* list = CIL_CreateListFromFile(dir.Path("set.cfg").c_str());
   ASSERT_NE(list, nullptr);
   EXPECT_EQ(Names(list), "SitePage,SitePage");
@@ -33,9 +35,8 @@ TEST(ConfigItemList, FromFileKeepsPairsInOrderWithDuplicates) {
   CIL_FreeList(list);
 }
 
-TEST(ConfigItemList, GetAndSetIgnoreCase) {
+TEST(ConfigItemList, GetAndSetIgnoreCaseAndCutToTheBuffer) {
   ConfigItemList* list = CIL_CreateList();
-  EXPECT_TRUE(CIL_IsListEmpty(list));
   CIL_AddItem(list, "Color", "red");
   CIL_AddItem(list, "Empty", nullptr);
   EXPECT_EQ(CIL_SetItem(list, "COLOR", "blue"), 1);
@@ -52,7 +53,6 @@ TEST(ConfigItemList, GetAndSetIgnoreCase) {
   EXPECT_EQ(CIL_GetItem(list, "none", buf, sizeof buf, 0), 0);
   EXPECT_STREQ(buf, "xx");
   EXPECT_EQ(CIL_GetItem(nullptr, "none", buf, sizeof buf, 0), -1);
-
   char* value = nullptr;
   EXPECT_EQ(CIL_GetItemValueP(list, "missing", &value, 0), 0);
   EXPECT_STREQ(value, "");
@@ -68,7 +68,6 @@ TEST(ConfigItemList, AddAtStartLeavesTheTailLinkAlone) {
   CIL_AddItem(list, "c", "3");
   EXPECT_EQ(Names(list), "a,b,c");
   CIL_FreeList(list);
-
   // On a list that is empty at that moment, the next append replaces it.
   list = CIL_CreateList();
   CIL_AddItemAtStart(list, "lost", "1");
@@ -102,22 +101,12 @@ TEST(ConfigItemList, NestedWalksWithPushAndPop) {
 }
 
 TEST(ConfigItemList, CursorStackReportsOverflowAndUnderflow) {
-  ::testing::internal::CaptureStdout();
-  for (int i = 0; i < 9; ++i)
-    CIL_PushGetNextNVP();
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
-  ::testing::internal::CaptureStdout();
-  CIL_PushGetNextNVP();  // the tenth fills the last slot and reports
-  CIL_PushGetNextNVP();  // beyond the stack: reported, not stored
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+  EXPECT_EQ(Stdout(CIL_PushGetNextNVP, 9), "");
+  // The tenth fills the last slot and reports; the eleventh is not stored.
+  EXPECT_EQ(Stdout(CIL_PushGetNextNVP, 2),
             "CIL_Next:Stack exceeded - 10CIL_Next:Stack exceeded - 10");
-  ::testing::internal::CaptureStdout();
-  for (int i = 0; i < 11; ++i)
-    CIL_PopGetNextNVP();
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
-  ::testing::internal::CaptureStdout();
-  CIL_PopGetNextNVP();
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "CIL_Next:Stack empty");
+  EXPECT_EQ(Stdout(CIL_PopGetNextNVP, 11), "");
+  EXPECT_EQ(Stdout(CIL_PopGetNextNVP, 1), "CIL_Next:Stack empty");
 }
 
 }  // namespace

@@ -15,64 +15,32 @@ namespace storegen {
 namespace {
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
-using EnvVars = std::map<std::string, const char*>;
 
-// Sets (or, for null, unsets) CGI variables and restores them afterwards.
-class ScopedEnv {
- public:
-  explicit ScopedEnv(const EnvVars& vars) {
-    for (const auto& [name, value] : vars) {
-      const char* old = std::getenv(name.c_str());
-      saved_.emplace_back(name, old == nullptr ? nullptr : std::make_unique<std::string>(old));
-      if (value == nullptr) {
-        unsetenv(name.c_str());
-      } else {
-        setenv(name.c_str(), value, 1);
-      }
-    }
-  }
-  ~ScopedEnv() {
-    for (const auto& [name, old] : saved_) {
-      if (old == nullptr) {
-        unsetenv(name.c_str());
-      } else {
-        setenv(name.c_str(), old->c_str(), 1);
-      }
-    }
-  }
-
- private:
-  std::vector<std::pair<std::string, std::unique_ptr<std::string>>> saved_;
-};
-
-Pairs ToPairs(const FormEntry* entries, int count) {
-  Pairs out;
-  for (int i = 0; i < count; ++i)
-    out.emplace_back(entries[i].name, entries[i].value);
-  return out;
+// Sets (or, for null, unsets) CGI variables; every test sets those it reads.
+void SetEnv(const std::map<std::string, const char*>& vars) {
+  for (const auto& [name, value] : vars)
+    value == nullptr ? unsetenv(name.c_str()) : setenv(name.c_str(), value, 1);
 }
 
 class FormDecodeTest : public ::testing::Test {
  protected:
   // Makes |body| the process's standard input.
   void FeedStdin(const std::string& body) {
-    std::string path = dir_.Path("body");
-    testing::WriteFile(path, body);
-    ASSERT_NE(std::freopen(path.c_str(), "r", stdin), nullptr);
+    testing::WriteFile(dir_.Path("body"), body);
+    ASSERT_NE(std::freopen(dir_.Path("body").c_str(), "r", stdin), nullptr);
   }
-  // Runs GetFormEntries on |body| as a well-formed POST with |length|.
-  int Post(const std::string& body, const char* length, int max) {
-    ScopedEnv env({{"REQUEST_METHOD", "POST"},
-                   {"CONTENT_TYPE", "application/x-www-form-urlencoded"},
-                   {"CONTENT_LENGTH", length}});
-    FeedStdin(body);
-    return GetFormEntries(entries_, max);
+  // The first |count| entries, which are then freed.
+  Pairs Take(int count) {
+    Pairs out;
+    for (int i = 0; i < count; ++i)
+      out.emplace_back(entries_[i].name, entries_[i].value);
+    FreeFormEntries(entries_, count);
+    return out;
   }
-  void TearDown() override { FreeFormEntries(entries_, count_); }
+  void TearDown() override { FreeFormEntries(entries_, 8); }
 
   testing::ScopedTempDir dir_;
-  FormEntry entries_[8] = {};
-  int count_ = 8;  // entries are zeroed, so freeing all of them is safe
+  FormEntry entries_[8] = {};  // zeroed, so freeing all of them is safe
 };
 
 TEST_F(FormDecodeTest, PostRequestIsCheckedExactly) {
@@ -90,37 +58,36 @@ TEST_F(FormDecodeTest, PostRequestIsCheckedExactly) {
       {"POST", kForm, "3", 1},
   };
   for (const auto& c : cases) {
-    ScopedEnv env(
-        {{"REQUEST_METHOD", c.method}, {"CONTENT_TYPE", c.type}, {"CONTENT_LENGTH", c.length}});
+    SetEnv({{"REQUEST_METHOD", c.method}, {"CONTENT_TYPE", c.type}, {"CONTENT_LENGTH", c.length}});
     FeedStdin("a=1");
     int n = GetFormEntries(entries_, 8);
     EXPECT_EQ(n, c.result) << (c.method ? c.method : "-") << " " << (c.type ? c.type : "-");
-    FreeFormEntries(entries_, n > 0 ? n : 0);
+    Take(n > 0 ? n : 0);
   }
 }
 
-TEST_F(FormDecodeTest, PostBodyDecodesBeforeSplitting) {
-  EXPECT_EQ(Post("a=1&b=x+y%21&c%3Dd=e", "20", 8), 3);
-  EXPECT_EQ(ToPairs(entries_, 3), (Pairs{{"a", "1"}, {"b", "x y!"}, {"c", "d=e"}}));
-}
-
-TEST_F(FormDecodeTest, PostReadsNoMoreThanContentLength) {
-  EXPECT_EQ(Post("a=1&b=2", "3", 8), 1);
-  EXPECT_EQ(ToPairs(entries_, 1), (Pairs{{"a", "1"}}));
-}
-
-TEST_F(FormDecodeTest, PostRefusesMoreFieldsThanTheTableHolds) {
-  EXPECT_EQ(Post("a=1&b=2&c=3", "11", 2), -4);
-  EXPECT_EQ(ToPairs(entries_, 2), (Pairs{{"a", "1"}, {"b", "2"}}));
-  FreeFormEntries(entries_, 2);
-  EXPECT_EQ(Post("a=1&b=2", "7", 2), 2);  // exactly full is fine
-}
-
-TEST_F(FormDecodeTest, PostKeepsLongFieldsWhole) {
-  std::string value(5000, 'v');
-  std::string body = "k=" + value;
-  EXPECT_EQ(Post(body, std::to_string(body.size()).c_str(), 8), 1);
-  EXPECT_EQ(entries_[0].value, value);
+TEST_F(FormDecodeTest, PostBody) {
+  const std::string long_value(5000, 'v');
+  struct {
+    std::string body;
+    int length, max, result;
+    Pairs pairs;
+  } cases[] = {
+      {"a=1&b=x+y%21&c%3Dd=e", 20, 8, 3, {{"a", "1"}, {"b", "x y!"}, {"c", "d=e"}}},
+      {"a=1&b=2", 3, 8, 1, {{"a", "1"}}},                    // no more than CONTENT_LENGTH is read
+      {"a=1&b=2&c=3", 11, 2, -4, {{"a", "1"}, {"b", "2"}}},  // more fields than the table
+      {"a=1&b=2", 7, 2, 2, {{"a", "1"}, {"b", "2"}}},        // exactly full is fine
+      {"k=" + long_value, 5002, 8, 1, {{"k", long_value}}},
+  };
+  for (const auto& c : cases) {
+    const std::string length = std::to_string(c.length);
+    SetEnv({{"REQUEST_METHOD", "POST"},
+            {"CONTENT_TYPE", "application/x-www-form-urlencoded"},
+            {"CONTENT_LENGTH", length.c_str()}});
+    FeedStdin(c.body);
+    EXPECT_EQ(GetFormEntries(entries_, c.max), c.result) << c.body.substr(0, 20);
+    EXPECT_EQ(Take(static_cast<int>(c.pairs.size())), c.pairs) << c.body.substr(0, 20);
+  }
 }
 
 TEST_F(FormDecodeTest, QueryString) {
@@ -140,18 +107,15 @@ TEST_F(FormDecodeTest, QueryString) {
       {"a=1&b=2", 2, -2, {{"a", "1"}}},
       {"a=1&b=2", 1, -2, {}},
       {"", 8, 0, {}},
+      {nullptr, 8, 0, {}},
       {long_query.c_str(), 8, 1, {{long_name, long_value}}},
   };
   for (const auto& c : cases) {
-    ScopedEnv env(EnvVars{{"QUERY_STRING", c.query}});
-    int n = GetEncodedEntries(entries_, c.max);
-    EXPECT_EQ(n, c.result) << c.query;
-    int stored = static_cast<int>(c.pairs.size());
-    EXPECT_EQ(ToPairs(entries_, stored), c.pairs) << c.query;
-    FreeFormEntries(entries_, stored);
+    SetEnv({{"QUERY_STRING", c.query}});
+    const char* label = c.query ? c.query : "(unset)";
+    EXPECT_EQ(GetEncodedEntries(entries_, c.max), c.result) << label;
+    EXPECT_EQ(Take(static_cast<int>(c.pairs.size())), c.pairs) << label;
   }
-  ScopedEnv unset(EnvVars{{"QUERY_STRING", nullptr}});
-  EXPECT_EQ(GetEncodedEntries(entries_, 8), 0);
 }
 
 TEST_F(FormDecodeTest, LookupAndListing) {
@@ -160,10 +124,7 @@ TEST_F(FormDecodeTest, LookupAndListing) {
   EXPECT_EQ(n, 2);
   EXPECT_EQ(GetEntryPtr(entries_, n, "Name"), &entries_[1]);
   EXPECT_EQ(GetEntryPtr(entries_, n, "name"), nullptr);
-  EXPECT_EQ(GetEntryPtr(entries_, 0, "Name"), nullptr);
   EXPECT_EQ(GetEntryPtrPrefix(entries_, n, "qty"), &entries_[0]);
-  EXPECT_STREQ(entries_[0].value, "3");
-
   ::testing::internal::CaptureStdout();
   PrintAllEntries(entries_, n);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(),
@@ -173,25 +134,18 @@ TEST_F(FormDecodeTest, LookupAndListing) {
 
 TEST(FormDecode, UrlEscapes) {
   char dst[64];
-  EXPECT_STREQ(escape_url("a b&c", dst), "a%20b%26c");
-  EXPECT_STREQ(escape_url("/~_-.*Az9\xE9%", dst), "/~_-.*Az9%E9%25");
+  EXPECT_STREQ(escape_url("/~_-.*Az9 &\xE9%", dst), "/~_-.*Az9%20%26%E9%25");
   EXPECT_EQ(EscapeUrl(std::string_view("a\0+", 3)), "a%00%2B");
-
   char s[] = "x%41%2b%4";  // a '%' without two digits after it stays
   EXPECT_EQ(unescape_url(s), s + 5);
   EXPECT_STREQ(s, "xA+%4");
   EXPECT_EQ(x2c("aF"), '\xAF');
-
   // A string that ends right at or after the '%' is never read past.
-  auto heap = [](const char* text) {
-    std::unique_ptr<char[]> p(new char[std::strlen(text) + 1]);
-    std::strcpy(p.get(), text);
-    return p;
-  };
-  EXPECT_STREQ(unescape_url(heap("a%").get()) - 2, "a%");
-  x2c(heap("").get());
-  x2c(heap("z").get());
-
+  for (const char* text : {"a%", "", "z"}) {
+    std::unique_ptr<char[]> heap(new char[std::strlen(text) + 1]);
+    std::strcpy(heap.get(), text);
+    *text == 'a' ? (void)unescape_url(heap.get()) : (void)x2c(heap.get());
+  }
   char plus[] = "a+b c";
   plustospace(plus);
   EXPECT_STREQ(plus, "a b c");

@@ -18,13 +18,13 @@ namespace {
 using testing::ScopedTempDir;
 using testing::WriteFile;
 
-// Calls |fill| on a buffer of guard bytes with sizes 1, n - 1, n and n + 1
+// Calls |fill| on a buffer of guard bytes with sizes |min_size|, n - 1, n and n + 1
 // (n = what |full| needs) and checks that it wrote |full| cut to the size,
 // terminated, and nothing past the size.
 template <typename Fill>
-void ExpectBufferEdges(Fill fill, const std::string& full) {
-  for (std::size_t size : {std::size_t{1}, full.size(), full.size() + 1, full.size() + 2}) {
-    char buf[64];
+void ExpectBufferEdges(Fill fill, const std::string& full, std::size_t min_size = 1) {
+  for (std::size_t size : {min_size, full.size(), full.size() + 1, full.size() + 2}) {
+    char buf[1024];
     std::memset(buf, '#', sizeof buf);
     fill(buf, static_cast<int>(size));
     EXPECT_EQ(std::string(buf), full.substr(0, size - 1)) << "size " << size;
@@ -57,18 +57,9 @@ TEST(ResolvePath, FoldsLexicallyAndCuts) {
     EXPECT_EQ(ResolvePath(buf, sizeof buf), buf);
     EXPECT_EQ(std::string(buf), c.want) << c.in;
   }
-  // A relative path grows: it is cut to the limit and nothing is written
-  // past it.
-  const std::string full = here + "/s";
-  for (std::size_t limit : {full.size(), full.size() + 1}) {
-    char buf[1024];
-    std::memset(buf, '#', sizeof buf);
-    std::strcpy(buf, "s");
-    ResolvePath(buf, static_cast<int>(limit));
-    EXPECT_EQ(std::string(buf), full.substr(0, limit - 1));
-    for (std::size_t i = limit; i < sizeof buf; ++i)
-      ASSERT_EQ(buf[i], '#') << limit;
-  }
+  // A relative path grows: it is cut to the limit and nothing is written past it.
+  ExpectBufferEdges([](char* b, int n) { std::strcpy(b, "s"), ResolvePath(b, n); }, here + "/s",
+                    /*min_size=*/2);
 }
 
 TEST(GetExeName, TakesTheLastComponent) {
@@ -77,7 +68,6 @@ TEST(GetExeName, TakesTheLastComponent) {
     const char* want;
   } cases[] = {
       {"C:\\bin\\tool.exe", "tool.exe"},
-      {"/usr/bin/storegen", "storegen"},
       {"a\\b/c\\d", "c\\d"},  // a '/' wins over any '\\'
       {"storegen", "storegen"},
   };
@@ -127,7 +117,6 @@ TEST(GetHTMLRoot, StripsTheSharedTrailingComponents) {
     const char* alias;
   } cases[] = {
       {"/store/docs/p.html", "/srv/shop/docs/p.html", 1, "/srv/shop", "/store"},
-      {"/docs/p.html", "/var/www/docs/p.html", 1, "/var/www", ""},
       {"/a/b/", "\\srv\\x\\b\\", 1, "\\srv\\x", "/a"},
       {"/cgi/run", "/srv/other", 1, "/srv/other", "/cgi/run"},  // nothing shared
       {"", "/srv/p.html", 0, "keep", "keep"},
@@ -174,7 +163,6 @@ TEST(GetSafeFileName, SafeCharactersStableNamesDistinctEscapes) {
     std::string want;
   } cases[] = {
       {"A/B 1", "A-B_1"},
-      {"Ab-9_z", "Ab-9_z"},
       {"a\r\nb", "ab"},
       {"50%.", "50AaAi"},
       {"\x80\xbf\xc0\xff", "B0B_C0C_"},
@@ -196,7 +184,6 @@ TEST(GetSafeFileName, BufferEdges) {
       {6, "abc%", "p-", ".html", "p-abc"},    // full: the rest and the suffix go
       {7, "abc%", "p-", ".html", "p-abcA"},   // an escape on the last free byte
       {8, "abc%", "p-", ".html", "p-abcAa"},  // exactly full: no suffix
-      {9, "abc", "p-", ".html", "p-abc.h"},   // the suffix leaves a spare byte
       {12, "abc", "p-", ".html", "p-abc.html"},
   };
   for (const auto& c : cases) {
