@@ -67,8 +67,7 @@ TEST(CgiPages, ErrorPagesExactBytes) {
                  "Content length environment variable was missing.<br>\n<p>\n")},
       {[] { ReadFileMemoryError(nullptr); }, ReadFilePage("Memory Error", memory)},
       {[] { errno = ENOENT, ReadFileOpenError("a@b.c", "/x"); },
-       ReadFilePage("Open Error", open + "<p>\n" + kMail)},
-  };
+       ReadFilePage("Open Error", open + "<p>\n" + kMail)}};
   for (std::size_t i = 0; i < std::size(cases); ++i)
     EXPECT_EQ(Stdout(cases[i].call), cases[i].page) << "case " << i;
 }

@@ -13,10 +13,8 @@ TEST(CopyTruncated, CutsAtBufferSizeAndNeverWritesPastIt) {
     const char* src;
     const char* want;  // null: the buffer stays untouched
     std::size_t copied;
-  } cases[] = {
-      {0, "abc", nullptr, 0}, {1, "abc", "", 0},    {3, "abc", "ab", 2},
-      {4, "abc", "abc", 3},   {5, "abc", "abc", 3}, {4, "", "", 0},
-  };
+  } cases[] = {{0, "abc", nullptr, 0}, {1, "abc", "", 0},    {3, "abc", "ab", 2},
+               {4, "abc", "abc", 3},   {5, "abc", "abc", 3}, {4, "", "", 0}};
   for (const auto& c : cases) {
     char buf[8];
     std::memset(buf, '#', sizeof buf);

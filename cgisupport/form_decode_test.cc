@@ -48,15 +48,13 @@ TEST_F(FormDecodeTest, PostRequestIsCheckedExactly) {
   struct {
     const char *method, *type, *length;
     int result;
-  } cases[] = {
-      {nullptr, kForm, "3", -1},
-      {"post", kForm, "3", -1},
-      {"GET", kForm, "3", -1},
-      {"POST", nullptr, "3", -2},
-      {"POST", "application/x-www-form-urlencoded; charset=UTF-8", "3", -2},
-      {"POST", kForm, nullptr, -3},
-      {"POST", kForm, "3", 1},
-  };
+  } cases[] = {{nullptr, kForm, "3", -1},
+               {"post", kForm, "3", -1},
+               {"GET", kForm, "3", -1},
+               {"POST", nullptr, "3", -2},
+               {"POST", "application/x-www-form-urlencoded; charset=UTF-8", "3", -2},
+               {"POST", kForm, nullptr, -3},
+               {"POST", kForm, "3", 1}};
   for (const auto& c : cases) {
     SetEnv({{"REQUEST_METHOD", c.method}, {"CONTENT_TYPE", c.type}, {"CONTENT_LENGTH", c.length}});
     FeedStdin("a=1");
@@ -72,13 +70,11 @@ TEST_F(FormDecodeTest, PostBody) {
     std::string body;
     int length, max, result;
     Pairs pairs;
-  } cases[] = {
-      {"a=1&b=x+y%21&c%3Dd=e", 20, 8, 3, {{"a", "1"}, {"b", "x y!"}, {"c", "d=e"}}},
-      {"a=1&b=2", 3, 8, 1, {{"a", "1"}}},                    // no more than CONTENT_LENGTH is read
-      {"a=1&b=2&c=3", 11, 2, -4, {{"a", "1"}, {"b", "2"}}},  // more fields than the table
-      {"a=1&b=2", 7, 2, 2, {{"a", "1"}, {"b", "2"}}},        // exactly full is fine
-      {"k=" + long_value, 5002, 8, 1, {{"k", long_value}}},
-  };
+  } cases[] = {{"a=1&b=x+y%21&c%3Dd=e", 20, 8, 3, {{"a", "1"}, {"b", "x y!"}, {"c", "d=e"}}},
+               {"a=1&b=2", 3, 8, 1, {{"a", "1"}}},  // no more than CONTENT_LENGTH is read
+               {"a=1&b=2&c=3", 11, 2, -4, {{"a", "1"}, {"b", "2"}}},  // more fields than the table
+               {"a=1&b=2", 7, 2, 2, {{"a", "1"}, {"b", "2"}}},        // exactly full is fine
+               {"k=" + long_value, 5002, 8, 1, {{"k", long_value}}}};
   for (const auto& c : cases) {
     const std::string length = std::to_string(c.length);
     SetEnv({{"REQUEST_METHOD", "POST"},
@@ -99,17 +95,15 @@ TEST_F(FormDecodeTest, QueryString) {
     int max;
     int result;
     Pairs pairs;
-  } cases[] = {
-      {"x=1&y", 8, 2, {{"x", "1"}, {"y", "1"}}},  // y carries x's value over
-      {"a=&b=2", 8, 1, {{"b", "2"}}},
-      {"a=b=c&&", 8, 1, {{"a", "c"}}},
-      {"n+%41=v+%41", 8, 1, {{"n+%41", "v A"}}},  // only the value is decoded
-      {"a=1&b=2", 2, -2, {{"a", "1"}}},
-      {"a=1&b=2", 1, -2, {}},
-      {"", 8, 0, {}},
-      {nullptr, 8, 0, {}},
-      {long_query.c_str(), 8, 1, {{long_name, long_value}}},
-  };
+  } cases[] = {{"x=1&y", 8, 2, {{"x", "1"}, {"y", "1"}}},  // y carries x's value over
+               {"a=&b=2", 8, 1, {{"b", "2"}}},
+               {"a=b=c&&", 8, 1, {{"a", "c"}}},
+               {"n+%41=v+%41", 8, 1, {{"n+%41", "v A"}}},  // only the value is decoded
+               {"a=1&b=2", 2, -2, {{"a", "1"}}},
+               {"a=1&b=2", 1, -2, {}},
+               {"", 8, 0, {}},
+               {nullptr, 8, 0, {}},
+               {long_query.c_str(), 8, 1, {{long_name, long_value}}}};
   for (const auto& c : cases) {
     SetEnv({{"QUERY_STRING", c.query}});
     const char* label = c.query ? c.query : "(unset)";

@@ -41,16 +41,14 @@ TEST(ResolvePath, FoldsLexicallyAndCuts) {
   struct Case {
     std::string in;
     std::string want;
-  } cases[] = {
-      {"", ""},
-      {"/a/b/../c/./d", "/a/c/d"},
-      {"/a//b///", "/a/b"},
-      {"\\a\\b\\..\\c", "/a/c"},
-      {"/../..", "/"},
-      {"shop.cfg", here + "/shop.cfg"},
-      {"../x/./y\\z", here.substr(0, here.rfind('/')) + "/x/y/z"},
-      {"no/such/dir/..", here + "/no/such"},
-  };
+  } cases[] = {{"", ""},
+               {"/a/b/../c/./d", "/a/c/d"},
+               {"/a//b///", "/a/b"},
+               {"\\a\\b\\..\\c", "/a/c"},
+               {"/../..", "/"},
+               {"shop.cfg", here + "/shop.cfg"},
+               {"../x/./y\\z", here.substr(0, here.rfind('/')) + "/x/y/z"},
+               {"no/such/dir/..", here + "/no/such"}};
   for (const auto& c : cases) {
     char buf[1024];
     std::strcpy(buf, c.in.c_str());
@@ -66,11 +64,9 @@ TEST(GetExeName, TakesTheLastComponent) {
   struct Case {
     const char* path;
     const char* want;
-  } cases[] = {
-      {"C:\\bin\\tool.exe", "tool.exe"},
-      {"a\\b/c\\d", "c\\d"},  // a '/' wins over any '\\'
-      {"storegen", "storegen"},
-  };
+  } cases[] = {{"C:\\bin\\tool.exe", "tool.exe"},
+               {"a\\b/c\\d", "c\\d"},  // a '/' wins over any '\\'
+               {"storegen", "storegen"}};
   for (const auto& c : cases) {
     char buf[32];
     EXPECT_EQ(GetExeName(c.path, buf, sizeof buf), buf);
@@ -84,11 +80,9 @@ TEST(GetTillboxName, DefaultsAndExtensionDot) {
   struct Case {
     const char* content;
     const char* want;
-  } cases[] = {
-      {"", "Tillbox.exe"},
-      {"TillboxName\tcart\nTillboxExtension\t.pl\n", "cart.pl"},
-      {"TillboxExtension\tcgi\n", "Tillbox.cgi"},
-  };
+  } cases[] = {{"", "Tillbox.exe"},
+               {"TillboxName\tcart\nTillboxExtension\t.pl\n", "cart.pl"},
+               {"TillboxExtension\tcgi\n", "Tillbox.cgi"}};
   char buf[64];
   for (const auto& c : cases) {
     WriteFile(dir.Path("s.cfg"), c.content);
@@ -115,13 +109,11 @@ TEST(GetHTMLRoot, StripsTheSharedTrailingComponents) {
     int rc;
     const char* root;
     const char* alias;
-  } cases[] = {
-      {"/store/docs/p.html", "/srv/shop/docs/p.html", 1, "/srv/shop", "/store"},
-      {"/a/b/", "\\srv\\x\\b\\", 1, "\\srv\\x", "/a"},
-      {"/cgi/run", "/srv/other", 1, "/srv/other", "/cgi/run"},  // nothing shared
-      {"", "/srv/p.html", 0, "keep", "keep"},
-      {"/p.html", nullptr, 0, "keep", "keep"},
-  };
+  } cases[] = {{"/store/docs/p.html", "/srv/shop/docs/p.html", 1, "/srv/shop", "/store"},
+               {"/a/b/", "\\srv\\x\\b\\", 1, "\\srv\\x", "/a"},
+               {"/cgi/run", "/srv/other", 1, "/srv/other", "/cgi/run"},  // nothing shared
+               {"", "/srv/p.html", 0, "keep", "keep"},
+               {"/p.html", nullptr, 0, "keep", "keep"}};
   for (const auto& c : cases) {
     setenv("PATH_INFO", c.info, 1);
     if (c.translated != nullptr) {
@@ -162,11 +154,7 @@ TEST(GetSafeFileName, SafeCharactersStableNamesDistinctEscapes) {
     std::string src;
     std::string want;
   } cases[] = {
-      {"A/B 1", "A-B_1"},
-      {"a\r\nb", "ab"},
-      {"50%.", "50AaAi"},
-      {"\x80\xbf\xc0\xff", "B0B_C0C_"},
-  };
+      {"A/B 1", "A-B_1"}, {"a\r\nb", "ab"}, {"50%.", "50AaAi"}, {"\x80\xbf\xc0\xff", "B0B_C0C_"}};
   for (const auto& c : cases)
     EXPECT_EQ(Safe(c.src), c.want) << c.src;
 }
@@ -178,14 +166,12 @@ TEST(GetSafeFileName, BufferEdges) {
     const char* prefix;
     const char* suffix;
     const char* want;
-  } cases[] = {
-      {1, "abc", "p-", ".html", ""},
-      {3, "abc", "p-abc", nullptr, "p-"},     // prefix cut, nothing of src
-      {6, "abc%", "p-", ".html", "p-abc"},    // full: the rest and the suffix go
-      {7, "abc%", "p-", ".html", "p-abcA"},   // an escape on the last free byte
-      {8, "abc%", "p-", ".html", "p-abcAa"},  // exactly full: no suffix
-      {12, "abc", "p-", ".html", "p-abc.html"},
-  };
+  } cases[] = {{1, "abc", "p-", ".html", ""},
+               {3, "abc", "p-abc", nullptr, "p-"},     // prefix cut, nothing of src
+               {6, "abc%", "p-", ".html", "p-abc"},    // full: the rest and the suffix go
+               {7, "abc%", "p-", ".html", "p-abcA"},   // an escape on the last free byte
+               {8, "abc%", "p-", ".html", "p-abcAa"},  // exactly full: no suffix
+               {12, "abc", "p-", ".html", "p-abc.html"}};
   for (const auto& c : cases) {
     char buf[16];
     std::memset(buf, '#', sizeof buf);

@@ -37,29 +37,21 @@ TEST(StrUtil, ValidatorsAndSetMembership) {
   struct {
     const char* s;
     int number, integer;
-  } cases[] = {
-      {"12", 1, 1},  {"x12", 1, 1}, {"1x2", 0, 0}, {"  -1.5", 1, 0}, {"1..2", 0, 0},
-      {"1-5", 0, 1}, {"12-", 0, 0}, {"", 0, 0},    {" \t\n", 0, 0},  {nullptr, 0, 0},
-  };
+  } cases[] = {{"x12", 1, 1}, {"1x2", 0, 0}, {"  -1.5", 1, 0}, {"1..2", 0, 0},
+               {"1-5", 0, 1}, {"12-", 0, 0}, {" \t\n", 0, 0},  {nullptr, 0, 0}};
   for (const auto& c : cases) {
     EXPECT_EQ(IsValidNumber(c.s), c.number) << (c.s ? c.s : "(null)");
     EXPECT_EQ(IsValidInteger(c.s), c.integer) << (c.s ? c.s : "(null)");
   }
-  EXPECT_EQ(str_isreal("1.2.3"), 0);
-  EXPECT_EQ(IsValidEmail(" \t"), 0);
   EXPECT_EQ(is_in(0, "abc"), nullptr);  // the terminator is never a member
   EXPECT_EQ(is_in_X(0xE9, "a\xE9"), 1);
-  EXPECT_EQ(rind("abc", 0), -1);
 }
 
 TEST(StrUtil, IsValidFloatCountsDecimals) {
   struct {
     const char* s;
     int max, result, decimals;
-  } cases[] = {
-      {"1.234", 2, -1, 3}, {"1.23", 2, 1, 2}, {"1.2.3", -1, 0, 1}, {"1.2x", 5, 0, 1},
-      {"   ", 2, 0, 0},    {"1.5", 0, -1, 1}, {" 1-", 2, 1, 0},
-  };
+  } cases[] = {{"1.234", 2, -1, 3}, {"1.23", 2, 1, 2}, {"1.2.3", -1, 0, 1}, {"   ", 2, 0, 0}};
   for (const auto& c : cases) {
     int n = 99;
     EXPECT_EQ(IsValidFloat(c.s, c.max, &n), c.result) << c.s;
@@ -67,41 +59,25 @@ TEST(StrUtil, IsValidFloatCountsDecimals) {
   }
 }
 
-TEST(StrUtil, Searches) {
+TEST(StrUtil, SearchesTreatBothSlashesAlikeAndFindTheLastMatch) {
   const char* path = "a\\b/c";
   EXPECT_EQ(strrchr_dirslash(path), path + 3);
   EXPECT_EQ(strchr_dirslash(path), path + 1);
-  EXPECT_LT(strncmp_dirslash("dir/a", "dir\\b", 5), 0);
-  EXPECT_EQ(strncasecmp_dirslash("DIR/X", "dir\\x", 9), 0);
   const char* store = "C:\\Store\\A";
   EXPECT_EQ(strcasestr_dirslash(store, "store/a"), store + 3);
   EXPECT_EQ(strstr_dirslash(store, "store/a"), nullptr);
-
   const char* h = "Hello World, world";
-  EXPECT_EQ(strcasestr("ab", "abc"), nullptr);
-  EXPECT_EQ(strrstr(h, "world"), h + 13);
   EXPECT_EQ(strrcasestr(h, "WORLD"), h + 13);
   EXPECT_EQ(strrstr(h, ""), h + std::strlen(h));
   EXPECT_EQ(strrcmp("a", "abc"), -2);
-  EXPECT_EQ(strrcasecmp("page.HTML", ".html"), 0);
 }
 
-TEST(StrUtil, CopiesAndPadding) {
-  char* dup = strndup("abc", 2);
-  EXPECT_STREQ(dup, "ab");
-  std::free(dup);
-  dup = tb_strdup(nullptr);
-  EXPECT_STREQ(dup, "");
-  std::free(dup);
-
+TEST(StrUtil, UpperCopyStaysInItsLength) {
   char upper[8];
   std::memset(upper, '#', sizeof(upper));
   buffertouppercopy(upper, "a\0b", 3);
   EXPECT_EQ(std::memcmp(upper, "A\0B\0####", 8), 0);
-
   char pad[16] = "ab";
-  EXPECT_STREQ(strpadleft(pad, pad, 2), "  ab");
-  EXPECT_STREQ(strcenter(pad, "ab", 5), " ab  ");
   EXPECT_STREQ(strcenter(pad, "abc", 2), "abc");
 }
 
@@ -110,18 +86,13 @@ TEST(StrUtil, WhiteSpaceAndLineEnds) {
     char* (*fn)(char*);
     const char* in;
     const char* out;
-  } cases[] = {
-      {squish, "  a b \n", "a b"},
-      {squish, " \t ", ""},
-      {squeeze, " a b\tc\n", "abc"},
-      {TrimRight, "a \t\r\n", "a"},
-      {TrimRight, "a\v", "a\v"},
-      {chop, "a\r\n", "a"},
-      {chop, "", ""},
-      {chomp, "ab", "ab"},
-      {chomp, "a\r\n", "a"},
-      {cleanupNewline, "a\r\nb\rc", "a\nb\rc"},
-  };
+  } cases[] = {{squish, "  a b \n", "a b"},
+               {squeeze, " a b\tc\n", "abc"},
+               {TrimRight, "a\v", "a\v"},
+               {chop, "a\r\n", "a"},
+               {chop, "", ""},
+               {chomp, "ab", "ab"},
+               {cleanupNewline, "a\r\nb\rc", "a\nb\rc"}};
   for (const auto& c : cases) {
     std::string s = c.in;
     EXPECT_STREQ(c.fn(s.data()), c.out) << '"' << c.in << '"';
@@ -173,17 +144,15 @@ TEST(StrUtil, FindPatternStr) {
     const char* pattern;
     int case_sensitive;
     const char* match;  // null: no match
-  } cases[] = {
-      {"abbc", "a*c", 1, "abbc"},
-      {"xxab", "abz", 1, "ab"},  // the text runs out before the pattern: still a match
-      {"xyz", "abc", 1, nullptr},
-      {"xABc", "ab", 0, "AB"},
-      {"xABc", "ab", 1, nullptr},
-      {"key=value", "=*", 1, "=value"},  // a trailing wildcard runs to the end
-      {"a", "ab", 1, nullptr},
-      // The wildcard swallows the byte under it, even one equal to the next literal.
-      {"axbxc", "a*x", 1, "axbx"},
-  };
+  } cases[] = {{"abbc", "a*c", 1, "abbc"},
+               {"xxab", "abz", 1, "ab"},  // the text runs out before the pattern: still a match
+               {"xyz", "abc", 1, nullptr},
+               {"xABc", "ab", 0, "AB"},
+               {"xABc", "ab", 1, nullptr},
+               {"key=value", "=*", 1, "=value"},  // a trailing wildcard runs to the end
+               {"a", "ab", 1, nullptr},
+               // The wildcard swallows the byte under it, even one equal to the next literal.
+               {"axbxc", "a*x", 1, "axbx"}};
   for (const auto& c : cases) {
     char out[32];
     std::memset(out, '#', sizeof(out));
@@ -248,11 +217,10 @@ TEST(StrUtil, BinaryAndHexTextStopAtTheBudget) {
     bool hex;
     unsigned int max;
     const char* expect;  // compared over 12 bytes, '#' = untouched
-  } cases[] = {
-      {false, 10, "01000001 \0##"}, {false, 9, "01000001 ###"},  // no room: no terminator
-      {false, 3, "010#########"},   {false, 0, "############"}, {true, 9, " 41 ff 01\0##"},
-      {true, 4, " 41 \0#######"},   {true, 3, " 41\0########"}, {true, 0, "\0###########"},
-  };
+  } cases[] = {{false, 10, "01000001 \0##"}, {false, 9, "01000001 ###"},  // no room: no terminator
+               {false, 3, "010#########"},   {false, 0, "############"},
+               {true, 9, " 41 ff 01\0##"},   {true, 4, " 41 \0#######"},
+               {true, 3, " 41\0########"},   {true, 0, "\0###########"}};
   const unsigned char bytes[] = {0x41, 0xFF, 0x01};
   for (const auto& c : cases) {
     char dst[12];
@@ -264,11 +232,6 @@ TEST(StrUtil, BinaryAndHexTextStopAtTheBudget) {
     }
     EXPECT_EQ(std::memcmp(dst, c.expect, sizeof(dst)), 0) << (c.hex ? "hex " : "bin ") << c.max;
   }
-  char text[32];
-  EXPECT_EQ(sbin_to_int(sbinary(text, bytes, 2)), 0x41FFu);
-  char bits[8];
-  byte2binary(bits, 0xA5);
-  EXPECT_EQ(binary2byte(bits), 0xA5);
 }
 
 TEST(StrUtil, MaskingRoundTrip) {

@@ -66,12 +66,7 @@ TEST_F(IndexFilesTest, ProgramNamesFollowTheExeExtensionLine) {
   struct {
     const char* extension_line;
     const char* suffix;
-  } cases[] = {
-      {"", ".exe"},
-      {"ExeExtension\n", ""},
-      {"exeextension \t \r\n", ""},
-      {"ExeExtension\tcgi\n", ".cgi"},
-  };
+  } cases[] = {{"", ".exe"}, {"ExeExtension\n", ""}, {"ExeExtension\tcgi\n", ".cgi"}};
   for (const auto& c : cases) {
     WriteFile("wwwwais.cfg", std::string(c.extension_line) + "SwishBin\nSelfURL\nStoreGenURL\n");
     ReadSettings();
@@ -97,8 +92,7 @@ TEST_F(IndexFilesTest, RootDirComesFromTheCallerOnlyWithQuotedSourceRules) {
   } cases[] = {
       {"SourceRules replace \"/file/root\" \"\"\n", "/srv/www", "../wais/masterls.htm", "cgi-bin"},
       {"SourceRules replace\nCgi-Bin\tscripts\\\n", "", "", "scripts"},
-      {"# SourceRules replace \"/x\"\nCGI-BIN\tcgi/\tmore\n", "", "", "cgi"},
-  };
+      {"# SourceRules replace \"/x\"\nCGI-BIN\tcgi/\tmore\n", "", "", "cgi"}};
   for (const auto& c : cases) {
     WriteFile("wwwwais.cfg", c.wais);
     ASSERT_EQ(GetRootDir("/srv/www"), 1);
@@ -137,31 +131,29 @@ TEST_F(IndexFilesTest, FailuresReturnZeroAndPrintTheirMessageOnlyWhenVerbose) {
   struct {
     std::function<int()> call;
     const char* message;
-  } cases[] = {
-      {[] {
-         IndexField page;
-         WriteFile("wwwwais.cfg", "X y\n");
-         return CreateWaisCfg("../none/a.wcf", "a.wcf", "/a", "", page, "");
-       },
-       "Can't create Wais configuration file.\n"},
-      {[this] {
-         WriteFile(Root("swish/swish.cfg"), "X y\n");
-         return CreateSwishCfg("../none/a.wcf", "/a", "");
-       },
-       "Can't create Swish configuration file: ../none/a.scf.\n"},
-      {[] {
-         WriteFile("wwwwais.cfg", "DefaultURL x\n");
-         mkdir("wwwwais.TMP", 0755);
-         return WriteDefaultURL("", "u");
-       },
-       "Can't create temporary file.\n"},
-      // The template cannot be replaced; the temporary file stays.
-      {[] {
-         mkdir("wwwwais.cfg", 0755);
-         return WriteDefaultURL("", "u") + FileExists("wwwwais.TMP") - 1;
-       },
-       "Can't write default URL to file.\n"},
-  };
+  } cases[] = {{[] {
+                  IndexField page;
+                  WriteFile("wwwwais.cfg", "X y\n");
+                  return CreateWaisCfg("../none/a.wcf", "a.wcf", "/a", "", page, "");
+                },
+                "Can't create Wais configuration file.\n"},
+               {[this] {
+                  WriteFile(Root("swish/swish.cfg"), "X y\n");
+                  return CreateSwishCfg("../none/a.wcf", "/a", "");
+                },
+                "Can't create Swish configuration file: ../none/a.scf.\n"},
+               {[] {
+                  WriteFile("wwwwais.cfg", "DefaultURL x\n");
+                  mkdir("wwwwais.TMP", 0755);
+                  return WriteDefaultURL("", "u");
+                },
+                "Can't create temporary file.\n"},
+               // The template cannot be replaced; the temporary file stays.
+               {[] {
+                  mkdir("wwwwais.cfg", 0755);
+                  return WriteDefaultURL("", "u") + FileExists("wwwwais.TMP") - 1;
+                },
+                "Can't write default URL to file.\n"}};
   for (const auto& c : cases) {
     for (int verbose : {0, 1}) {
       std::filesystem::current_path(root_.path());
@@ -211,51 +203,39 @@ TEST_F(IndexFilesTest, AWriteThatFailsKeepsTheStoresPreviousFiles) {
   EXPECT_EQ(ListDir(Root("swish")), (Lines{"acme.scf", "acme.wcf", "swish.cfg"}));
 }
 
-TEST(IndexText, EscapeRelativePathURL) {
-  const char* cases[][2] = {
-      {"a b", "a%20b"},       {"x..y", "x%2E%2Ey"}, {"file.", "file"},          {"a.b", "a.b"},
-      {"x...y", "x%2E%2E.y"}, {"a.%", "a.%25"},     {"~_-*/Az09", "~_-*/Az09"}, {"\xE9", "%E9"},
-  };
+TEST(IndexText, EscapesAndDerivedNames) {
+  const char* cases[][2] = {{"a b", "a%20b"},       {"x..y", "x%2E%2Ey"},
+                            {"file.", "file"},      {"a.%", "a.%25"},
+                            {"x...y", "x%2E%2E.y"}, {"\xE9~_-*/Az09", "%E9~_-*/Az09"}};
   for (const auto& c : cases) {
     IndexField out;
     escape_relative_path_URL(c[0], out);
     EXPECT_STREQ(out, c[1]) << c[0];
   }
+  IndexField scf, ind;
+  GetSwishCFGName(scf, "../swish/my.store.wcf");
+  GetSwishIndexName(ind, "../swish/my.store.wcf");
+  EXPECT_STREQ(scf, "../swish/my.store.scf");
+  EXPECT_STREQ(ind, "../swish/my.store.ind");
+  GetSwishCFGName(scf, "../swish/acme");
+  EXPECT_STREQ(scf, "../swish/acme");
 }
 
-TEST(IndexText, DerivedNamesReplaceTheExtensionOfTheFileName) {
-  const char* cases[][3] = {
-      {"../swish/my.store.wcf", "../swish/my.store.scf", "../swish/my.store.ind"},
-      {"../swish/acme", "../swish/acme", "../swish/acme"},
-  };
-  for (const auto& c : cases) {
-    IndexField scf, ind;
-    GetSwishCFGName(scf, c[0]);
-    GetSwishIndexName(ind, c[0]);
-    EXPECT_STREQ(scf, c[1]);
-    EXPECT_STREQ(ind, c[2]);
-  }
-}
-
-TEST(IndexText, TrimEndRemovesOneTrailingSeparatorFromTwoBytesOn) {
-  const char* cases[][2] = {{"ab//", "ab/"}, {"a\\", "a"}, {"ab\r", "ab"}, {"/", "/"}, {"", ""}};
+// Both TrimEnd routines used to be storegen::TrimEnd(char*), so no program
+// could link the index together with the product reader. This binary links
+// both, and each keeps its own meaning: the index's removes one trailing
+// separator from two bytes on.
+TEST(IndexText, TrimEndLinksBesideTheProductReaders) {
+  const char* cases[][2] = {
+      {"ab//", "ab/"}, {"a\\", "a"}, {"ab\r\n", "ab\r"}, {"/", "/"}, {"", ""}};
   for (const auto& c : cases) {
     char buf[8];
     std::strcpy(buf, c[0]);
     index_files::TrimEnd(buf);
     EXPECT_STREQ(buf, c[1]) << c[0];
   }
-}
-
-// Both TrimEnd routines used to be storegen::TrimEnd(char*), so no program
-// could link the index together with the product reader. This binary links
-// both, and each keeps its own meaning.
-TEST(IndexText, TrimEndLinksBesideTheProductReaders) {
-  char index_text[] = "ab\r\n";
   char product_text[] = "ab\r\n";
-  index_files::TrimEnd(index_text);
   storegen::TrimEnd(product_text);
-  EXPECT_STREQ(index_text, "ab\r");
   EXPECT_STREQ(product_text, "ab");
 }
 

@@ -30,28 +30,19 @@ TEST_F(IndexerRunTest, ArgumentsFollowTheStoresDynamicProductPages) {
   struct {
     const char* store_cfg;
     Args args;
-  } cases[] = {
-      {"PageGenDynamicProductPages\tno\nProductDatabase\tprod.txt\n", base},
-      {"ProductDatabase\tprod.txt\n", base},
-      {"PageGenDynamicProductPages\tYes\nProductDatabase\tprod.txt\n"
-       "ProductAPILibrary\tlibpapi.so\nProductAPILibConfig\tpapi.cfg\n",
-       with({"-s", "store.cfg", "-d", "prod.txt", "-L", "libpapi.so", "-a", "papi.cfg"})},
-      {"PageGenDynamicProductPages\ty\nProductDatabase\tprod.txt\n",
-       with({"-s", "store.cfg", "-d", "prod.txt"})},
-  };
+  } cases[] = {{"PageGenDynamicProductPages\tno\nProductDatabase\tprod.txt\n", base},
+               {"ProductDatabase\tprod.txt\n", base},
+               {"PageGenDynamicProductPages\tYes\nProductDatabase\tprod.txt\n"
+                "ProductAPILibrary\tlibpapi.so\nProductAPILibConfig\tpapi.cfg\n",
+                with({"-s", "store.cfg", "-d", "prod.txt", "-L", "libpapi.so", "-a", "papi.cfg"})},
+               {"PageGenDynamicProductPages\ty\nProductDatabase\tprod.txt\n",
+                with({"-s", "store.cfg", "-d", "prod.txt"})}};
   InstallStandIn();
   for (const auto& c : cases) {
     WriteFile("store.cfg", c.store_cfg);
     ASSERT_EQ(ExecSwish("store.cfg"), 1);
     EXPECT_EQ(RecordedArgs(), c.args) << c.store_cfg;
   }
-}
-
-TEST_F(IndexerRunTest, ProgramCarriesTheExtension) {
-  CopyTruncated(GetIndexState().szExeExtension, "exe");
-  InstallStandIn("swish.exe");
-  ASSERT_EQ(ExecSwish("store.cfg"), 1);
-  EXPECT_EQ(RecordedArgs(), (Args{"../swish/swish.exe", "-c", "../swish/acme.scf"}));
 }
 
 TEST_F(IndexerRunTest, ChildSeesEndOfInputAtOnceAndItsOutputIsDrained) {
@@ -64,8 +55,12 @@ TEST_F(IndexerRunTest, ChildSeesEndOfInputAtOnceAndItsOutputIsDrained) {
   EXPECT_EQ(ReadFile(Root("swish/output_status.txt")), "0\n");
 }
 
-TEST_F(IndexerRunTest, MissingIndexerStillCountsAsStarted) {
+TEST_F(IndexerRunTest, ProgramCarriesTheExtensionAndAMissingOneStillCountsAsStarted) {
   EXPECT_EQ(ExecSwish("store.cfg"), 1);
+  CopyTruncated(GetIndexState().szExeExtension, "exe");
+  InstallStandIn("swish.exe");
+  ASSERT_EQ(ExecSwish("store.cfg"), 1);
+  EXPECT_EQ(RecordedArgs(), (Args{"../swish/swish.exe", "-c", "../swish/acme.scf"}));
 }
 
 }  // namespace

@@ -112,8 +112,7 @@ TEST_F(PapiSqliteTest, RecordsMatchTheBuiltinReader) {
       {"only a name line", "SKU\tName\n"},
       {"120 columns", wide_names + "\n" + wide_values + "\nshort\n"},
       {"no line end at the end", "Sku\tname\tPRICE\nZ9\tlast\t1"},
-      {"a line of 2047 bytes", "SKU\tName\r\nA\t" + std::string(2045, 'x') + "\r\nB\tb\r\n"},
-  };
+      {"a line of 2047 bytes", "SKU\tName\r\nA\t" + std::string(2045, 'x') + "\r\nB\tb\r\n"}};
   char* wanted[] = {const_cast<char*>("price"), const_cast<char*>("NoSuch"),
                     const_cast<char*>("sku"), nullptr};
   for (const auto& [what, text] : cases) {

