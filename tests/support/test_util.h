@@ -78,6 +78,26 @@ inline int ExitStatusOf(int code) {
   return code & 0xff;
 }
 
+// Runs |hold| in a forked child that then stays alive, keeping what |hold|
+// took (file locks, say), until this object is destroyed. held() tells
+// whether |hold| returned true.
+class HeldInChild {
+ public:
+  explicit HeldInChild(const std::function<bool()>& hold);
+  ~HeldInChild();
+  HeldInChild(const HeldInChild&) = delete;
+  HeldInChild& operator=(const HeldInChild&) = delete;
+  bool held() const { return held_; }
+
+ private:
+  int release_ = -1;
+  int pid_ = -1;
+  bool held_ = false;
+};
+
+// Waits until |path| exists; false when it does not within |seconds|.
+bool WaitForFile(const std::string& path, int seconds = 60);
+
 }  // namespace storegen::testing
 
 #endif  // STOREGEN_TESTS_SUPPORT_TEST_UTIL_H_
