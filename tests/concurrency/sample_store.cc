@@ -47,14 +47,19 @@ SampleStore InstallSampleStore(const std::string& root,
              ec);
     EXPECT_FALSE(ec) << from << ": " << ec.message();
   }
+  std::map<std::string, std::string> all = keys;
+  all.emplace("ProductDatabase", root + "/store/products.txt");
+  SetConfigKeys(s.cfg, all);
+  return s;
+}
+
+void SetConfigKeys(const std::string& cfg, const std::map<std::string, std::string>& keys) {
   ConfigItemList* list = CIL_CreateList();
-  CIL_AddItem(list, "ProductDatabase", (root + "/store/products.txt").c_str());
   for (const auto& [key, value] : keys)
     CIL_AddItem(list, key.c_str(), value.c_str());
-  EXPECT_EQ(SetConfigItems(s.cfg.c_str(), list), 0);
+  EXPECT_EQ(SetConfigItems(cfg.c_str(), list), 0) << cfg;
   CIL_FreeList(list);
-  std::remove((root + "/store/lantern.bak").c_str());
-  return s;
+  std::remove(fs::path(cfg).replace_extension(".bak").c_str());
 }
 
 void WriteManyProducts(const SampleStore& store, int count) {

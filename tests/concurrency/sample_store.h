@@ -28,6 +28,10 @@ struct SampleStore {
 SampleStore InstallSampleStore(const std::string& root,
                                const std::map<std::string, std::string>& keys = {});
 
+// Sets |keys| in the configuration file |cfg| (an empty value removes a key),
+// leaving no backup file behind.
+void SetConfigKeys(const std::string& cfg, const std::map<std::string, std::string>& keys);
+
 // Replaces the sample products with |count| generated ones (SKU "P00001"...).
 void WriteManyProducts(const SampleStore& store, int count);
 

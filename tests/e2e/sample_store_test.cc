@@ -1,5 +1,7 @@
 // End-to-end runs of storegen over a copy of the sample store, and a walk over
 // the links of the pages it writes.
+#include "tests/concurrency/sample_store.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <map>
@@ -13,20 +15,10 @@
 
 #include "tests/support/test_util.h"
 
-namespace storegen {
+namespace storegen::testing {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ExitStatusOf;
-using testing::FileExists;
-using testing::InstallStoregen;
-using testing::ListDir;
-using testing::ReadFile;
-using testing::RunOptions;
-using testing::RunProgram;
-using testing::RunResult;
-using testing::ScopedTempDir;
-using testing::WriteFile;
 
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;
@@ -34,19 +26,6 @@ std::vector<std::string> Lines(const std::string& text) {
   for (std::string line; std::getline(in, line);)
     lines.push_back(line);
   return lines;
-}
-
-// Replaces the line that starts with |prefix| (or appends |line|).
-void ReplaceLine(const std::string& path, const std::string& prefix, const std::string& line) {
-  std::string out;
-  bool done = false;
-  for (const std::string& l : Lines(ReadFile(path))) {
-    bool hit = l.starts_with(prefix);
-    out += (hit ? line : l) + "\n";
-    done = done || hit;
-  }
-  if (!done) out += line + "\n";
-  WriteFile(path, out);
 }
 
 std::size_t Count(const std::string& text, const std::string& what) {
@@ -97,35 +76,30 @@ std::vector<std::string> Links(const std::string& html) {
   return links;
 }
 
+// A copy of the sample store: the program in bin/ beside the search gateway
+// template, the indexer's template in swish/, the store in store/.
 class SampleStoreTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    fs::copy(SAMPLE_DIR, store_, fs::copy_options::recursive);
-    // The program's directory as the sample lays it out, beside the search
-    // gateway template and with the indexer's template in ../swish.
-    bin_ = InstallStoregen(Store("cgi-bin"));
-    ReplaceLine(Store("lantern.cfg"), "ProductDatabase\t",
-                "ProductDatabase\t" + Store("products.txt"));
-  }
+  void SetUp() override { store_ = InstallSampleStore(dir_.path()); }
 
-  std::string Store(const std::string& name) const { return store_ + "/" + name; }
-  std::string Page(const std::string& name) const { return pages_ + "/" + name; }
+  std::string Store(const std::string& name) const { return dir_.Path("store/" + name); }
+  std::string Page(const std::string& name) const { return store_.pages + name; }
   // The search page is named after the store's index, "<name>.wcf" in
-  // ../swish: the store configuration's path up to its first ".".
+  // swish/: the store configuration's path up to its first ".".
   std::string SearchPage() const {
-    for (const std::string& name : ListDir(Store("swish")))
+    for (const std::string& name : ListDir(dir_.Path("swish")))
       if (name.ends_with(".wcf")) return Page(name.substr(0, name.size() - 4) + ".html");
     return Page("(no index)");
   }
 
   RunResult Run(std::vector<std::string> args) {
-    args.insert(args.begin(), bin_);
+    args.insert(args.begin(), store_.bin);
     RunOptions options;
     options.unset_env = {"PATH_INFO", "PATH_TRANSLATED", "SCRIPT_NAME"};
     return RunProgram(args, options);
   }
   RunResult StaticRun(std::vector<std::string> extra = {"-s", "0"}) {
-    std::vector<std::string> args = {"-o", dir_.Path("www"), "-c", Store("lantern.cfg")};
+    std::vector<std::string> args = {"-o", store_.out, "-c", store_.cfg};
     args.insert(args.end(), extra.begin(), extra.end());
     return Run(args);
   }
@@ -142,25 +116,22 @@ class SampleStoreTest : public ::testing::Test {
   // The pages in the store's output directory, as absolute paths.
   std::set<std::string> PagesWritten() const {
     std::set<std::string> pages;
-    for (const std::string& name : ListDir(pages_))
+    for (const std::string& name : ListDir(store_.pages))
       if (name.ends_with(".html")) pages.insert(Page(name));
     return pages;
   }
 
   // The pages a full run of the unchanged sample writes.
   std::set<std::string> SamplePages() const {
-    std::set<std::string> pages;
-    for (const char* page : {"index.html", "about.html", "shipping.html", "contact.html",
-                             "cart.html", "order.html", "error.html"}) {
-      pages.insert(Page(page));
-    }
+    std::set<std::string> pages = {SearchPage()};
     // The shop home page lists 12 products a page, the category pages 6.
     for (const char* page :
-         {"index1.html", "index2.html", "c-Lighting.html", "c-Textiles.html", "c-Textiles1.html",
-          "c-Kitchen.html", "c-Kitchen1.html", "c-Stationery.html", "c-Garden.html"}) {
+         {"index.html", "about.html", "shipping.html", "contact.html", "cart.html", "order.html",
+          "error.html", "index1.html", "index2.html", "c-Lighting.html", "c-Textiles.html",
+          "c-Textiles1.html", "c-Kitchen.html", "c-Kitchen1.html", "c-Stationery.html",
+          "c-Garden.html"}) {
       pages.insert(Page(page));
     }
-    pages.insert(SearchPage());
     for (const std::string& sku : Skus())
       pages.insert(Page("p-" + sku + ".html"));
     return pages;
@@ -172,9 +143,7 @@ class SampleStoreTest : public ::testing::Test {
   }
 
   ScopedTempDir dir_;
-  std::string bin_;
-  std::string store_ = dir_.Path("store");
-  std::string pages_ = dir_.Path("www/lantern");
+  SampleStore store_;
 };
 
 TEST_F(SampleStoreTest, StaticRunWritesEveryPageWithItsTagsReplaced) {
@@ -204,7 +173,7 @@ TEST_F(SampleStoreTest, StaticRunWritesEveryPageWithItsTagsReplaced) {
   // The run's report: the product without a picture.
   EXPECT_NE(r.out.find("%%PRODUCT.GRAPHIC%%\t-19\nLL-106\t-19\n"), std::string::npos) << r.out;
   // The cart learns where its pages are.
-  std::string cfg = ReadFile(Store("lantern.cfg"));
+  std::string cfg = ReadFile(store_.cfg);
   EXPECT_NE(cfg.find("OnlineOrderPage\t/lantern/order.html\n"), std::string::npos);
   EXPECT_NE(cfg.find("PostModCartPage\t/lantern/cart.html\n"), std::string::npos);
   EXPECT_NE(cfg.find("ErrorPage\t/lantern/error.html\n"), std::string::npos);
@@ -241,15 +210,15 @@ TEST_F(SampleStoreTest, SingleSitePageRun) {
 }
 
 TEST_F(SampleStoreTest, DynamicRequestsWriteOnePageToStandardOutputOnly) {
-  const std::vector<std::string> before = ListDir(store_);
+  const std::vector<std::string> before = ListDir(Store(""));
   struct {
     std::vector<std::string> args;
     const char* contains;
   } cases[] = {
-      {{"-c", Store("lantern.cfg"), "-p", "LL-102"}, "<h1>Paper Lantern</h1>"},
-      {{"-c", Store("lantern.cfg"), "-p", "ll-102"}, "<h1>Paper Lantern</h1>"},
-      {{"-c", Store("lantern.cfg"), "-f", "0"}, "<h1>Products</h1>"},
-      {{"-c", Store("lantern.cfg"), "-C", "Garden", "-f", "2"}, "<h1>Products</h1>"},
+      {{"-c", store_.cfg, "-p", "LL-102"}, "<h1>Paper Lantern</h1>"},
+      {{"-c", store_.cfg, "-p", "ll-102"}, "<h1>Paper Lantern</h1>"},
+      {{"-c", store_.cfg, "-f", "0"}, "<h1>Products</h1>"},
+      {{"-c", store_.cfg, "-C", "Garden", "-f", "2"}, "<h1>Products</h1>"},
   };
   for (const auto& c : cases) {
     RunResult r = Run(c.args);
@@ -259,37 +228,30 @@ TEST_F(SampleStoreTest, DynamicRequestsWriteOnePageToStandardOutputOnly) {
     EXPECT_EQ(Count(r.out, "<html"), 1u);
     EXPECT_NE(r.out.find(c.contains), std::string::npos) << r.out;
   }
-  EXPECT_FALSE(FileExists(dir_.Path("www")));
-  EXPECT_EQ(ListDir(store_), before);
+  EXPECT_EQ(ListDir(store_.out), std::vector<std::string>{});
+  EXPECT_EQ(ListDir(Store("")), before);
 
-  RunResult unknown = Run({"-c", Store("lantern.cfg"), "-p", "NO-SUCH"});
+  RunResult unknown = Run({"-c", store_.cfg, "-p", "NO-SUCH"});
   EXPECT_EQ(unknown.exit_code, ExitStatusOf(-2));
   EXPECT_EQ(unknown.out, "");
 }
 
 TEST_F(SampleStoreTest, FailingPagesAreReportedInGenerationOrderAndTheRunGoesOn) {
-  ReplaceLine(Store("modern.cfg"), "SitePage1\t", "SitePage1\tAbout;modern/gone.html;about.html");
-  ReplaceLine(Store("modern.cfg"), "TillboxPage3\t",
-              "TillboxPage3\tError;modern/gone.html;error.html");
-  ReplaceLine(Store("modern.cfg"), "ProductPage2\t", "ProductPage2\tBroken;modern/gone.html");
-  std::string products;
-  for (const std::string& line : Lines(ReadFile(Store("products.txt")))) {
-    std::vector<std::string> fields;
-    std::istringstream in(line);
-    for (std::string field; std::getline(in, field, '\t');)
-      fields.push_back(field);
-    if (fields[0] == "GD-506") fields[4] = "Broken";  // its TILLBOXTEMPLATE
-    for (std::size_t i = 0; i < fields.size(); ++i)
-      products += (i == 0 ? "" : "\t") + fields[i];
-    products += "\n";
-  }
-  WriteFile(Store("products.txt"), products);
+  SetConfigKeys(Store("modern.cfg"), {{"SitePage1", "About;modern/gone.html;about.html"},
+                                      {"TillboxPage3", "Error;modern/gone.html;error.html"},
+                                      {"ProductPage2", "Broken;modern/gone.html"}});
+  std::string products = ReadFile(Store("products.txt"));
+  std::size_t at = products.find("\nGD-506\t");
+  for (int field = 0; field < 4; ++field)  // to its TILLBOXTEMPLATE
+    at = products.find('\t', at + 1);
+  WriteFile(Store("products.txt"),
+            products.replace(at + 1, products.find('\t', at + 1) - at - 1, "Broken"));
 
   RunResult r = StaticRun();
   EXPECT_EQ(r.exit_code, ExitStatusOf(-7));
   // Site pages, the shop home page's lists (the thumbnail of LL-106), the
   // product pages, the cart pages.
-  std::size_t at = 0;
+  at = 0;
   for (const char* entry :
        {"about.html\t-7\n", "%%PRODUCT.THUMBNAIL%%\t-19\nLL-106\t-19\n",
         "%%PRODUCT.GRAPHIC%%\t-19\nLL-106\t-19\nGD-506\t-7\n", "error.html\t-7\n"}) {
@@ -307,7 +269,7 @@ TEST_F(SampleStoreTest, FailingPagesAreReportedInGenerationOrderAndTheRunGoesOn)
 
 TEST_F(SampleStoreTest, EveryLinkToAGeneratedPageNamesAPageTheRunWrote) {
   // The store is served under the alias /shop.
-  ReplaceLine(Store("lantern.cfg"), "StoreDir\t", "StoreDir\t/shop/lantern/");
+  SetConfigKeys(store_.cfg, {{"StoreDir", "/shop/lantern/"}});
   RunResult r = StaticRun({"-a", "/shop", "-s", "0"});
   ASSERT_EQ(r.exit_code, 0) << r.out << r.err;
 
@@ -370,4 +332,4 @@ TEST_F(SampleStoreTest, EveryLinkToAGeneratedPageNamesAPageTheRunWrote) {
 }
 
 }  // namespace
-}  // namespace storegen
+}  // namespace storegen::testing

@@ -97,45 +97,21 @@ static int Hit(const char* what) {
   return 1;
 }
 
-ssize_t write(int fd, const void* buf, size_t n) {
-  if (FdUnderDir(fd, 0) && Hit("write")) {
-    errno = g_errno;
-    return -1;
+/* A counted call on descriptor |fd| that fails when its turn comes. */
+#define COUNTED(type, name, params, args, fd) \
+  type name params {                          \
+    if (FdUnderDir(fd, 0) && Hit(#name)) {    \
+      errno = g_errno;                        \
+      return -1;                              \
+    }                                         \
+    return REAL(name) args;                   \
   }
-  return REAL(write)(fd, buf, n);
-}
 
-ssize_t pwrite(int fd, const void* buf, size_t n, off_t off) {
-  if (FdUnderDir(fd, 0) && Hit("pwrite")) {
-    errno = g_errno;
-    return -1;
-  }
-  return REAL(pwrite)(fd, buf, n, off);
-}
-
-ssize_t writev(int fd, const struct iovec* iov, int count) {
-  if (FdUnderDir(fd, 0) && Hit("writev")) {
-    errno = g_errno;
-    return -1;
-  }
-  return REAL(writev)(fd, iov, count);
-}
-
-int fsync(int fd) {
-  if (FdUnderDir(fd, 0) && Hit("fsync")) {
-    errno = g_errno;
-    return -1;
-  }
-  return REAL(fsync)(fd);
-}
-
-int fdatasync(int fd) {
-  if (FdUnderDir(fd, 0) && Hit("fdatasync")) {
-    errno = g_errno;
-    return -1;
-  }
-  return REAL(fdatasync)(fd);
-}
+COUNTED(ssize_t, write, (int fd, const void* buf, size_t n), (fd, buf, n), fd)
+COUNTED(ssize_t, pwrite, (int fd, const void* buf, size_t n, off_t off), (fd, buf, n, off), fd)
+COUNTED(ssize_t, writev, (int fd, const struct iovec* iov, int count), (fd, iov, count), fd)
+COUNTED(int, fsync, (int fd), (fd), fd)
+COUNTED(int, fdatasync, (int fd), (fd), fd)
 
 int close(int fd) {
   if (FdUnderDir(fd, 1) && Hit("close")) {
