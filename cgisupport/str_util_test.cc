@@ -33,7 +33,7 @@ Strings TakeArray(char** arr) {
   return out;
 }
 
-TEST(StrUtil, ValidatorsAndSetMembership) {
+TEST(StrUtil, ValidatorsAndInPlaceEditsOfShortStrings) {
   struct {
     const char* s;
     int number, integer;
@@ -43,60 +43,20 @@ TEST(StrUtil, ValidatorsAndSetMembership) {
     EXPECT_EQ(IsValidNumber(c.s), c.number) << (c.s ? c.s : "(null)");
     EXPECT_EQ(IsValidInteger(c.s), c.integer) << (c.s ? c.s : "(null)");
   }
+  int decimals = 0;
+  EXPECT_EQ(IsValidFloat("1.234", 2, &decimals), -1);  // too many decimals
+  EXPECT_EQ(decimals, 3);
   EXPECT_EQ(is_in(0, "abc"), nullptr);  // the terminator is never a member
-  EXPECT_EQ(is_in_X(0xE9, "a\xE9"), 1);
-}
 
-TEST(StrUtil, IsValidFloatCountsDecimals) {
-  struct {
-    const char* s;
-    int max, result, decimals;
-  } cases[] = {{"1.234", 2, -1, 3}, {"1.23", 2, 1, 2}, {"1.2.3", -1, 0, 1}, {"   ", 2, 0, 0}};
-  for (const auto& c : cases) {
-    int n = 99;
-    EXPECT_EQ(IsValidFloat(c.s, c.max, &n), c.result) << c.s;
-    EXPECT_EQ(n, c.decimals) << c.s;
-  }
-}
-
-TEST(StrUtil, SearchesTreatBothSlashesAlikeAndFindTheLastMatch) {
-  const char* path = "a\\b/c";
-  EXPECT_EQ(strrchr_dirslash(path), path + 3);
-  EXPECT_EQ(strchr_dirslash(path), path + 1);
-  const char* store = "C:\\Store\\A";
-  EXPECT_EQ(strcasestr_dirslash(store, "store/a"), store + 3);
-  EXPECT_EQ(strstr_dirslash(store, "store/a"), nullptr);
-  const char* h = "Hello World, world";
-  EXPECT_EQ(strrcasestr(h, "WORLD"), h + 13);
-  EXPECT_EQ(strrstr(h, ""), h + std::strlen(h));
-  EXPECT_EQ(strrcmp("a", "abc"), -2);
-}
-
-TEST(StrUtil, UpperCopyStaysInItsLength) {
+  // Edits that must stay inside the string, the empty one included.
+  char empty[] = "";
+  EXPECT_STREQ(chop(empty), "");
+  char crlf[] = "a\r\n";
+  EXPECT_STREQ(chop(crlf), "a");
   char upper[8];
   std::memset(upper, '#', sizeof(upper));
   buffertouppercopy(upper, "a\0b", 3);
   EXPECT_EQ(std::memcmp(upper, "A\0B\0####", 8), 0);
-  char pad[16] = "ab";
-  EXPECT_STREQ(strcenter(pad, "abc", 2), "abc");
-}
-
-TEST(StrUtil, WhiteSpaceAndLineEnds) {
-  struct {
-    char* (*fn)(char*);
-    const char* in;
-    const char* out;
-  } cases[] = {{squish, "  a b \n", "a b"},
-               {squeeze, " a b\tc\n", "abc"},
-               {TrimRight, "a\v", "a\v"},
-               {chop, "a\r\n", "a"},
-               {chop, "", ""},
-               {chomp, "ab", "ab"},
-               {cleanupNewline, "a\r\nb\rc", "a\nb\rc"}};
-  for (const auto& c : cases) {
-    std::string s = c.in;
-    EXPECT_STREQ(c.fn(s.data()), c.out) << '"' << c.in << '"';
-  }
 }
 
 TEST(StrUtil, Tokenizers) {
@@ -146,11 +106,9 @@ TEST(StrUtil, FindPatternStr) {
     const char* match;  // null: no match
   } cases[] = {{"abbc", "a*c", 1, "abbc"},
                {"xxab", "abz", 1, "ab"},  // the text runs out before the pattern: still a match
-               {"xyz", "abc", 1, nullptr},
                {"xABc", "ab", 0, "AB"},
                {"xABc", "ab", 1, nullptr},
                {"key=value", "=*", 1, "=value"},  // a trailing wildcard runs to the end
-               {"a", "ab", 1, nullptr},
                // The wildcard swallows the byte under it, even one equal to the next literal.
                {"axbxc", "a*x", 1, "axbx"}};
   for (const auto& c : cases) {
@@ -186,8 +144,6 @@ TEST(StrUtil, ReplaceKeyBuf) {
   const char* in = "keykey";
   EXPECT_EQ(replaceKeyBuf(out, in, "KEY", ""), in);  // all gone: the input comes back
   EXPECT_EQ(out[0], '#');
-  const char* lead = "keyA";
-  EXPECT_EQ(replaceKeyBuf(out, lead, "key", ""), lead);
   EXPECT_EQ(replaceKeyBuf(out, "a-KEY-b", "key", "x"), out);
   EXPECT_STREQ(out, "a-x-b");
   EXPECT_EQ(replaceKeyBuf(out, "keyKeyz", "KEY", "<>"), out);
@@ -237,12 +193,7 @@ TEST(StrUtil, BinaryAndHexTextStopAtTheBudget) {
 TEST(StrUtil, MaskingRoundTrip) {
   char s[] = "a\r\nb\tc\bd\re";
   maskSpecialChars(s);
-  EXPECT_STREQ(s,
-               "a\x8A"
-               "b\x89"
-               "c\x88"
-               "d\x8D"
-               "e");
+  EXPECT_STREQ(s, "a\212b\211c\210d\215e");  // each control byte with its high bit set
   EXPECT_EQ(hasSpecialChars(s), 1);
   unmaskSpecialChars(s);
   EXPECT_STREQ(s, "a\nb\tc\bd\re");

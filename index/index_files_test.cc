@@ -131,29 +131,31 @@ TEST_F(IndexFilesTest, FailuresReturnZeroAndPrintTheirMessageOnlyWhenVerbose) {
   struct {
     std::function<int()> call;
     const char* message;
-  } cases[] = {{[] {
-                  IndexField page;
-                  WriteFile("wwwwais.cfg", "X y\n");
-                  return CreateWaisCfg("../none/a.wcf", "a.wcf", "/a", "", page, "");
-                },
-                "Can't create Wais configuration file.\n"},
-               {[this] {
-                  WriteFile(Root("swish/swish.cfg"), "X y\n");
-                  return CreateSwishCfg("../none/a.wcf", "/a", "");
-                },
-                "Can't create Swish configuration file: ../none/a.scf.\n"},
-               {[] {
-                  WriteFile("wwwwais.cfg", "DefaultURL x\n");
-                  mkdir("wwwwais.TMP", 0755);
-                  return WriteDefaultURL("", "u");
-                },
-                "Can't create temporary file.\n"},
-               // The template cannot be replaced; the temporary file stays.
-               {[] {
-                  mkdir("wwwwais.cfg", 0755);
-                  return WriteDefaultURL("", "u") + FileExists("wwwwais.TMP") - 1;
-                },
-                "Can't write default URL to file.\n"}};
+  } cases[] = {
+      {[] {
+         IndexField page;
+         WriteFile("wwwwais.cfg", "X y\n");
+         return CreateWaisCfg("../none/a.wcf", "a.wcf", "/a", "", page, "");
+       },
+       "Can't create Wais configuration file.\n"},
+      {[this] {
+         WriteFile(Root("swish/swish.cfg"), "X y\n");
+         return CreateSwishCfg("../none/a.wcf", "/a", "");
+       },
+       "Can't create Swish configuration file: ../none/a.scf.\n"},
+      {[] {
+         WriteFile("wwwwais.cfg", "DefaultURL x\n");
+         mkdir("wwwwais.TMP", 0755);
+         return WriteDefaultURL("", "u");
+       },
+       "Can't create temporary file.\n"},
+      // The template cannot be replaced; the temporary file stays.
+      {[] {
+         mkdir("wwwwais.cfg", 0755);
+         return WriteDefaultURL("", "u") + FileExists("wwwwais.TMP") - 1;
+       },
+       "Can't write default URL to file.\n"},
+  };
   for (const auto& c : cases) {
     for (int verbose : {0, 1}) {
       std::filesystem::current_path(root_.path());

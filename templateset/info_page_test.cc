@@ -28,6 +28,11 @@ const char kScript[] =
     "history.back()\n"
     "</SCRIPT></HTML>\n";
 
+std::string CannotCreate(const std::string& path) {
+  return "Could not create the file " + path +
+         ". Check that its directory exists and that the web server's user may write to it.\n";
+}
+
 class InfoPageTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -98,13 +103,8 @@ TEST_F(InfoPageTest, PicturesThatCannotBeCopiedAreReported) {
   WriteFile(templates_ + "basic/info.html", "<IMG SRC=\"missing.gif\"><IMG SRC=\"../basic.cfg\">");
   std::string out = Show("basic", 1);
   std::string infodir = www_ + "/tb_infodir/";
-  EXPECT_EQ(out, "Content-type: text/html\n\nCould not create the file " + infodir +
-                     "missing.gif. Check that its directory exists and that the web server's "
-                     "user may write to it.\nCould not create the file " +
-                     infodir +
-                     "../basic.cfg. Check that its directory exists and that the web server's "
-                     "user may write to it.\n" +
-                     kScript);
+  EXPECT_EQ(out, "Content-type: text/html\n\n" + CannotCreate(infodir + "missing.gif") +
+                     CannotCreate(infodir + "../basic.cfg") + kScript);
   EXPECT_FALSE(FileExists(www_ + "/basic.cfg"));
   EXPECT_EQ(ReadFile(infodir + "info.html"),
             "<IMG SRC=\"/store/tb_infodir/missing.gif?1234567890\">"
@@ -127,9 +127,8 @@ TEST_F(InfoPageTest, ReportsAPageThatCannotBeReadOrWritten) {
   WriteFile(templates_ + "basic/info.html", "<P>Info</P>");
   testing::RemoveTree(www_ + "/tb_infodir");
   WriteFile(www_ + "/tb_infodir", "a file where the directory should be");
-  EXPECT_EQ(Show("basic", 0), "Content-type: text/html\n\nCould not create the file " + www_ +
-                                  "/tb_infodir/info.html. Check that its directory exists and "
-                                  "that the web server's user may write to it.\n");
+  EXPECT_EQ(Show("basic", 0),
+            "Content-type: text/html\n\n" + CannotCreate(www_ + "/tb_infodir/info.html"));
 }
 
 TEST_F(InfoPageTest, TemplateRootComesFromTheStoreOrTheCgiVariables) {
