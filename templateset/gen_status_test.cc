@@ -3,11 +3,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <set>
 #include <string>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -29,15 +27,6 @@ std::string Report(int rc, int detail, const char* problems, const char* html_pa
   ::testing::internal::CaptureStdout();
   PG_PrintGenError(rc, detail, problems, html_path, store_cfg);
   return ::testing::internal::GetCapturedStdout();
-}
-
-// Waits (boundedly) until |path| exists.
-bool AwaitFile(const std::string& path) {
-  for (int i = 0; i < 600; ++i) {
-    if (FileExists(path)) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  return false;
 }
 
 TEST(AdminMessages, EveryResultCodeFromMinus19To0HasItsOwnExplanation) {
@@ -119,33 +108,9 @@ TEST(PrintGenError, ProblemRows) {
 }
 
 // Holds a run lock in a child process for as long as it lives.
-class LockHolder {
- public:
-  explicit LockHolder(const char* file) {
-    int ready[2];
-    if (pipe(ready) != 0) return;
-    pid_ = fork();
-    if (pid_ == 0) {
-      char ok = openlock(file, 0, 0644) >= 0 ? '1' : '0';
-      if (write(ready[1], &ok, 1) == 1) pause();
-      _exit(0);
-    }
-    char ok = '0';
-    locked_ = read(ready[0], &ok, 1) == 1 && ok == '1';
-    close(ready[0]);
-    close(ready[1]);
-  }
-  ~LockHolder() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  bool locked() const { return locked_; }
-
- private:
-  pid_t pid_ = -1;
-  bool locked_ = false;
-};
+testing::HeldInChild HoldLock(const char* file) {
+  return testing::HeldInChild([file] { return openlock(file, 0, 0644) >= 0; });
+}
 
 TEST(ExecutionStatus, EitherRunLockMeansARunIsUnderWay) {
   ScopedTempDir dir(/*enter=*/true);
@@ -153,22 +118,22 @@ TEST(ExecutionStatus, EitherRunLockMeansARunIsUnderWay) {
   EXPECT_TRUE(FileExists(dir.Path(kRunLockFile)));
   EXPECT_TRUE(FileExists(dir.Path(kRunLockCompanionFile)));
   {
-    LockHolder run(kRunLockFile);
-    ASSERT_TRUE(run.locked());
+    testing::HeldInChild run = HoldLock(kRunLockFile);
+    ASSERT_TRUE(run.held());
     EXPECT_EQ(PG_ExecutionStatus(), 1);
   }
   {
     // A refused run removed "pgstatus.pid"; the companion still shows the
     // run under way.
-    LockHolder run(kRunLockCompanionFile);
-    ASSERT_TRUE(run.locked());
+    testing::HeldInChild run = HoldLock(kRunLockCompanionFile);
+    ASSERT_TRUE(run.held());
     unlink(kRunLockFile);
     EXPECT_EQ(PG_ExecutionStatus(), 1);
   }
   EXPECT_EQ(PG_ExecutionStatus(), 2);
   // A status check leaves no lock behind.
-  LockHolder next(kRunLockFile);
-  EXPECT_TRUE(next.locked());
+  testing::HeldInChild next = HoldLock(kRunLockFile);
+  EXPECT_TRUE(next.held());
 }
 
 TEST(LaunchAndForget, AnswersAtOnceAndRunsTheProgramDetached) {
@@ -205,11 +170,11 @@ TEST(LaunchAndForget, AnswersAtOnceAndRunsTheProgramDetached) {
   ASSERT_EQ(waitpid(pid, &status, 0), pid);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   EXPECT_EQ(response, "Content-type: text/html\n\nstarted");
-  ASSERT_TRUE(AwaitFile(dir.Path("args")));
+  ASSERT_TRUE(testing::WaitForFile(dir.Path("args")));
   EXPECT_EQ(ReadFile(dir.Path("args")), dir.path() + " second word\n");
   EXPECT_FALSE(FileExists(dir.Path("done")));
   WriteFile(dir.Path("release"), "");
-  EXPECT_TRUE(AwaitFile(dir.Path("done")));
+  EXPECT_TRUE(testing::WaitForFile(dir.Path("done")));
 }
 
 }  // namespace
