@@ -1,0 +1,453 @@
+"""The sample store behind a real web server, in four parts, each run by CTest
+on its own (web_test.py PART):
+
+  static   the generated store crawled over HTTP from the shop home page
+  dynamic  product and list pages made on request through CGI, against the
+           pages a static run writes
+  admin    a generation run started and followed through storegen-admin
+  browser  pages opened in headless Chromium: rendered DOM and screenshots
+
+A part whose tools are missing is skipped outside CI (exit code 77, with the
+reason) and fails under CI.
+"""
+
+import collections
+import html.parser
+import os
+import re
+import shutil
+import subprocess
+import sys
+import time
+import unittest
+import urllib.parse
+
+import webstore as ws
+
+
+def install_wrapper(cgi_dir):
+    """The dynamic-page CGI program as /cgi-bin/storegen (the name PageGenProg
+    gives), run by this interpreter."""
+    os.makedirs(cgi_dir, exist_ok=True)
+    with open(os.path.join(ws.HERE, "storegen_cgi.py"), encoding="utf-8") as f:
+        source = f.read()
+    path = os.path.join(cgi_dir, "storegen")
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(f"#!{sys.executable}\n{source}")
+    os.chmod(path, 0o755)
+
+
+def store_seeds(cfg_path, work):
+    """Where a crawl of the store starts: the shop home page, the cart pages
+    the run announced in the store configuration, and the search page (the
+    cart and the search gateway lead to those; no store page does)."""
+    seeds = [ws.STORE_DIR + "index.html"]
+    for key in ("PostModCartPage", "OnlineOrderPage", "ErrorPage"):
+        value = ws.config_value(cfg_path, key)
+        if value:
+            seeds.append(value)
+    wcf = os.path.join(work, "swish", ws.STORE + ".wcf")
+    if os.path.exists(wcf):
+        with open(wcf, encoding="utf-8") as f:
+            for line in f:
+                words = line.split()
+                if len(words) == 2 and words[0] == "PageTitle":
+                    seeds.append(ws.STORE_DIR + os.path.basename(words[1]))
+    return seeds
+
+
+class StaticStoreTest(unittest.TestCase):
+    """The store as generate.sh writes it, served as static files."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.tmp = ws.TempDir("web-static-")
+        cls.work, cls.root = ws.generate_static_store(cls.tmp.path)
+        cls.cfg = os.path.join(cls.work, ws.STORE + ".cfg")
+        cls.server = ws.Server(cls.tmp.path, cls.root, os.path.join(cls.tmp.path, "www-cgi"))
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.stop()
+        cls.tmp.cleanup()
+
+    def test_every_link_of_the_store_answers(self):
+        links = ws.StoreLinks(self.cfg)
+        result = ws.crawl(self.server, links, store_seeds(self.cfg, self.work))
+        self.assertEqual(result.problems, [], "broken links:\n" + ws.describe(result.problems))
+        # Every page the run wrote is reached, and the template set's support
+        # files that the pages use.
+        out = os.path.join(self.root, ws.STORE)
+        written = {ws.STORE_DIR + n for n in os.listdir(out) if n.endswith(".html")}
+        self.assertEqual(written - set(result.status), set(), "pages no link leads to")
+        for path in ("css/style.css", "images/logo.svg", "images/next.svg", "images/prev.svg"):
+            self.assertEqual(result.status.get(ws.STORE_DIR + path), 200, path)
+        self.assertGreater(result.kinds["cart"], 0)
+        self.assertEqual(result.kinds["dynamic"], 0)
+
+
+class DynamicStoreTest(unittest.TestCase):
+    """The store with product and list pages served dynamically, beside the
+    static twin that the store without them writes.
+
+    The dynamic configuration is installed under the static one's name, so
+    both stores have the same name, directory and cart links. A dynamic
+    product page must then equal its static twin byte for byte, except the
+    links the dynamic configuration makes dynamic on purpose: a link to a
+    product page or to a category's list page calls the page generator
+    instead of naming the static file. Those links, and only those, are
+    mapped back to the static file names before the comparison.
+    """
+
+    @classmethod
+    def setUpClass(cls):
+        cls.tmp = ws.TempDir("web-dynamic-")
+        static = os.path.join(cls.tmp.path, "static")
+        os.makedirs(static)
+        generate = ws.generate_static_store(static)
+        cls.static_pages = os.path.join(generate[1], ws.STORE)
+
+        cls.work = os.path.join(cls.tmp.path, "dynamic")
+        ws.lay_out_store(cls.work, os.path.join(ws.SAMPLE_DIR, "lantern-dynamic.cfg"))
+        cls.cfg = os.path.join(cls.work, ws.STORE + ".cfg")
+        root = os.path.join(cls.tmp.path, "html")
+        run = ws.run_storegen(cls.work, "-o", root, "-c", cls.cfg, "-s", "0")
+        if not os.path.exists(os.path.join(root, ws.STORE, "index.html")):
+            raise AssertionError(f"static run of the dynamic store failed: {run.stdout!r}")
+        cgi = os.path.join(cls.tmp.path, "www-cgi")
+        install_wrapper(cgi)
+        cls.server = ws.Server(cls.tmp.path, root, cgi, {
+            "STOREGEN_PROGRAM": os.path.join(cls.work, "cgi-bin", "storegen"),
+            "STOREGEN_STORE_DIR": cls.work,
+        })
+        cls.links = ws.StoreLinks(cls.cfg)
+        cls.products = ws.read_table(os.path.join(cls.work, "products.txt"))
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.stop()
+        cls.tmp.cleanup()
+
+    def pagegen(self, query):
+        return self.links.pagegen + "?" + query
+
+    def as_static(self, body):
+        """|body| with the deliberately dynamic page links turned into the
+        static file names a static run writes."""
+        text = body.decode("utf-8")
+        prefix = "USERPROG#" + re.escape(self.links.pagegen)
+        cfg = re.escape(self.links.cfg_name)
+        text = re.sub(prefix + r"\?-p\+-c\+" + cfg + r"\+([\w.-]+)(?=\")",
+                      lambda m: f"{ws.STORE_DIR}p-{m.group(1)}.html", text)
+        text = re.sub(prefix + r"\?-c\+" + cfg + r"\+-f\+0\+-C\+([\w.%-]+)(?=\")",
+                      lambda m: f"{ws.STORE_DIR}c-{urllib.parse.unquote(m.group(1))}.html", text)
+        return text.encode("utf-8")
+
+    def test_product_pages_equal_their_static_twins(self):
+        for product in self.products:
+            sku = product["SKU"]
+            with self.subTest(sku=sku):
+                status, headers, body = self.server.fetch(self.pagegen("-p+-c+lantern.cfg+" + sku))
+                self.assertEqual(status, 200)
+                self.assertEqual(headers.get("X-Storegen-Exit"), "0")
+                with open(os.path.join(self.static_pages, f"p-{sku}.html"), "rb") as f:
+                    twin = f.read()
+                self.assertEqual(self.as_static(body).decode(), twin.decode())
+        status, _, _ = self.server.fetch(self.pagegen("-p+-c+lantern.cfg+NO-SUCH-SKU"))
+        self.assertEqual(status, 404)
+
+    def list_walk(self, path):
+        """Follows a list's "Next" links from |path|; returns the SKUs of its
+        product links, page by page, and checks each page's paging links."""
+        pages = []
+        first = 0
+        while path:
+            self.assertLess(len(pages), 20, "list pages do not end")
+            status, _, body = self.server.fetch(path)
+            self.assertEqual(status, 200, path)
+            skus, starts = [], []
+            for tag, value in ws.parse_page(body).links:
+                link = self.links.classify(value, path)
+                if link.kind != "dynamic":
+                    continue
+                m = re.search(r"\?-p\+-c\+[^+]+\+(.+)$", link.fetch)
+                if m:
+                    skus.append(m.group(1))
+                m = re.search(r"-f\+(\d+)(\+-C\+.*)?$", link.fetch)
+                if m and tag == "a" and link.fetch.split("?", 1)[1].count("-C") == path.count("-C"):
+                    starts.append((int(m.group(1)), link.fetch))
+            pages.append(skus)
+            previous = [p for s, p in starts if s < first]
+            following = [p for s, p in starts if s > first]
+            self.assertEqual(len(previous), 1 if first > 0 else 0, f"Previous links on {path}")
+            self.assertLessEqual(len(following), 1, f"Next links on {path}")
+            path = following[0] if following else None
+            if path:
+                first = int(re.search(r"-f\+(\d+)", path).group(1))
+        return pages
+
+    def test_list_pages_page_through_every_product_once(self):
+        status, _, body = self.server.fetch(ws.STORE_DIR + "index.html")
+        self.assertEqual(status, 200)
+        category_links = {}
+        for _, value in ws.parse_page(body).links:
+            m = re.search(r"-f\+0\+-C\+(.+)$", value)
+            if m:
+                category_links[urllib.parse.unquote(m.group(1))] = self.links.classify(
+                    value, ws.STORE_DIR).fetch
+        categories = ws.read_categories(os.path.join(self.work, "products.cdb"))
+        self.assertEqual(sorted(category_links), sorted(categories))
+        for category in categories:
+            with self.subTest(category=category):
+                pages = self.list_walk(category_links[category])
+                expected = [p["SKU"] for p in self.products if p["TILLBOXCATEGORY"] == category]
+                self.assertEqual(sum(pages, []), expected)
+                self.assertTrue(all(pages), "an empty list page")
+        # The shop home page continues its list of every product on dynamic
+        # pages of its own.
+        pages = self.list_walk(ws.STORE_DIR + "index.html")
+        self.assertGreater(len(pages), 1)
+        self.assertEqual(sum(pages, []), [p["SKU"] for p in self.products])
+
+    def test_every_link_of_the_store_answers(self):
+        result = ws.crawl(self.server, self.links, store_seeds(self.cfg, self.work))
+        # Known fault, kept visible: a list page without a category (the
+        # shop home page's continuation) is made from the category page's
+        # template, which the run names as the store's list template, so its
+        # category tags stay unresolved. When that is settled, this check
+        # fails and the exception goes.
+        known = [p for p in result.problems if "-C+" not in p[0] and "CATEGORY." in p[1]]
+        other = [p for p in result.problems if p not in known]
+        self.assertEqual(other, [], "broken links:\n" + ws.describe(other))
+        self.assertNotEqual(known, [], "category-less list pages render cleanly now")
+        dynamic = [p for p in result.status if p.startswith(self.links.pagegen)]
+        self.assertEqual(len([p for p in dynamic if "?-p+" in p]), len(self.products))
+        self.assertFalse(any(n.startswith(("p-", "c-"))
+                             for n in os.listdir(os.path.join(self.server_root(), ws.STORE))))
+
+    def server_root(self):
+        return os.path.join(self.tmp.path, "html")
+
+
+class AdminTest(unittest.TestCase):
+    """storegen-admin behind the web server starts a run and reports it."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.tmp = ws.TempDir("web-admin-")
+        cls.work = os.path.join(cls.tmp.path, "work")
+        ws.lay_out_store(cls.work, os.path.join(ws.SAMPLE_DIR, "lantern.cfg"))
+        cls.root = os.path.join(cls.tmp.path, "html")
+        os.makedirs(cls.root)
+        config = os.path.join(cls.tmp.path, "storegen-admin.cfg")
+        with open(config, "w", encoding="utf-8") as f:
+            f.write(f"StoregenProgram\t{cls.work}/cgi-bin/storegen\n"
+                    f"StoreConfigDir\t{cls.work}\nTemplateDir\t{cls.work}\nHtmlRoot\t{cls.root}\n")
+        cgi = os.path.join(cls.tmp.path, "www-cgi")
+        os.makedirs(cgi)
+        os.symlink(ws.admin_binary(), os.path.join(cgi, "storegen-admin"))
+        cls.server = ws.Server(cls.tmp.path, cls.root, cgi, {"STOREGEN_ADMIN_CONFIG": config})
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.stop()
+        cls.tmp.cleanup()
+
+    def generate_and_wait(self):
+        """Starts a run and polls the status page until the run has ended;
+        returns the report page."""
+        status, _, body = self.server.fetch("/cgi-bin/storegen-admin",
+                                            b"action=generate&store=" + ws.STORE.encode())
+        self.assertEqual(status, 200)
+        self.assertEqual(ws.parse_page(body).title, "Generation started", body)
+        deadline = time.monotonic() + 90
+        while True:
+            status, _, body = self.server.fetch("/cgi-bin/storegen-admin?action=status&store=lantern")
+            self.assertEqual(status, 200)
+            # Until the run has taken its lock the report of the one before
+            # is gone and this one's is not there yet.
+            if ws.parse_page(body).title not in ("Generation running", "No generation report"):
+                return body.decode("utf-8", "replace")
+            self.assertLess(time.monotonic(), deadline, "the run did not end")
+            time.sleep(0.2)
+
+    def test_generation_runs_and_reports(self):
+        report = self.generate_and_wait()
+        self.assertIn("Last generation run", report)
+        self.assertIn("The store's pages were generated successfully.", report)
+        self.assertIn('HREF="http://www.lantern-and-loom.example/lantern/', report)
+        # The sample's product without a picture is listed as a problem row.
+        self.assertRegex(report, r"<TR><TD><B>[^<]*:</B> LL-106</TD>")
+        for page in ("index.html", "p-LL-106.html", "c-Kitchen1.html", "cart.html"):
+            status, _, _ = self.server.fetch(ws.STORE_DIR + page)
+            self.assertEqual(status, 200, page)
+
+
+class DomSummary(html.parser.HTMLParser):
+    """What a shopper sees of a rendered page: title, headings, prices,
+    product cards and form controls."""
+
+    def __init__(self):
+        super().__init__(convert_charrefs=True)
+        self.title = ""
+        self.h1 = []
+        self.prices = []
+        self.cards = 0
+        self.controls = []  # (tag, type, name, value)
+        self._open = []
+
+    def handle_starttag(self, tag, attrs):
+        a = dict(attrs)
+        classes = (a.get("class") or "").split()
+        if tag == "a" and "card" in classes:
+            self.cards += 1
+        if tag in ("select", "textarea", "input"):
+            self.controls.append((tag, a.get("type", ""), a.get("name", ""), a.get("value", "")))
+        if tag == "option":
+            self.controls.append((tag, "", "", a.get("value", "")))
+        self._open.append((tag, "price" in classes))
+        if tag in ("input", "img", "br", "meta", "link"):
+            self._open.pop()
+
+    def handle_endtag(self, tag):
+        while self._open:
+            if self._open.pop()[0] == tag:
+                break
+
+    def handle_data(self, data):
+        tags = [t for t, _ in self._open]
+        if tags and tags[-1] == "title":
+            self.title += data
+        if "h1" in tags:
+            self.h1.append(data.strip())
+        if any(price for _, price in self._open):
+            self.prices.append(data.strip())
+
+
+class BrowserTest(unittest.TestCase):
+    """Pages of the static store and a dynamic product page in headless
+    Chromium. Screenshots are kept in the build tree."""
+
+    FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+             "--disable-background-networking", "--disable-component-update", "--disable-sync",
+             "--hide-scrollbars", "--window-size=1280,1400"]
+
+    @classmethod
+    def setUpClass(cls):
+        cls.tmp = ws.TempDir("web-browser-")
+        _, root = ws.generate_static_store(cls.tmp.path)
+        cls.server = ws.Server(cls.tmp.path, root, os.path.join(cls.tmp.path, "www-cgi"))
+        cls.dynamic = None
+        work = os.path.join(cls.tmp.path, "dynamic")
+        ws.lay_out_store(work, os.path.join(ws.SAMPLE_DIR, "lantern-dynamic.cfg"))
+        droot = os.path.join(cls.tmp.path, "dynamic-html")
+        ws.run_storegen(work, "-o", droot, "-c", os.path.join(work, ws.STORE + ".cfg"), "-s", "0")
+        dwork = os.path.join(cls.tmp.path, "dynamic-server")
+        os.makedirs(dwork)
+        install_wrapper(os.path.join(dwork, "cgi"))
+        cls.dynamic = ws.Server(dwork, droot, os.path.join(dwork, "cgi"), {
+            "STOREGEN_PROGRAM": os.path.join(work, "cgi-bin", "storegen"),
+            "STOREGEN_STORE_DIR": work,
+        })
+        cls.shots = ws.ARTIFACT_DIR or cls.tmp.path
+        os.makedirs(cls.shots, exist_ok=True)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.stop()
+        if cls.dynamic:
+            cls.dynamic.stop()
+        cls.tmp.cleanup()
+
+    def render(self, server, path, name):
+        """Opens |path| in a fresh browser profile; returns the rendered DOM's
+        summary. Fails when the page or anything it loads does not answer
+        200."""
+        with open(server.access_log, "a", encoding="utf-8"):
+            pass
+        logged = os.path.getsize(server.access_log)
+        shot = os.path.join(self.shots, name + ".png")
+        if os.path.exists(shot):
+            os.remove(shot)
+        profile = os.path.join(self.tmp.path, "profile-" + name)
+        run = subprocess.run(["chromium", *self.FLAGS, f"--user-data-dir={profile}",
+                              f"--screenshot={shot}", "--dump-dom", server.url(path)],
+                             capture_output=True, timeout=60)
+        self.assertEqual(run.returncode, 0, run.stderr.decode("utf-8", "replace")[-2000:])
+        with open(shot, "rb") as f:
+            self.assertEqual(f.read(8), b"\x89PNG\r\n\x1a\n", "no screenshot")
+        # The server writes its access log in batches: wait (bounded) until the
+        # page's own request is in it; what the page loaded came before.
+        deadline = time.monotonic() + 10
+        while True:
+            with open(server.access_log, encoding="utf-8") as f:
+                f.seek(logged)
+                requests = [line.split(" ", 1) for line in f.read().splitlines()]
+            if any(f" {path} " in r for _, r in requests) or time.monotonic() > deadline:
+                break
+            time.sleep(0.1)
+        failed = [r for s, r in requests if s != "200" and "/favicon.ico " not in r]
+        self.assertEqual(failed, [], f"{path} loaded something that failed")
+        self.assertTrue(any("/css/style.css " in r for _, r in requests), "no style sheet loaded")
+        dom = DomSummary()
+        dom.feed(run.stdout.decode("utf-8", "replace"))
+        return dom
+
+    def test_shop_home_page(self):
+        dom = self.render(self.server, ws.STORE_DIR + "index.html", "home")
+        self.assertEqual(dom.title, "Lantern & Loom")
+        self.assertEqual(dom.h1, ["Things made to be used, and kept."])
+        self.assertEqual(dom.cards, 5 + 12)  # categories, then a page of products
+        self.assertIn("$89.00", dom.prices)
+
+    def test_category_page(self):
+        dom = self.render(self.server, ws.STORE_DIR + "c-Kitchen.html", "category")
+        self.assertEqual(dom.title, "Kitchen · Lantern & Loom")
+        self.assertEqual(dom.h1, ["Kitchen"])
+        self.assertEqual(dom.cards, 6)
+        self.assertIn("$19.00", dom.prices)
+
+    def check_product(self, dom):
+        self.assertEqual(dom.title, "Linen Cushion Cover · Lantern & Loom")
+        self.assertEqual(dom.h1, ["Linen Cushion Cover"])
+        self.assertEqual(dom.prices, ["$38.00"])
+        self.assertEqual(dom.controls, [
+            ("input", "hidden", "sku", "TX-202"),
+            ("select", "", "Color", ""), ("option", "", "", "Natural"), ("option", "", "", "Indigo"),
+            ("input", "RADIO", "Size", "Small"), ("input", "RADIO", "Size", "Medium"),
+            ("input", "number", "quantity", "1"),
+        ])
+
+    def test_product_page(self):
+        self.check_product(self.render(self.server, ws.STORE_DIR + "p-TX-202.html", "product"))
+
+    def test_dynamic_product_page(self):
+        self.check_product(self.render(self.dynamic, "/cgi-bin/storegen?-p+-c+lantern.cfg+TX-202",
+                                       "product-dynamic"))
+
+
+PARTS = {
+    "static": (StaticStoreTest, ["lighttpd"]),
+    "dynamic": (DynamicStoreTest, ["lighttpd"]),
+    "admin": (AdminTest, ["lighttpd"]),
+    "browser": (BrowserTest, ["lighttpd", "chromium"]),
+}
+
+
+def main():
+    if len(sys.argv) != 2 or sys.argv[1] not in PARTS:
+        print(f"usage: {sys.argv[0]} {'|'.join(PARTS)}")
+        return 2
+    case, tools = PARTS[sys.argv[1]]
+    ws.require_tools(*tools)
+    for path in (ws.storegen_binary(), os.path.join(ws.SAMPLE_DIR, "generate.sh")):
+        if not os.path.exists(path):
+            print(f"FAILED: {path} is missing")
+            return 1
+    suite = unittest.defaultTestLoader.loadTestsFromTestCase(case)
+    result = unittest.TextTestRunner(stream=sys.stdout, verbosity=2).run(suite)
+    return 0 if result.wasSuccessful() else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
