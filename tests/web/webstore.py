@@ -94,8 +94,9 @@ def generate_static_store(base):
     os.symlink(storegen_binary(), os.path.join(base, "bin", "storegen"))
     run = subprocess.run([os.path.join(SAMPLE_DIR, "generate.sh"), base],
                          capture_output=True, text=True, timeout=120)
-    if not os.path.isfile(os.path.join(base, "sample-store", STORE, "index.html")):
-        raise AssertionError(f"generate.sh wrote no shop home page (exit {run.returncode}):\n"
+    if run.returncode != 0 or not os.path.isfile(
+            os.path.join(base, "sample-store", STORE, "index.html")):
+        raise AssertionError(f"generate.sh failed (exit {run.returncode}):\n"
                              f"{run.stdout}\n{run.stderr}")
     return os.path.join(base, "sample-work"), os.path.join(base, "sample-store")
 
@@ -131,11 +132,6 @@ def run_storegen(work, *args):
     """Runs the store's program from |work|/cgi-bin; returns the finished process."""
     program = os.path.join(work, "cgi-bin", "storegen")
     return subprocess.run([program, *args], capture_output=True, timeout=120)
-
-
-def exit_status(code):
-    """The process exit status of a code that main returned."""
-    return code & 0xFF
 
 
 def config_value(cfg_path, key):
@@ -405,7 +401,6 @@ class CrawlResult:
     def __init__(self):
         self.status = {}  # fetched path -> HTTP status
         self.problems = []  # (page, link or path, what is wrong)
-        self.pages = {}  # HTML path -> body
         self.kinds = collections.Counter()  # links seen, by kind
 
 
@@ -428,7 +423,6 @@ def crawl(server, links, seeds, limit=MAX_REQUESTS - 20):
             continue
         if not headers.get("Content-Type", "").startswith("text/html"):
             continue
-        result.pages[path] = body
         parser = parse_page(body)
         for tag in unexpanded_text(parser):
             result.problems.append((path, tag, "template tag left in the page text"))
