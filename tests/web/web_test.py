@@ -108,14 +108,14 @@ class DynamicStoreTest(unittest.TestCase):
         cls.work = os.path.join(cls.tmp.path, "dynamic")
         ws.lay_out_store(cls.work, os.path.join(ws.SAMPLE_DIR, "lantern-dynamic.cfg"))
         cls.cfg = os.path.join(cls.work, ws.STORE + ".cfg")
-        root = os.path.join(cls.tmp.path, "html")
-        run = ws.run_storegen(cls.work, "-o", root, "-c", cls.cfg, "-s", "0")
+        cls.root = os.path.join(cls.tmp.path, "html")
+        run = ws.run_storegen(cls.work, "-o", cls.root, "-c", cls.cfg, "-s", "0")
         if run.returncode != 0:
             raise AssertionError(f"static run of the dynamic store failed ({run.returncode}): "
                                  f"{run.stdout!r} {run.stderr!r}")
         cgi = os.path.join(cls.tmp.path, "www-cgi")
         install_wrapper(cgi)
-        cls.server = ws.Server(cls.tmp.path, root, cgi, {
+        cls.server = ws.Server(cls.tmp.path, cls.root, cgi, {
             "STOREGEN_PROGRAM": os.path.join(cls.work, "cgi-bin", "storegen"),
             "STOREGEN_STORE_DIR": cls.work,
         })
@@ -155,11 +155,14 @@ class DynamicStoreTest(unittest.TestCase):
         status, _, _ = self.server.fetch(self.pagegen("-p+-c+lantern.cfg+NO-SUCH-SKU"))
         self.assertEqual(status, 404)
 
-    def list_walk(self, path):
+    def list_walk(self, path, exact_previous=True):
         """Follows a list's "Next" links from |path|; returns the SKUs of its
-        product links, page by page, and checks each page's paging links."""
+        product links, page by page, and checks each page's paging links: at
+        most one "Next", and one "Previous" on every page but the first,
+        leading back to the page before (with |exact_previous|) or to some
+        earlier start."""
         pages = []
-        first = 0
+        first, before = 0, None
         while path:
             self.assertLess(len(pages), 20, "list pages do not end")
             status, _, body = self.server.fetch(path)
@@ -176,13 +179,16 @@ class DynamicStoreTest(unittest.TestCase):
                 if m and tag == "a" and link.fetch.split("?", 1)[1].count("-C") == path.count("-C"):
                     starts.append((int(m.group(1)), link.fetch))
             pages.append(skus)
-            previous = [p for s, p in starts if s < first]
+            previous = [s for s, _ in starts if s < first]
             following = [p for s, p in starts if s > first]
-            self.assertEqual(len(previous), 1 if first > 0 else 0, f"Previous links on {path}")
+            expected = [before] if before is not None else []
+            if not exact_previous and len(previous) == 1:
+                expected = previous
+            self.assertEqual(previous, expected, f"Previous links on {path}")
             self.assertLessEqual(len(following), 1, f"Next links on {path}")
             path = following[0] if following else None
             if path:
-                first = int(re.search(r"-f\+(\d+)", path).group(1))
+                first, before = int(re.search(r"-f\+(\d+)", path).group(1)), first
         return pages
 
     def test_list_pages_page_through_every_product_once(self):
@@ -203,8 +209,10 @@ class DynamicStoreTest(unittest.TestCase):
                 self.assertEqual(sum(pages, []), expected)
                 self.assertTrue(all(pages), "an empty list page")
         # The shop home page continues its list of every product on dynamic
-        # pages of its own.
-        pages = self.list_walk(ws.STORE_DIR + "index.html")
+        # pages. Those are made from the store's list template, whose page
+        # size differs from the shop home page's (the known fault below), so
+        # the first one's "Previous" does not lead back to the start.
+        pages = self.list_walk(ws.STORE_DIR + "index.html", exact_previous=False)
         self.assertGreater(len(pages), 1)
         self.assertEqual(sum(pages, []), [p["SKU"] for p in self.products])
 
@@ -221,11 +229,9 @@ class DynamicStoreTest(unittest.TestCase):
         self.assertNotEqual(known, [], "category-less list pages render cleanly now")
         dynamic = [p for p in result.status if p.startswith(self.links.pagegen)]
         self.assertEqual(len([p for p in dynamic if "?-p+" in p]), len(self.products))
+        # Product and category pages exist only on request.
         self.assertFalse(any(n.startswith(("p-", "c-"))
-                             for n in os.listdir(os.path.join(self.server_root(), ws.STORE))))
-
-    def server_root(self):
-        return os.path.join(self.tmp.path, "html")
+                             for n in os.listdir(os.path.join(self.root, ws.STORE))))
 
 
 class AdminTest(unittest.TestCase):

@@ -62,7 +62,7 @@ def require_tools(*names):
         print(f"FAILED: {what} not installed; CI installs it (.ci/run), so this is an error")
         sys.exit(1)
     print(f"SKIPPED: {what} not installed (apt-get install {' '.join(missing)}); "
-          "the web suite needs it to serve or look at the pages")
+          "this part of the web suite needs it to serve or look at the pages")
     sys.exit(SKIP_EXIT)
 
 
