@@ -14,6 +14,7 @@ reason) and fails under CI.
 import html.parser
 import os
 import re
+import signal
 import subprocess
 import sys
 import time
@@ -60,14 +61,12 @@ class StaticStoreTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.tmp = ws.TempDir("web-static-")
+        cls.addClassCleanup(cls.tmp.cleanup)
         cls.work, cls.root = ws.generate_static_store(cls.tmp.path)
         cls.cfg = os.path.join(cls.work, ws.STORE + ".cfg")
         cls.server = ws.Server(cls.tmp.path, cls.root, os.path.join(cls.tmp.path, "www-cgi"))
+        cls.addClassCleanup(cls.server.stop)
 
-    @classmethod
-    def tearDownClass(cls):
-        cls.server.stop()
-        cls.tmp.cleanup()
 
     def test_every_link_of_the_store_answers(self):
         links = ws.StoreLinks(self.cfg)
@@ -100,6 +99,7 @@ class DynamicStoreTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.tmp = ws.TempDir("web-dynamic-")
+        cls.addClassCleanup(cls.tmp.cleanup)
         static = os.path.join(cls.tmp.path, "static")
         os.makedirs(static)
         generate = ws.generate_static_store(static)
@@ -119,13 +119,10 @@ class DynamicStoreTest(unittest.TestCase):
             "STOREGEN_PROGRAM": os.path.join(cls.work, "cgi-bin", "storegen"),
             "STOREGEN_STORE_DIR": cls.work,
         })
+        cls.addClassCleanup(cls.server.stop)
         cls.links = ws.StoreLinks(cls.cfg)
         cls.products = ws.read_table(os.path.join(cls.work, "products.txt"))
 
-    @classmethod
-    def tearDownClass(cls):
-        cls.server.stop()
-        cls.tmp.cleanup()
 
     def pagegen(self, query):
         return self.links.pagegen + "?" + query
@@ -240,6 +237,7 @@ class AdminTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.tmp = ws.TempDir("web-admin-")
+        cls.addClassCleanup(cls.tmp.cleanup)
         cls.work = os.path.join(cls.tmp.path, "work")
         ws.lay_out_store(cls.work, os.path.join(ws.SAMPLE_DIR, "lantern.cfg"))
         cls.root = os.path.join(cls.tmp.path, "html")
@@ -252,11 +250,20 @@ class AdminTest(unittest.TestCase):
         os.makedirs(cgi)
         os.symlink(ws.admin_binary(), os.path.join(cgi, "storegen-admin"))
         cls.server = ws.Server(cls.tmp.path, cls.root, cgi, {"STOREGEN_ADMIN_CONFIG": config})
+        cls.addClassCleanup(cls.server.stop)
+        cls.addClassCleanup(cls.wait_for_run_end)
 
     @classmethod
-    def tearDownClass(cls):
-        cls.server.stop()
-        cls.tmp.cleanup()
+    def wait_for_run_end(cls):
+        """A run started here goes on by itself: before the store's directory
+        goes, wait (bounded) until none is under way."""
+        deadline = time.monotonic() + 60
+        while time.monotonic() < deadline:
+            _, _, body = cls.server.fetch("/cgi-bin/storegen-admin?action=status")
+            if ws.parse_page(body).title != "Generation running":
+                return
+            time.sleep(0.2)
+
 
     def generate_and_wait(self):
         """Starts a run and polls the status page until the run has ended;
@@ -329,6 +336,22 @@ class DomSummary(html.parser.HTMLParser):
             self.prices.append(data.strip())
 
 
+def browse(args, timeout=60):
+    """Runs chromium with |args| in a process group of its own, which is ended
+    whole when it overruns. Returns (standard output, exit status, the end of
+    its error output)."""
+    proc = subprocess.Popen(["chromium", *args], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                            start_new_session=True)
+    try:
+        out, err = proc.communicate(timeout=timeout)
+    except subprocess.TimeoutExpired:
+        os.killpg(proc.pid, signal.SIGKILL)
+        out, err = proc.communicate()
+        err += b"\n(ended after %d seconds)" % timeout
+    return (out.decode("utf-8", "replace"), proc.returncode,
+            err.decode("utf-8", "replace")[-2000:])
+
+
 class BrowserTest(unittest.TestCase):
     """Pages of the static store and a dynamic product page in headless
     Chromium. Screenshots are kept in the build tree."""
@@ -340,9 +363,10 @@ class BrowserTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.tmp = ws.TempDir("web-browser-")
+        cls.addClassCleanup(cls.tmp.cleanup)
         _, root = ws.generate_static_store(cls.tmp.path)
         cls.server = ws.Server(cls.tmp.path, root, os.path.join(cls.tmp.path, "www-cgi"))
-        cls.dynamic = None
+        cls.addClassCleanup(cls.server.stop)
         work = os.path.join(cls.tmp.path, "dynamic")
         ws.lay_out_store(work, os.path.join(ws.SAMPLE_DIR, "lantern-dynamic.cfg"))
         droot = os.path.join(cls.tmp.path, "dynamic-html")
@@ -354,15 +378,10 @@ class BrowserTest(unittest.TestCase):
             "STOREGEN_PROGRAM": os.path.join(work, "cgi-bin", "storegen"),
             "STOREGEN_STORE_DIR": work,
         })
+        cls.addClassCleanup(cls.dynamic.stop)
         cls.shots = ws.ARTIFACT_DIR or cls.tmp.path
         os.makedirs(cls.shots, exist_ok=True)
 
-    @classmethod
-    def tearDownClass(cls):
-        cls.server.stop()
-        if cls.dynamic:
-            cls.dynamic.stop()
-        cls.tmp.cleanup()
 
     def render(self, server, path, name):
         """Opens |path| in a fresh browser profile; returns the rendered DOM's
@@ -375,10 +394,10 @@ class BrowserTest(unittest.TestCase):
         if os.path.exists(shot):
             os.remove(shot)
         profile = os.path.join(self.tmp.path, "profile-" + name)
-        run = subprocess.run(["chromium", *self.FLAGS, f"--user-data-dir={profile}",
-                              f"--screenshot={shot}", "--dump-dom", server.url(path)],
-                             capture_output=True, timeout=60)
-        self.assertEqual(run.returncode, 0, run.stderr.decode("utf-8", "replace")[-2000:])
+        dom_text, returncode, errors = browse(
+            [*self.FLAGS, f"--user-data-dir={profile}", f"--screenshot={shot}", "--dump-dom",
+             server.url(path)])
+        self.assertEqual(returncode, 0, errors)
         with open(shot, "rb") as f:
             self.assertEqual(f.read(8), b"\x89PNG\r\n\x1a\n", "no screenshot")
         # The server writes its access log in batches: wait (bounded) until the
@@ -395,7 +414,7 @@ class BrowserTest(unittest.TestCase):
         self.assertEqual(failed, [], f"{path} loaded something that failed")
         self.assertTrue(any("/css/style.css " in r for _, r in requests), "no style sheet loaded")
         dom = DomSummary()
-        dom.feed(run.stdout.decode("utf-8", "replace"))
+        dom.feed(dom_text)
         return dom
 
     def test_shop_home_page(self):
