@@ -400,15 +400,19 @@ class BrowserTest(unittest.TestCase):
         self.assertEqual(returncode, 0, errors)
         with open(shot, "rb") as f:
             self.assertEqual(f.read(8), b"\x89PNG\r\n\x1a\n", "no screenshot")
-        # The server writes its access log in batches: wait (bounded) until the
-        # page's own request is in it; what the page loaded came before.
-        deadline = time.monotonic() + 10
+        # The server writes its access log in batches, in order: a request of
+        # our own after the browser has ended marks the end of what it loaded.
+        mark = f"/end-of-{name}"
+        server.fetch(mark)
+        deadline = time.monotonic() + 20
         while True:
             with open(server.access_log, encoding="utf-8") as f:
                 f.seek(logged)
                 requests = [line.split(" ", 1) for line in f.read().splitlines()]
-            if any(f" {path} " in r for _, r in requests) or time.monotonic() > deadline:
+            if any(f" {mark} " in r for _, r in requests):
+                requests = [(s, r) for s, r in requests if f" {mark} " not in r]
                 break
+            self.assertLess(time.monotonic(), deadline, "the access log stays behind")
             time.sleep(0.1)
         failed = [r for s, r in requests if s != "200" and "/favicon.ico " not in r]
         self.assertEqual(failed, [], f"{path} loaded something that failed")
