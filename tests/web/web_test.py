@@ -67,7 +67,6 @@ class StaticStoreTest(unittest.TestCase):
         cls.server = ws.Server(cls.tmp.path, cls.root, os.path.join(cls.tmp.path, "www-cgi"))
         cls.addClassCleanup(cls.server.stop)
 
-
     def test_every_link_of_the_store_answers(self):
         links = ws.StoreLinks(self.cfg)
         result = ws.crawl(self.server, links, store_seeds(self.cfg, self.work))
@@ -102,8 +101,8 @@ class DynamicStoreTest(unittest.TestCase):
         cls.addClassCleanup(cls.tmp.cleanup)
         static = os.path.join(cls.tmp.path, "static")
         os.makedirs(static)
-        generate = ws.generate_static_store(static)
-        cls.static_pages = os.path.join(generate[1], ws.STORE)
+        _, static_root = ws.generate_static_store(static)
+        cls.static_pages = os.path.join(static_root, ws.STORE)
 
         cls.work = os.path.join(cls.tmp.path, "dynamic")
         ws.lay_out_store(cls.work, os.path.join(ws.SAMPLE_DIR, "lantern-dynamic.cfg"))
@@ -122,7 +121,6 @@ class DynamicStoreTest(unittest.TestCase):
         cls.addClassCleanup(cls.server.stop)
         cls.links = ws.StoreLinks(cls.cfg)
         cls.products = ws.read_table(os.path.join(cls.work, "products.txt"))
-
 
     def pagegen(self, query):
         return self.links.pagegen + "?" + query
@@ -264,7 +262,6 @@ class AdminTest(unittest.TestCase):
                 return
             time.sleep(0.2)
 
-
     def generate_and_wait(self):
         """Starts a run and polls the status page until the run has ended;
         returns the report page."""
@@ -318,7 +315,7 @@ class DomSummary(html.parser.HTMLParser):
         if tag == "option":
             self.controls.append((tag, "", "", a.get("value", "")))
         self._open.append((tag, "price" in classes))
-        if tag in ("input", "img", "br", "meta", "link"):
+        if tag in ("input", "img", "br", "hr", "meta", "link", "base", "area", "source"):
             self._open.pop()
 
     def handle_endtag(self, tag):
@@ -381,7 +378,6 @@ class BrowserTest(unittest.TestCase):
         cls.addClassCleanup(cls.dynamic.stop)
         cls.shots = ws.ARTIFACT_DIR or cls.tmp.path
         os.makedirs(cls.shots, exist_ok=True)
-
 
     def render(self, server, path, name):
         """Opens |path| in a fresh browser profile; returns the rendered DOM's
