@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -59,6 +60,7 @@ struct FileIdentity {
 
 struct CachedConfig {
   FileIdentity identity;
+  uint64_t checked = 0;  // the snapshot under which the file was last looked at
   bool settled = false;  // last change older than kRecentChangeSeconds when read
   bool parsed = false;   // |values| belong to |content|
   std::string content;   // the file's bytes while not settled
@@ -74,6 +76,10 @@ struct PathHash {
   }
 };
 using ConfigCacheMap = std::unordered_map<std::string, CachedConfig, PathHash, std::equal_to<>>;
+
+// Open snapshots, and the number of the innermost one (0: none yet).
+int g_snapshot_depth = 0;
+uint64_t g_snapshot = 0;
 
 ConfigCacheMap& ConfigCache() {
   static auto* cache = new ConfigCacheMap();  // lives until the process ends
@@ -134,12 +140,17 @@ bool ChangedRecently(const FileIdentity& id) {
 // regular file of at most kMaxCachedSize bytes, or cannot be read whole: the
 // caller then scans it as it stands.
 const CachedConfig* CachedValues(const char* file) {
-  struct stat st;
-  if (stat(file, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxCachedSize) return nullptr;
   auto& cache = ConfigCache();
   auto it = cache.find(std::string_view(file));
-  if (it != cache.end() && it->second.settled && it->second.identity == FileIdentity(st))
+  const uint64_t snapshot = g_snapshot_depth > 0 ? g_snapshot : 0;
+  if (snapshot != 0 && it != cache.end() && it->second.checked == snapshot) return &it->second;
+
+  struct stat st;
+  if (stat(file, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxCachedSize) return nullptr;
+  if (it != cache.end() && it->second.settled && it->second.identity == FileIdentity(st)) {
+    it->second.checked = snapshot;
     return &it->second;
+  }
 
   int fd = open(file, O_RDONLY | O_CLOEXEC);
   if (fd < 0) return nullptr;
@@ -161,6 +172,7 @@ const CachedConfig* CachedValues(const char* file) {
   entry.settled = !ChangedRecently(entry.identity);
   if (!same) ParseConfig(content, &entry);
   entry.content = entry.settled ? std::string() : std::move(content);
+  entry.checked = snapshot;
   return &entry;
 }
 
@@ -303,6 +315,15 @@ int GetConfigValue(const char* file, std::string_view key, std::string* value, i
   int rc = LookUpValue(file, key, value);
   if (rc == 0 && must_exist == 1) return -2;
   return rc;
+}
+
+ConfigSnapshot::ConfigSnapshot() {
+  ++g_snapshot_depth;
+  ++g_snapshot;
+}
+
+ConfigSnapshot::~ConfigSnapshot() {
+  --g_snapshot_depth;
 }
 
 void ForgetConfigFile(const char* file) {

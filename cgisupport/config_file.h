@@ -7,10 +7,10 @@
 // value; a line without a value defines nothing. There is no comment syntax.
 //
 // Every lookup sees the file as it is at that moment (an edit is seen by the
-// next lookup), but an unchanged file is not read again: lookups keep each
-// file's values while its device, inode, size and times stay the same, and
-// compare the bytes of a file changed within the last two seconds. Not
-// reentrant.
+// next lookup; see ConfigSnapshot for the one exception), but an unchanged
+// file is not read again: lookups keep each file's values while its device,
+// inode, size and times stay the same, and compare the bytes of a file
+// changed within the last two seconds. Not reentrant.
 #ifndef STOREGEN_CGISUPPORT_CONFIG_FILE_H_
 #define STOREGEN_CGISUPPORT_CONFIG_FILE_H_
 
@@ -32,6 +32,21 @@ int GetConfigItem(const char* file, const char* key, char* value_buf, int buf_si
 // *value; 0 (or -2 when |must_exist| is 1) when no line has a value, and -1
 // when the file cannot be opened, *value being untouched on those.
 int GetConfigValue(const char* file, std::string_view key, std::string* value, int must_exist);
+
+// While a snapshot is open, each file is looked at once: the first lookup in
+// it checks the file as usual, later ones answer from what it found. A page
+// is written under a snapshot, so that everything on it comes from one
+// version of each file, and so that a page costs one look at the store
+// configuration however many values it shows. The rewrites of this module
+// and ForgetConfigFile take effect at once, snapshot or not. Snapshots nest;
+// each one starts afresh.
+class ConfigSnapshot {
+ public:
+  ConfigSnapshot();
+  ~ConfigSnapshot();
+  ConfigSnapshot(const ConfigSnapshot&) = delete;
+  ConfigSnapshot& operator=(const ConfigSnapshot&) = delete;
+};
 
 // Drops what lookups keep of |file|, so that the next lookup reads it again.
 // The rewrites of this module call it; a writer of a configuration file by

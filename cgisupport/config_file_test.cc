@@ -160,6 +160,37 @@ TEST(ConfigFileCache, EveryChangeIsSeenByTheNextLookup) {
   }
 }
 
+// A page is written under a snapshot: one version of each file throughout
+// the page, except for the program's own rewrites; the next page, and every
+// lookup outside a snapshot, sees the file as it is.
+TEST(ConfigFileCache, SnapshotKeepsOneVersionExceptOwnRewrites) {
+  ScopedTempDir dir;
+  const std::string path = dir.Path("store.cfg");
+  auto value = [&path] {
+    std::string v = "none";
+    GetConfigValue(path.c_str(), "Key", &v, 0);
+    return v;
+  };
+  WriteFile(path, "Key\tone\n");
+  {
+    ConfigSnapshot page;
+    EXPECT_EQ(value(), "one");
+    WriteFile(path, "Key\ttwo\n");
+    EXPECT_EQ(value(), "one");
+    {
+      ConfigSnapshot nested_page;
+      EXPECT_EQ(value(), "two");
+    }
+    ConfigItemList* list = CIL_CreateList();
+    CIL_AddItem(list, "Key", "three");
+    EXPECT_EQ(SetConfigItems(path.c_str(), list), 0);
+    CIL_FreeList(list);
+    EXPECT_EQ(value(), "three");
+  }
+  WriteFile(path, "Key\tfour\n");
+  EXPECT_EQ(value(), "four");
+}
+
 // The same path names another file once the current directory changes.
 TEST(ConfigFileCache, RelativePathFollowsTheCurrentDirectory) {
   ScopedTempDir a(true);
