@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -207,6 +208,121 @@ void ReadPiece(int fd, off_t offset, std::size_t length, char* buf) {
   buf[done] = '\0';
 }
 
+// Small databases (a store's category database) are looked up many times a
+// run. Their text is kept, by file, while the file's size and times stay the
+// same; a file changed in the last two seconds is read again on every
+// lookup, since it may change again without its times moving.
+constexpr off_t kMaxKeptSize = 1 << 20;
+constexpr std::time_t kRecentChangeSeconds = 2;
+constexpr std::size_t kMaxKeptFiles = 8;
+
+struct KeptFile {
+  dev_t dev = 0;
+  ino_t ino = 0;
+  off_t size = 0;
+  timespec mtime{};
+  timespec ctime{};
+  std::string text;
+
+  bool Same(const struct stat& st) const {
+    return dev == st.st_dev && ino == st.st_ino && size == st.st_size &&
+           mtime.tv_sec == st.st_mtim.tv_sec && mtime.tv_nsec == st.st_mtim.tv_nsec &&
+           ctime.tv_sec == st.st_ctim.tv_sec && ctime.tv_nsec == st.st_ctim.tv_nsec;
+  }
+};
+
+std::vector<KeptFile>& KeptFiles() {
+  static auto* files = new std::vector<KeptFile>();  // lives until the process ends
+  return *files;
+}
+
+bool ReadWhole(int fd, off_t size, std::string* text) {
+  text->resize(static_cast<std::size_t>(size));
+  std::size_t done = 0;
+  while (done < text->size()) {
+    ssize_t n = pread(fd, text->data() + done, text->size() - done, static_cast<off_t>(done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<std::size_t>(n);
+  }
+  char more;
+  return pread(fd, &more, 1, size) == 0;
+}
+
+// The whole text of the small regular file open as |fd|, or null (a large
+// or unusual file, or a read error). The text is valid until the next call.
+const std::string* SmallFileText(int fd) {
+  struct stat st;
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxKeptSize) return nullptr;
+  auto& kept = KeptFiles();
+  for (KeptFile& f : kept) {
+    if (f.Same(st)) return &f.text;
+  }
+  static std::string fresh;
+  if (!ReadWhole(fd, st.st_size, &fresh)) return nullptr;
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  if (std::max(st.st_mtim.tv_sec, st.st_ctim.tv_sec) + kRecentChangeSeconds >= now.tv_sec)
+    return &fresh;
+  auto stale = std::find_if(kept.begin(), kept.end(), [&](const KeptFile& f) {
+    return f.dev == st.st_dev && f.ino == st.st_ino;
+  });
+  if (stale == kept.end()) {
+    if (kept.size() >= kMaxKeptFiles) kept.erase(kept.begin());
+    stale = kept.emplace(kept.end());
+  }
+  stale->dev = st.st_dev;
+  stale->ino = st.st_ino;
+  stale->size = st.st_size;
+  stale->mtime = st.st_mtim;
+  stale->ctime = st.st_ctim;
+  stale->text = fresh;
+  return &stale->text;
+}
+
+// The next line of |text| from |*pos| as a stream with a line buffer of
+// kProductLineSize bytes reads it; |*pos| moves behind it. Empty at the end.
+std::string_view NextLine(std::string_view text, std::size_t* pos) {
+  std::string_view line =
+      text.substr(*pos, std::min(text.size() - *pos, std::size_t{kProductLineSize - 1}));
+  if (std::size_t lf = line.find('\n'); lf != std::string_view::npos) line = line.substr(0, lf + 1);
+  *pos += line.size();
+  return line;
+}
+
+// A line as the C string it is read into, its trailing CRs and LFs removed.
+std::string LineText(std::string_view line) {
+  std::string text(line.substr(0, line.find('\0')));
+  while (!text.empty() && (text.back() == '\r' || text.back() == '\n'))
+    text.pop_back();
+  return text;
+}
+
+// GetProductInfo on a small file's kept text: the name line and the SKU line
+// as reading them through |fp| finds them, |fp| being left where that would
+// leave it. False (nothing found, |fp| moved as well) when the file has no
+// name line or no such SKU.
+bool FindInText(std::string_view text, FILE* fp, const char* sku, std::string* name_line,
+                std::string* sku_line) {
+  std::size_t pos = 0;
+  std::string_view line = NextLine(text, &pos);
+  bool found = false;
+  if (!line.empty()) {
+    *name_line = LineText(line);
+    const std::string_view key(sku);
+    const bool can_match = key.find_first_of(psz_Tab) == std::string_view::npos;
+    while (!(line = NextLine(text, &pos)).empty()) {
+      if (can_match && FirstFieldIs(line, key)) {
+        *sku_line = LineText(line);
+        found = true;
+        break;
+      }
+    }
+  }
+  std::fseek(fp, static_cast<long>(pos), SEEK_SET);
+  return found;
+}
+
 }  // namespace
 
 void* PAPI_Initialization(const char* /*key*/, const char* db, const char* /*storeCfg*/,
@@ -266,14 +382,24 @@ int PAPI_Cleanup(void* h, const char* /*key*/, const char* /*db*/, const char* /
 
 ProductInfo* GetProductInfo(FILE* fp, const char* sku, char** names) {
   if (fp == nullptr || sku == nullptr) return nullptr;
-  std::array<char, kProductLineSize> name_line;
-  std::array<char, kProductLineSize> sku_line;
-  if (!GetNameLine(name_line.data(), kProductLineSize, fp)) return nullptr;
-  if (!GetSKULine(sku_line.data(), kProductLineSize, fp, sku)) return nullptr;
+  std::string name_text, sku_text;
+  const char* name_line;
+  const char* sku_line;
+  std::array<char, kProductLineSize> name_buf;
+  std::array<char, kProductLineSize> sku_buf;
+  if (const std::string* text = SmallFileText(fileno(fp))) {
+    if (!FindInText(*text, fp, sku, &name_text, &sku_text)) return nullptr;
+    name_line = name_text.c_str();
+    sku_line = sku_text.c_str();
+  } else {
+    if (!GetNameLine(name_buf.data(), kProductLineSize, fp)) return nullptr;
+    if (!GetSKULine(sku_buf.data(), kProductLineSize, fp, sku)) return nullptr;
+    name_line = name_buf.data();
+    sku_line = sku_buf.data();
+  }
   ProductInfo* info = NewProductInfo(fp, sku);
   if (info == nullptr) return nullptr;
-  if (FillAttributeInfo(info, GetAttribCount(names), names, name_line.data(), sku_line.data()) <
-      0) {
+  if (FillAttributeInfo(info, GetAttribCount(names), names, name_line, sku_line) < 0) {
     FreeProductInfo(info, 1);
     return nullptr;
   }

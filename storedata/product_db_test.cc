@@ -1,8 +1,11 @@
 #include "storedata/product_db.h"
 
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -18,6 +21,15 @@ using namespace std::string_literals;
 using testing::ScopedTempDir;
 using testing::WriteFile;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+// A record made of |info|'s pairs, as the API hands them out.
+PAPI_Pair* TakeInfo(ProductInfo* info) {
+  if (info == nullptr) return nullptr;
+  auto* record = static_cast<PAPI_Pair*>(std::calloc(info->count + 1, sizeof(PAPI_Pair)));
+  std::memcpy(record, info->pairs, info->count * sizeof(PAPI_Pair));
+  FreeProductInfo(info, 0);
+  return record;
+}
 
 // The pairs of |record|, which is released.
 Pairs Take(PAPI_Pair* record) {
@@ -199,8 +211,34 @@ TEST(ProductDb, SkuLineAsTheLineReaderFindsIt) {
         std::fclose(fp);
       }
       EXPECT_EQ(got, want) << "sku " << key.substr(0, 12) << " in " << c.content.substr(0, 24);
+
+      // A whole lookup, which keeps a small file's text, finds the same
+      // record and leaves the stream at the same place.
+      FILE* fp = std::fopen(path.c_str(), "r");
+      ASSERT_NE(fp, nullptr);
+      char name[kProductLineSize];
+      Pairs expected;
+      if (GetNameLine(name, sizeof name, fp) &&
+          GetSKULine(want.buf.data(), kProductLineSize, fp, sku))
+        expected = Take(TakeInfo(GetProductInfoNoRead(fp, nullptr, 0, name, want.buf.c_str())));
+      const long expected_position = std::ftell(fp);
+      EXPECT_EQ(Take(TakeInfo(GetProductInfo(fp, sku, nullptr))), expected) << key.substr(0, 12);
+      EXPECT_EQ(std::ftell(fp), expected_position) << key.substr(0, 12);
+      std::fclose(fp);
     }
   }
+}
+
+// A kept text is used only while the file is unchanged: an edit that keeps
+// the size, of a file whose last change is long past, is seen by the next
+// lookup.
+TEST_F(ProductDbTest, EditOfAKeptFileIsSeen) {
+  Open("SKU\tName\nA1\tShirt\n");
+  std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+  EXPECT_EQ(Lookup("A1"), (Pairs{{"SKU", "A1"}, {"Name", "Shirt"}}));
+  EXPECT_EQ(Lookup("A1"), (Pairs{{"SKU", "A1"}, {"Name", "Shirt"}}));
+  WriteFile(path_, "SKU\tName\nA1\tSkirt\n");
+  EXPECT_EQ(Lookup("A1"), (Pairs{{"SKU", "A1"}, {"Name", "Skirt"}}));
 }
 
 }  // namespace
