@@ -1,5 +1,8 @@
 #include "driver/generation_run.h"
 
+#include <unistd.h>
+
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -10,6 +13,7 @@
 #include "index/search_index.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/page_generators.h"
+#include "pagegen/progress.h"
 #include "storedata/sku_list.h"
 #include "templateset/template_set.h"
 
@@ -64,10 +68,12 @@ int GenerateSitePages(bool* done) {
                                kKindSitePage)) {
       return 0;
     }
+    ProgressPlanPages(1);
     return GenerateSitePage(display, args, 1);
   }
   int result = 0;
   const std::vector<std::string> names = DisplayNames(st.pTpltSet, kKindSitePage);
+  ProgressPlanPages(2 * static_cast<int64_t>(names.size()));
   for (int pass = 0; pass < 2; ++pass) {
     for (const std::string& name : names) {
       int rc = GenerateSitePage(name.c_str(), args, pass);
@@ -99,9 +105,8 @@ int FillSkuData() {
   return result;
 }
 
-}  // namespace
-
-int GeneratePages() {
+// GeneratePages without its category-connection scope and progress display.
+int GenerateAllPages() {
   RunState& st = PageGenState;
   const bool single = (st.dynamic & kDynSinglePage) != 0;
   int result = 0;
@@ -142,6 +147,7 @@ int GeneratePages() {
     if (full == nullptr)
       full = BuildAllSkuList(st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir, st.pTpltSet,
                              nullptr, nullptr, 1);
+    ProgressPlanPages(1);
     int rc = GenerateShopHomePage(st.pszShopHome, GeneratorArgsForRun(full));
     if (rc != 0) {
       char display[kDisplayNameSize];
@@ -156,6 +162,10 @@ int GeneratePages() {
   if (st.dynamic & kDynProductPages) product_pages_wanted = 0;
 
   if (single || product_pages_wanted) {
+    int64_t pages = 0;
+    for (const SkuList* node = walk; node != nullptr; node = node->next)
+      pages += node->sku != nullptr;
+    ProgressPlanPages(pages);
     GeneratorArgs args = GeneratorArgsForRun(full);
     for (const SkuList* node = walk; node != nullptr; node = node->next) {
       if (node->sku == nullptr) continue;
@@ -171,7 +181,9 @@ int GeneratePages() {
 
   if (!single) {
     GeneratorArgs args = GeneratorArgsForRun(nullptr);
-    for (const std::string& name : DisplayNames(st.pTpltSet, kKindCartPage)) {
+    const std::vector<std::string> cart_pages = DisplayNames(st.pTpltSet, kKindCartPage);
+    ProgressPlanPages(static_cast<int64_t>(cart_pages.size()));
+    for (const std::string& name : cart_pages) {
       int rc = GenerateTillboxPage(name.c_str(), args);
       if (rc != 0) {
         RecordFailure(name.c_str(), kKindCartPage, rc);
@@ -179,6 +191,7 @@ int GeneratePages() {
       }
     }
     if (st.szAllowIndex[0] == 'y') {
+      ProgressPlanPages(1);
       int rc = GenerateSearchPage(args);
       if (rc != 0) {
         char display[kDisplayNameSize];
@@ -194,6 +207,20 @@ int GeneratePages() {
   }
 
   FreeSkuList(full);
+  return result;
+}
+
+}  // namespace
+
+int GeneratePages() {
+  // The pages of a run share one connection on the category database.
+  CategoryConnectionScope category_connection;
+  // A static run shows its progress to a person at a terminal, on standard
+  // error: standard output carries the run's own messages.
+  const bool static_run = (PageGenState.dynamic & (kDynSinglePage | kDynListRequest)) == 0;
+  if (static_run) ProgressBegin(STDERR_FILENO);
+  int result = GenerateAllPages();
+  ProgressEnd();
   return result;
 }
 

@@ -2,8 +2,8 @@
 
 #include <errno.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <vector>
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
@@ -13,9 +13,11 @@
 namespace storegen {
 
 std::string ConfigValue(const char* store_cfg, const char* key, int size) {
-  std::vector<char> buf(static_cast<std::size_t>(size), '\0');
-  GetConfigItem(store_cfg, key, buf.data(), size, 0);
-  return buf.data();
+  std::string value;
+  if (size <= 0 || GetConfigValue(store_cfg, key, &value, 0) != 1) return "";
+  // As read into a buffer of |size| bytes and taken as a C string.
+  value.resize(std::min({value.size(), value.find('\0'), static_cast<std::size_t>(size) - 1}));
+  return value;
 }
 
 std::string WithTrailingSlash(std::string_view value) {

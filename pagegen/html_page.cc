@@ -1,12 +1,18 @@
 #include "pagegen/html_page.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
-#include <memory>
+#include <string>
 
 #include "cgisupport/config_file.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/list_blocks.h"
+#include "pagegen/progress.h"
 #include "pagegen/template_parser.h"
 #include "pagegen/text_blocks.h"
 #include "pagegen/text_match.h"
@@ -15,12 +21,56 @@
 namespace storegen {
 namespace {
 
-struct FileCloser {
-  void operator()(FILE* fp) const { std::fclose(fp); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
 constexpr char kContentType[] = "Content-type: text/html\n\n";
+
+// Templates up to this size are read whole and parsed from memory.
+constexpr off_t kMaxTemplateInMemory = 256 * 1024;
+
+// The open template: a stream on its text read into memory, so that the
+// list blocks' returns to their start cost no system call, or, for a large
+// or unusual file, the file itself.
+class TemplateStream {
+ public:
+  TemplateStream() = default;
+  ~TemplateStream() { Close(); }
+  TemplateStream(const TemplateStream&) = delete;
+  TemplateStream& operator=(const TemplateStream&) = delete;
+  bool Open(const char* path) {
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+      struct stat st;
+      if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0 &&
+          st.st_size <= kMaxTemplateInMemory && ReadAll(fd, st.st_size)) {
+        fp_ = fmemopen(text_.data(), text_.size(), "r");
+      }
+      close(fd);
+    }
+    if (fp_ == nullptr) fp_ = std::fopen(path, "rb");
+    return fp_ != nullptr;
+  }
+  FILE* get() const { return fp_; }
+  void Close() {
+    if (fp_ != nullptr) std::fclose(fp_);
+    fp_ = nullptr;
+  }
+
+ private:
+  bool ReadAll(int fd, off_t size) {
+    text_.resize(static_cast<std::size_t>(size));
+    std::size_t done = 0;
+    while (done < text_.size()) {
+      ssize_t n = read(fd, text_.data() + done, text_.size() - done);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) return false;
+      done += static_cast<std::size_t>(n);
+    }
+    char more;
+    return read(fd, &more, 1) == 0;  // the whole file
+  }
+
+  std::string text_;
+  FILE* fp_ = nullptr;
+};
 
 }  // namespace
 
@@ -61,6 +111,12 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     out.file_name = BaseName(output_path);
   }
 
+  // Pages written from the list block of another page (category pages),
+  // and the further pages of a paged list, are not in the run's plan.
+  static int s_depth = 0;
+  const bool nested = s_depth > 0;
+  ++s_depth;
+
   // The page's list blocks start closed; a category page written from a
   // list block of another page leaves that page's counters as they were.
   const int32_t outer_cat_list = CatList;
@@ -72,12 +128,16 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
   for (;;) {
     const int page = in.page_number;
     const std::string name = has_output ? PageFileName(output_path, page) : std::string();
-    FilePtr tmpl(std::fopen(template_path, "rb"));
-    if (!tmpl) {
+    // Every value a page shows comes from one version of the store
+    // configuration, looked at once per page.
+    ConfigSnapshot config_snapshot;
+    TemplateStream tmpl;
+    if (!tmpl.Open(template_path)) {
       VerbosePrintf("Unable to open file %s\n", template_path);
       result = -7;
       break;
     }
+    if (has_output && !dynamic && (nested || page > 0)) ProgressPlanPages(1);
     AtomicFile file;
     if (dynamic) {
       out.fp = stdout;
@@ -103,7 +163,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     CatList = ProdList = 0;  // a block left open by a broken template ends with its page
     in.fp = nullptr;
     out.fp = nullptr;
-    tmpl.reset();
+    tmpl.Close();
     if (dynamic) {
       std::fflush(stdout);
     } else if (file.fp() != nullptr && rc != 0 && rc != -18) {
@@ -111,6 +171,8 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     } else if (file.fp() != nullptr && !file.Commit(AtomicFile::Sync::kRename)) {
       VerbosePrintf("Unable to open file %s\n", name.c_str());
       rc = -8;
+    } else if (has_output) {
+      ProgressPageWritten();
     }
 
     if (rc == -18) {
@@ -125,6 +187,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
   }
   CatList = outer_cat_list;
   ProdList = outer_prod_list;
+  --s_depth;
   return result != 0 ? result : (warned ? -18 : 0);
 }
 

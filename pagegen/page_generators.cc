@@ -1,5 +1,7 @@
 #include "pagegen/page_generators.h"
 
+#include <string>
+
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/path_util.h"
@@ -18,17 +20,53 @@ namespace {
 
 constexpr int kDisplayNameSize = 2048;
 
-// A product-API connection on the category database for the length of one
-// page; a null handle when it cannot be opened (the page is still written).
+// The connection a run scope keeps open, with what it was opened with.
+struct SharedConnection {
+  int scopes = 0;
+  void* handle = nullptr;
+  std::string path;
+  std::string store_cfg;
+  std::string api_cfg;
+  std::string cart_dir;
+
+  bool Matches(const std::string& db, const GeneratorArgs& args) const {
+    return handle != nullptr && path == db && store_cfg == args.store_cfg &&
+           api_cfg == args.api_cfg && cart_dir == args.cart_dir;
+  }
+  void End() {
+    if (handle != nullptr && pdbCleanup != nullptr)
+      pdbCleanup(handle, kPapiKey, path.c_str(), store_cfg.c_str(), api_cfg.c_str(),
+                 cart_dir.c_str());
+    handle = nullptr;
+  }
+};
+
+SharedConnection g_shared;
+
+// A product-API connection on the category database for one page: the run
+// scope's, or one of its own; a null handle when it cannot be opened (the
+// page is still written).
 class CategoryConnection {
  public:
   explicit CategoryConnection(const GeneratorArgs& args)
       : args_(args), path_(CategoryDbPath(args.db_path)) {
-    if (pdbInit != nullptr)
-      handle_ = pdbInit(kPapiKey, path_.c_str(), args.store_cfg, args.api_cfg, args.cart_dir);
+    if (g_shared.scopes > 0) {
+      if (!g_shared.Matches(path_, args)) {
+        g_shared.End();
+        g_shared.handle = Open();
+        g_shared.path = path_;
+        g_shared.store_cfg = args.store_cfg;
+        g_shared.api_cfg = args.api_cfg;
+        g_shared.cart_dir = args.cart_dir;
+      }
+      handle_ = g_shared.handle;
+      shared_ = true;
+    } else {
+      handle_ = Open();
+    }
   }
   ~CategoryConnection() {
-    if (handle_ != nullptr && pdbCleanup != nullptr)
+    if (!shared_ && handle_ != nullptr && pdbCleanup != nullptr)
       pdbCleanup(handle_, kPapiKey, path_.c_str(), args_.store_cfg, args_.api_cfg, args_.cart_dir);
   }
   CategoryConnection(const CategoryConnection&) = delete;
@@ -38,9 +76,15 @@ class CategoryConnection {
   const char* path() const { return path_.c_str(); }
 
  private:
+  void* Open() const {
+    if (pdbInit == nullptr) return nullptr;
+    return pdbInit(kPapiKey, path_.c_str(), args_.store_cfg, args_.api_cfg, args_.cart_dir);
+  }
+
   const GeneratorArgs& args_;
   std::string path_;
   void* handle_ = nullptr;
+  bool shared_ = false;
 };
 
 PageContext BaseContext(const GeneratorArgs& args) {
@@ -85,6 +129,14 @@ bool RegisterIfSecure(const GeneratorArgs& args, const char* display_name, int k
 }
 
 }  // namespace
+
+CategoryConnectionScope::CategoryConnectionScope() {
+  ++g_shared.scopes;
+}
+
+CategoryConnectionScope::~CategoryConnectionScope() {
+  if (--g_shared.scopes == 0) g_shared.End();
+}
 
 GeneratorArgs GeneratorArgsForRun(SkuList* sku_list) {
   GeneratorArgs args;

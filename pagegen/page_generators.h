@@ -1,8 +1,8 @@
 // The page generators, one per kind of page: site pages, the search page, the
 // cart pages, the shop home page, product list pages and product pages. Each
 // resolves its template-set entry, works out the output path, registers
-// secure pages, opens the category database for the page and hands over to
-// GenerateHtmlPage.
+// secure pages, opens the category database for the page (or uses the one a
+// CategoryConnectionScope keeps open) and hands over to GenerateHtmlPage.
 //
 // Results: 0, -18 (category tags unresolved; the page is complete), or
 // -1 out of memory, -7 template not openable, -8 page not creatable,
@@ -31,6 +31,18 @@ struct GeneratorArgs {
   TemplateSet* set = nullptr;
   AttributePool* attr_db = nullptr;
   SkuList* sku_list = nullptr;  // the products the page's product lists show; null: none
+};
+
+// While a scope is open, the generators keep one connection on the category
+// database for all their pages, instead of opening and ending one per page;
+// the last scope to close ends it. Open a scope around a run's pages, and
+// close it before the product API goes away. Scopes nest.
+class CategoryConnectionScope {
+ public:
+  CategoryConnectionScope();
+  ~CategoryConnectionScope();
+  CategoryConnectionScope(const CategoryConnectionScope&) = delete;
+  CategoryConnectionScope& operator=(const CategoryConnectionScope&) = delete;
 };
 
 // The arguments of this run (PageGenState) with |sku_list|.

@@ -1,6 +1,7 @@
 #include "pagegen/store_values.h"
 
-#include <vector>
+#include <algorithm>
+#include <string>
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/config_item_list.h"
@@ -63,9 +64,12 @@ std::string StoreLogo(const PageContext& ctx, std::string_view image_prefix) {
 }  // namespace
 
 std::string StoreConfigValue(const char* store_cfg, const char* key) {
-  std::vector<char> buf(kValueSize, '\0');
-  GetConfigItem(store_cfg, key, buf.data(), kValueSize, 0);
-  return buf.data();
+  std::string value;
+  GetConfigValue(store_cfg, key, &value, 0);
+  // As read into a buffer of kValueSize bytes and taken as a C string.
+  value.resize(
+      std::min({value.size(), value.find('\0'), static_cast<std::size_t>(kValueSize - 1)}));
+  return value;
 }
 
 bool SetStoreConfigItem(const char* store_cfg, const char* key, const std::string& value) {
