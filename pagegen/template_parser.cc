@@ -75,6 +75,7 @@ class Parser {
  private:
   Step Feed(char c);
   Step Ordinary(char c);
+  std::size_t TakeRun(const char* p, std::size_t n);
   Step CloseMarkup();
   Step HandOver(ListBlockFn block, std::string marker);
   Step RunBlock();
@@ -133,9 +134,15 @@ int Parser::Run() {
     if (n == 0) break;
     Step step = Step::kGo;
     for (std::size_t i = 0; i < n && step == Step::kGo; ++i) {
+      // A run of characters that change nothing but the text or markup
+      // being collected is taken at once; the character behind it goes
+      // through the scanner.
+      i += TakeRun(chunk_.data() + i, n - i);
+      if (i == n) break;
       pos_ = start + static_cast<long>(i) + 1;
       step = Feed(chunk_[i]);
     }
+    if (step == Step::kGo) pos_ = start + static_cast<long>(n);
     // After a list block the stream stands behind its end marker; the rest
     // of this chunk is read again from there.
     if (step == Step::kHandOver) step = RunBlock();
@@ -143,6 +150,35 @@ int Parser::Run() {
   }
   Finish();
   return result_;
+}
+
+// Takes the longest run at |p| (at most |n| characters) that Feed would
+// only append to the plain text or to the open markup: in plain text
+// anything but "<", "%" and CR; in markup anything but "<", ">" and "%",
+// and also not "-" in a "<!" markup (which counts dashes), stopping before
+// the character that would make the markup overlong. Returns its length.
+// The markup's second character always goes through the scanner.
+std::size_t Parser::TakeRun(const char* p, std::size_t n) {
+  if (in_tail_ || in_tag_ || !pending_.empty()) return 0;
+  std::size_t k = 0;
+  if (!in_markup_) {
+    while (k < n && p[k] != '<' && p[k] != '%' && p[k] != '\r')
+      ++k;
+    if (k > 0) AppendText(std::string_view(p, k));
+    return k;
+  }
+  // The character behind the "<" decides whether dashes count.
+  if (markup_.size() < 2 || markup_.size() + 1 >= kMarkupSize) return 0;
+  const bool dashes = markup_[1] == '!' && !script_;
+  const std::size_t room = kMarkupSize - 1 - markup_.size();
+  if (n > room) n = room;
+  while (k < n && p[k] != '<' && p[k] != '>' && p[k] != '%' && !(dashes && p[k] == '-'))
+    ++k;
+  if (k > 0) {
+    markup_.append(p, k);
+    if (dashes) dash_ = false;
+  }
+  return k;
 }
 
 Step Parser::Feed(char c) {
@@ -179,7 +215,9 @@ Step Parser::Feed(char c) {
 
 void Parser::TagChar(char c) {
   tag_ += c;
-  if (EndsWithCloser(tag_, opener_length_)) {
+  // A closer ends with the last character of "%%" or "%25%25".
+  if ((c == kOpenPlain.back() || c == kOpenEncoded.back()) &&
+      EndsWithCloser(tag_, opener_length_)) {
     in_tag_ = false;
     std::string tag = std::move(tag_);
     tag_.clear();

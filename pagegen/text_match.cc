@@ -18,9 +18,17 @@ bool SameNoCase(char a, char b) {
 }  // namespace
 
 std::size_t FindNoCase(std::string_view hay, std::string_view needle) {
-  auto it = std::search(hay.begin(), hay.end(), needle.begin(), needle.end(), SameNoCase);
-  if (it == hay.end() && !needle.empty()) return std::string_view::npos;
-  return static_cast<std::size_t>(it - hay.begin());
+  if (needle.empty()) return 0;
+  if (needle.size() > hay.size()) return std::string_view::npos;
+  // The first character is compared on its own, the rest only where it
+  // matches: markup is searched for several markers each.
+  const char first = Lower(needle[0]);
+  const std::string_view rest = needle.substr(1);
+  const std::size_t last = hay.size() - needle.size();
+  for (std::size_t i = 0; i <= last; ++i) {
+    if (Lower(hay[i]) == first && EqualsNoCase(hay.substr(i + 1, rest.size()), rest)) return i;
+  }
+  return std::string_view::npos;
 }
 
 bool StartsWithNoCase(std::string_view text, std::string_view prefix) {
@@ -28,7 +36,8 @@ bool StartsWithNoCase(std::string_view text, std::string_view prefix) {
 }
 
 bool EqualsNoCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), SameNoCase);
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return SameNoCase(x, y); });
 }
 
 std::string_view BaseName(std::string_view path) {
