@@ -1,0 +1,131 @@
+/*
+ * The floor of a static run: writing the files of a generated store, with
+ * their bytes, one open/write/close each, and nothing else.
+ *
+ *     floor SRC DST
+ *
+ * Loads every regular file below SRC into memory first (not timed), then
+ * writes each of them below DST (directories made as needed) and prints
+ *
+ *     files=N bytes=B seconds=S
+ *
+ * where S covers the writing alone. DST should not exist or be empty.
+ */
+#define _XOPEN_SOURCE 700
+#include <errno.h>
+#include <fcntl.h>
+#include <ftw.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+struct file {
+  char *rel; /* path below SRC */
+  char *data;
+  size_t size;
+  int is_dir;
+};
+
+static struct file *files;
+static size_t count, capacity;
+static size_t src_len;
+
+static void *xmalloc(size_t n) {
+  void *p = malloc(n ? n : 1);
+  if (p == NULL) {
+    perror("floor: malloc");
+    exit(1);
+  }
+  return p;
+}
+
+static int load(const char *path, const struct stat *st, int type, struct FTW *ftw) {
+  (void)ftw;
+  if (type != FTW_F && type != FTW_D) return 0;
+  if (strlen(path) <= src_len) return 0; /* SRC itself */
+  if (count == capacity) {
+    capacity = capacity ? 2 * capacity : 4096;
+    files = realloc(files, capacity * sizeof *files);
+    if (files == NULL) {
+      perror("floor: realloc");
+      exit(1);
+    }
+  }
+  struct file *f = &files[count++];
+  f->rel = strdup(path + src_len + 1);
+  f->is_dir = type == FTW_D;
+  f->size = f->is_dir ? 0 : (size_t)st->st_size;
+  f->data = xmalloc(f->size);
+  if (!f->is_dir) {
+    int fd = open(path, O_RDONLY);
+    size_t done = 0;
+    while (fd >= 0 && done < f->size) {
+      ssize_t n = read(fd, f->data + done, f->size - done);
+      if (n <= 0) break;
+      done += (size_t)n;
+    }
+    if (fd < 0 || done != f->size) {
+      fprintf(stderr, "floor: cannot read %s\n", path);
+      exit(1);
+    }
+    close(fd);
+  }
+  return 0;
+}
+
+static double now(void) {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return ts.tv_sec + ts.tv_nsec / 1e9;
+}
+
+int main(int argc, char **argv) {
+  if (argc != 3) {
+    fprintf(stderr, "usage: floor SRC DST\n");
+    return 2;
+  }
+  src_len = strlen(argv[1]);
+  while (src_len > 1 && argv[1][src_len - 1] == '/') argv[1][--src_len] = '\0';
+  /* Directories come before what they hold (no FTW_DEPTH). */
+  if (nftw(argv[1], load, 64, FTW_PHYS) != 0) {
+    perror("floor: nftw");
+    return 1;
+  }
+  const char *dst = argv[2];
+  size_t dst_len = strlen(dst);
+  char *path = xmalloc(dst_len + 4096 + 2);
+  memcpy(path, dst, dst_len);
+  path[dst_len] = '/';
+
+  unsigned long long bytes = 0;
+  size_t written = 0;
+  double start = now();
+  if (mkdir(dst, 0755) != 0 && errno != EEXIST) {
+    perror(dst);
+    return 1;
+  }
+  for (size_t i = 0; i < count; ++i) {
+    struct file *f = &files[i];
+    snprintf(path + dst_len + 1, 4096, "%s", f->rel);
+    if (f->is_dir) {
+      if (mkdir(path, 0755) != 0 && errno != EEXIST) {
+        perror(path);
+        return 1;
+      }
+      continue;
+    }
+    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0 || write(fd, f->data, f->size) != (ssize_t)f->size || close(fd) != 0) {
+      perror(path);
+      return 1;
+    }
+    bytes += f->size;
+    ++written;
+  }
+  double seconds = now() - start;
+  printf("files=%zu bytes=%llu seconds=%.6f\n", written, bytes, seconds);
+  return 0;
+}
