@@ -153,6 +153,7 @@ class Store:
                     shutil.copy(os.path.join(self.store, name),
                                 os.path.join(self.dir, name + ".orig"))
             json.dump(params, open(stamp, "w"))
+        self.restore_config()
         self.program = self.install(args.build, "cgi-bin")
         self.ref_program = self.install(args.reference_build, "cgi-ref")
 
@@ -178,18 +179,30 @@ class Store:
 
     def restore_config(self):
         """Every static run starts from the same store configuration (the run
-        writes the cart pages' entries into it)."""
+        writes the cart pages' entries into it, at its end)."""
         for name in ("shop.cfg", "sqlite.cfg"):
             orig = os.path.join(self.dir, name + ".orig")
             if os.path.exists(orig):
                 shutil.copy(orig, os.path.join(self.store, name))
 
+    def settle_config(self):
+        """Waits until the store configuration was last changed more than
+        3 s ago, as it is when a store is regenerated in earnest: lookups
+        read a file changed in the last seconds again every time, since its
+        time stamps may not show a further change."""
+        changed = os.stat(os.path.join(self.store, "shop.cfg")).st_ctime
+        wait = changed + 3.2 - time.time()
+        if wait > 0:
+            time.sleep(wait)
+
     def static_run(self, program, out):
         os.makedirs(out)
-        self.restore_config()
+        self.settle_config()
         result = timed([program, "-o", out, "-c", os.path.join(self.store, "shop.cfg"), "-s",
                         "0"])
         cfg = open(os.path.join(self.store, "shop.cfg"), "rb").read()
+        # Restored now, so that it settles while the other programs run.
+        self.restore_config()
         return result, cfg
 
     def dynamic_skus(self):
