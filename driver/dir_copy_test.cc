@@ -18,11 +18,7 @@ namespace storegen {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::FileExists;
-using testing::ListDir;
-using testing::ReadFile;
-using testing::ScopedTempDir;
-using testing::WriteFile;
+using namespace testing;
 
 std::string Cwd() {
   char buf[PATH_MAX];

@@ -14,16 +14,7 @@ namespace storegen {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ExitStatusOf;
-using testing::FileExists;
-using testing::HeldInChild;
-using testing::InstallStoregen;
-using testing::ReadFile;
-using testing::RunOptions;
-using testing::RunProgram;
-using testing::RunResult;
-using testing::ScopedTempDir;
-using testing::WriteFile;
+using namespace testing;
 
 constexpr char kLockMessage[] = "Page generator already running\n";
 

@@ -16,11 +16,7 @@
 namespace storegen {
 namespace {
 
-using testing::FileExists;
-using testing::ListDir;
-using testing::ReadFile;
-using testing::ScopedTempDir;
-using testing::WriteFile;
+using namespace testing;
 
 std::string Entries(const FileList* list) {
   std::string s;

@@ -12,10 +12,7 @@
 namespace storegen {
 namespace {
 
-using testing::FileExists;
-using testing::ReadFile;
-using testing::ScopedTempDir;
-using testing::WriteFile;
+using namespace testing;
 
 class PageGeneratorsTest : public ::testing::Test {
  protected:

@@ -12,11 +12,7 @@
 namespace storegen {
 namespace {
 
-using testing::FileExists;
-using testing::ListDir;
-using testing::ReadFile;
-using testing::ScopedTempDir;
-using testing::WriteFile;
+using namespace testing;
 
 TEST(TextBlockCacheName, PageNameWithoutLeadingSeparatorAndExtension) {
   struct {

@@ -14,16 +14,7 @@
 namespace storegen {
 namespace {
 
-using testing::FileExists;
-using testing::HeldInChild;
-using testing::InstallStoregen;
-using testing::ReadFile;
-using testing::RunOptions;
-using testing::RunProgram;
-using testing::RunResult;
-using testing::ScopedTempDir;
-using testing::WaitForFile;
-using testing::WriteFile;
+using namespace testing;
 
 struct Cgi {
   const char* method;  // null: REQUEST_METHOD unset

@@ -11,10 +11,7 @@
 namespace storegen {
 namespace {
 
-using testing::FileExists;
-using testing::ReadFile;
-using testing::ScopedTempDir;
-using testing::WriteFile;
+using namespace testing;
 
 // Lists kept side by side, one of them freed and started again, each keep
 // their own order; the report prints "name<TAB>code" lines.

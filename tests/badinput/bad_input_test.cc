@@ -30,9 +30,7 @@
 namespace storegen {
 namespace {
 
-using testing::RunUnprivileged;
-using testing::ScopedTempDir;
-using testing::WriteFile;
+using namespace testing;
 
 // The kinds of path a reader can be handed.
 enum PathKind { kMissing, kUnreadable, kDirectory, kEmpty, kBinary };

@@ -16,15 +16,7 @@
 namespace storegen {
 namespace {
 
-using testing::FileExists;
-using testing::InstallStoregen;
-using testing::ListDir;
-using testing::ReadFile;
-using testing::RunOptions;
-using testing::RunProgram;
-using testing::RunResult;
-using testing::ScopedTempDir;
-using testing::WriteFile;
+using namespace testing;
 
 // The full path of |command| on the PATH, or "" when there is none.
 std::string FindCommand(const std::string& command) {

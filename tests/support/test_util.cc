@@ -1,7 +1,5 @@
 #include "tests/support/test_util.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -15,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <thread>
 
@@ -126,31 +125,38 @@ std::string InstallStoregen(const std::string& dir, const std::string& name) {
 
 namespace {
 
-void SetNonBlocking(int fd) {
-  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+std::string ReadAll(FILE* fp) {
+  std::string text;
+  char buf[65536];
+  std::rewind(fp);
+  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, fp)) > 0;)
+    text.append(buf, n);
+  return text;
 }
 
 }  // namespace
 
 RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& options) {
   RunResult result;
-  signal(SIGPIPE, SIG_IGN);  // a child may close its input before reading it all
-  int in_pipe[2], out_pipe[2], err_pipe[2];
-  if (pipe(in_pipe) != 0 || pipe(out_pipe) != 0 || pipe(err_pipe) != 0) {
-    ADD_FAILURE() << "pipe failed";
+  // Input, output and error go through unlinked temporary files: nothing the
+  // child writes or leaves unread can block either side.
+  std::unique_ptr<FILE, int (*)(FILE*)> io[3] = {
+      {std::tmpfile(), std::fclose}, {std::tmpfile(), std::fclose}, {std::tmpfile(), std::fclose}};
+  if (!io[0] || !io[1] || !io[2]) {
+    ADD_FAILURE() << "tmpfile failed";
     return result;
   }
+  std::fwrite(options.stdin_data.data(), 1, options.stdin_data.size(), io[0].get());
+  std::rewind(io[0].get());
+  std::fflush(nullptr);
   pid_t pid = fork();
   if (pid < 0) {
     ADD_FAILURE() << "fork failed";
     return result;
   }
   if (pid == 0) {
-    dup2(in_pipe[0], 0);
-    dup2(out_pipe[1], 1);
-    dup2(err_pipe[1], 2);
-    for (int fd : {in_pipe[0], in_pipe[1], out_pipe[0], out_pipe[1], err_pipe[0], err_pipe[1]})
-      close(fd);
+    for (int fd = 0; fd < 3; ++fd)
+      dup2(fileno(io[fd].get()), fd);
     if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) _exit(126);
     for (const auto& name : options.unset_env)
       unsetenv(name.c_str());
@@ -163,65 +169,19 @@ RunResult RunProgram(const std::vector<std::string>& argv, const RunOptions& opt
     execv(args[0], args.data());
     _exit(127);
   }
-  close(in_pipe[0]);
-  close(out_pipe[1]);
-  close(err_pipe[1]);
-  SetNonBlocking(in_pipe[1]);
-  SetNonBlocking(out_pipe[0]);
-  SetNonBlocking(err_pipe[0]);
-
-  std::size_t written = 0;
-  int in_fd = in_pipe[1];
-  if (options.stdin_data.empty()) {
-    close(in_fd);
-    in_fd = -1;
-  }
-  int out_fd = out_pipe[0], err_fd = err_pipe[0];
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeout_seconds);
-  bool killed = false;
-  char buf[65536];
-  while (out_fd >= 0 || err_fd >= 0) {
-    pollfd fds[3];
-    int n = 0;
-    if (out_fd >= 0) fds[n++] = {out_fd, POLLIN, 0};
-    if (err_fd >= 0) fds[n++] = {err_fd, POLLIN, 0};
-    if (in_fd >= 0) fds[n++] = {in_fd, POLLOUT, 0};
-    int ready = poll(fds, n, 100);
-    if (std::chrono::steady_clock::now() > deadline && !killed) {
-      kill(pid, SIGKILL);
-      killed = true;
-      ADD_FAILURE() << "timed out: " << argv[0];
-    }
-    if (ready <= 0) continue;
-    for (int i = 0; i < n; ++i) {
-      if (fds[i].revents == 0) continue;
-      int fd = fds[i].fd;
-      if (fd == in_fd) {
-        ssize_t w =
-            write(in_fd, options.stdin_data.data() + written, options.stdin_data.size() - written);
-        if (w > 0) written += static_cast<std::size_t>(w);
-        if (w < 0 && errno != EAGAIN) written = options.stdin_data.size();
-        if (written >= options.stdin_data.size()) {
-          close(in_fd);
-          in_fd = -1;
-        }
-        continue;
-      }
-      ssize_t r = read(fd, buf, sizeof buf);
-      if (r > 0) {
-        (fd == out_fd ? result.out : result.err).append(buf, static_cast<std::size_t>(r));
-      } else if (r == 0 || errno != EAGAIN) {
-        close(fd);
-        if (fd == out_fd)
-          out_fd = -1;
-        else
-          err_fd = -1;
-      }
-    }
-  }
-  if (in_fd >= 0) close(in_fd);
   int status = 0;
-  waitpid(pid, &status, 0);
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeout_seconds);
+  while (waitpid(pid, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      ADD_FAILURE() << "timed out: " << argv[0];
+      kill(pid, SIGKILL);
+      waitpid(pid, &status, 0);
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  result.out = ReadAll(io[1].get());
+  result.err = ReadAll(io[2].get());
   if (WIFEXITED(status)) {
     result.exit_code = WEXITSTATUS(status);
   } else if (WIFSIGNALED(status)) {
