@@ -166,6 +166,8 @@ TEST_F(StartupTest, ConfigurationPathWithExtraDot) {
 }
 
 TEST_F(StartupTest, OutputDirectoryComposition) {
+  const std::map<std::string, std::string> server = {{"PATH_INFO", "/store/docs/p.html"},
+                                                     {"PATH_TRANSLATED", Path("cgi/docs/p.html")}};
   struct Case {
     std::string root;  // "-o", relative to the test directory; empty: not given
     std::string alias;
@@ -176,17 +178,9 @@ TEST_F(StartupTest, OutputDirectoryComposition) {
       {"www", "/store", "/store/acme", {}, "www/acme/"},
       {"www/", "/store/", "/store/acme/", {}, "www/acme/"},
       {"www", "", "/store/acme", {}, "www/store/acme/"},
-      {"",
-       "",
-       "/store/acme",
-       {{"PATH_INFO", "/store/docs/p.html"}, {"PATH_TRANSLATED", Path("cgi/docs/p.html")}},
-       "cgi/acme/"},
+      {"", "", "/store/acme", server, "cgi/acme/"},
       // An output root given on the command line takes no alias from the server.
-      {"www",
-       "",
-       "/store/acme",
-       {{"PATH_INFO", "/store/docs/p.html"}, {"PATH_TRANSLATED", Path("cgi/docs/p.html")}},
-       "www/store/acme/"},
+      {"www", "", "/store/acme", server, "www/store/acme/"},
   };
   for (const auto& c : cases) {
     WriteConfig({{"StoreDir", c.store_dir}});

@@ -132,13 +132,13 @@ TEST_F(LinkRewriteTest, AttributeValues) {
   };
   for (const auto& c : cases) {
     char* value = GetTagAttrValue(c.text);
-    EXPECT_EQ(value == nullptr ? "(null)" : std::string(value), c.value ? c.value : "(null)");
+    EXPECT_STREQ(value, c.value) << c.text;
     std::free(value);
   }
   // Marker attributes are whole words followed by "=".
-  const std::string marker = "<!-- PAGEGEN_STORENAME PAGEGEN_CARDTYPE name = \"Cards\" -->";
   std::string value;
-  EXPECT_TRUE(MarkerAttribute(marker, "Name", &value));
+  EXPECT_TRUE(MarkerAttribute("<!-- PAGEGEN_STORENAME PAGEGEN_CARDTYPE name = \"Cards\" -->",
+                              "Name", &value));
   EXPECT_EQ(value, "Cards");
   EXPECT_FALSE(MarkerAttribute("<!-- PAGEGEN_STORENAME -->", "Name", &value));
 }

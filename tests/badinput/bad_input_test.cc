@@ -49,23 +49,10 @@ std::string BinaryBytes() {
 // A path of |kind| in |dir|.
 std::string MakePath(const ScopedTempDir& dir, PathKind kind) {
   std::string path = dir.Path(kKindNames[kind]);
-  switch (kind) {
-    case kMissing:
-      break;
-    case kUnreadable:
-      WriteFile(path, "ShopName\tx\n");
-      chmod(path.c_str(), 0);
-      break;
-    case kDirectory:
-      mkdir(path.c_str(), 0755);
-      break;
-    case kEmpty:
-      WriteFile(path, "");
-      break;
-    case kBinary:
-      WriteFile(path, BinaryBytes());
-      break;
-  }
+  if (kind == kDirectory) mkdir(path.c_str(), 0755);
+  if (kind == kUnreadable || kind == kEmpty) WriteFile(path, kind == kEmpty ? "" : "ShopName\tx\n");
+  if (kind == kUnreadable) chmod(path.c_str(), 0);
+  if (kind == kBinary) WriteFile(path, BinaryBytes());
   return path;
 }
 
