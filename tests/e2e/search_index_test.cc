@@ -33,11 +33,6 @@ class SampleSearchTest : public ::testing::Test {
   RunResult Generate(const RunOptions& options = {}) {
     return RunProgram({"/bin/sh", SAMPLE_DIR "/generate.sh", build_}, options);
   }
-  // A further full static run through the program as generate.sh laid it out.
-  RunResult RunAgain() {
-    return RunProgram({Work("cgi-bin/storegen"), "-o", build_ + "/sample-store", "-c",
-                       Work("lantern.cfg"), "-s", "0"});
-  }
 
   std::string Work(const std::string& name) const { return build_ + "/sample-work/" + name; }
   std::string Page(const std::string& name) const {
@@ -105,7 +100,9 @@ TEST_F(SampleSearchTest, StaticRunIndexesTheProductPagesWithTheRealIndexer) {
   std::size_t at = products.find("Glass chimney");
   ASSERT_NE(at, std::string::npos);
   WriteFile(Work("products.txt"), products.replace(at, 13, "Glass funnel"));
-  r = RunAgain();
+  // A further full static run through the program as generate.sh laid it out.
+  r = RunProgram({Work("cgi-bin/storegen"), "-o", build_ + "/sample-store", "-c",
+                  Work("lantern.cfg"), "-s", "0"});
   ASSERT_EQ(r.exit_code, 0) << r.out << r.err;
   EXPECT_EQ(IndexFiles(".ind"), indexes);
   EXPECT_EQ(ProductPagesFound(index, "funnel"), std::set<std::string>{Page("p-LL-104.html")});
