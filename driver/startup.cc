@@ -92,8 +92,11 @@ int CheckRequest(const Startup& s) {
     VerbosePrintf("Sku argument required for dynamic pages\n");
     return kBadCommandLine;
   }
+  if (st.szTemplateFile[0] == '\0' && st.szCategory[0] != '\0') {
+    GetConfigItem(st.szConfig, kCategoryListTemplateKey, st.szTemplateFile, kPathSize, 0);
+  }
   if (st.szTemplateFile[0] == '\0') {
-    GetConfigItem(st.szConfig, "PageGenShopHomeListTplt", st.szTemplateFile, kPathSize, 0);
+    GetConfigItem(st.szConfig, kShopHomeListTemplateKey, st.szTemplateFile, kPathSize, 0);
   }
   if (st.szAPILib[0] == '\0') {
     ResolvePath(st.szDbName, kPathSize);

@@ -73,8 +73,8 @@ struct CategoryBlock {
 };
 
 // The marker's "CategoryTemplate" when it names a file that exists. It
-// becomes the run's list template, which the cart learns when it asks the
-// page generator for list pages.
+// becomes the run's list template, and the template of the category list
+// pages that the cart asks the page generator for.
 std::string CategoryTemplate(std::string_view marker, const PageContext& ctx) {
   std::string tmpl;
   struct stat st;
@@ -84,8 +84,8 @@ std::string CategoryTemplate(std::string_view marker, const PageContext& ctx) {
   }
   CopyTruncated(PageGenState.szTemplateFile, tmpl);
   if ((ctx.options & (kGenDynamicProducts | kGenDynamicLists)) != 0 &&
-      StoreConfigValue(ctx.store_cfg, "PageGenShopHomeListTplt") != tmpl) {
-    SetStoreConfigItem(ctx.store_cfg, "PageGenShopHomeListTplt", tmpl);
+      StoreConfigValue(ctx.store_cfg, kCategoryListTemplateKey) != tmpl) {
+    SetStoreConfigItem(ctx.store_cfg, kCategoryListTemplateKey, tmpl);
   }
   return tmpl;
 }

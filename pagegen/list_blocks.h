@@ -35,8 +35,8 @@ extern int32_t ProdList;
 // the record's "TILLBOXCATEGORY" as the current category (records without
 // one are passed over); 0 at once without a database, -11 when it has no
 // record. A "CategoryTemplate" attribute naming an existing file becomes the
-// run's list template (szTemplateFile, and "PageGenShopHomeListTplt" in the
-// store configuration when product or list pages are served dynamically);
+// run's list template (szTemplateFile, and the category list template key of
+// the store configuration when product or list pages are served dynamically);
 // static runs with list pages written statically also write each category's
 // own page from it, once per page series: "c-" + safe name + ".html" in
 // ctx.out_dir, with that category and ctx.sku_list (GenerateHtmlPage's

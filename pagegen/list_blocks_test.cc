@@ -227,7 +227,7 @@ TEST_F(ListBlockTest, CategoryListWritesEachCategorysPage) {
   ctx_.options |= kGenDynamicLists;
   Parse(block);
   EXPECT_FALSE(FileExists("out"));
-  EXPECT_NE(ReadFile(cfg_).find("PageGenShopHomeListTplt\tcat.tmpl\n"), std::string::npos);
+  EXPECT_NE(ReadFile(cfg_).find("PageGenCategoryListTplt\tcat.tmpl\n"), std::string::npos);
 
   // A template that does not exist is passed over.
   ctx_.options = kGenRewriteLinks;

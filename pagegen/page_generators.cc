@@ -262,7 +262,7 @@ int GenerateShopHomePage(const char* reference, const GeneratorArgs& args) {
   CopyTruncated(PageGenState.szShopHomeName, file);
   CopyTruncated(PageGenState.szTemplateFile, tmpl);
   if ((PageGenState.dynamic & (kDynProductPages | kDynListPages)) != 0 &&
-      !SetStoreConfigItem(args.store_cfg, "PageGenShopHomeListTplt", tmpl)) {
+      !SetStoreConfigItem(args.store_cfg, kShopHomeListTemplateKey, tmpl)) {
     return -1;
   }
   CategoryConnection conn(args);

@@ -31,6 +31,15 @@ enum GenerationOptions : uint32_t {
 inline constexpr int kPathSize = 256;
 inline constexpr int kShopHomeSize = 112;  // strlen("ShopHomePage") + 100
 
+// Store-configuration keys naming the templates of dynamic list pages ("-f"
+// without "-t"). A static run writes both when pages are served dynamically:
+// the shop home page's template, which its list continues on in a request
+// without a category, and the category list template of its category block,
+// for a request for one category ("-C"). A category request in a store that
+// names no category list template falls back to the shop home page's.
+inline constexpr char kShopHomeListTemplateKey[] = "PageGenShopHomeListTplt";
+inline constexpr char kCategoryListTemplateKey[] = "PageGenCategoryListTplt";
+
 struct RunState {
   int32_t verbose = 0;
   char szOutPath[kPathSize] = {};

@@ -204,24 +204,14 @@ class DynamicStoreTest(unittest.TestCase):
                 self.assertEqual(sum(pages, []), expected)
                 self.assertTrue(all(pages), "an empty list page")
         # The shop home page continues its list of every product on dynamic
-        # pages. Those are made from the store's list template, whose page
-        # size differs from the shop home page's (the known fault below), so
-        # the first one's "Previous" does not lead back to the start.
-        pages = self.list_walk(ws.STORE_DIR + "index.html", exact_previous=False)
+        # pages made from its own template.
+        pages = self.list_walk(ws.STORE_DIR + "index.html")
         self.assertGreater(len(pages), 1)
         self.assertEqual(sum(pages, []), [p["SKU"] for p in self.products])
 
     def test_every_link_of_the_store_answers(self):
         result = ws.crawl(self.server, self.links, store_seeds(self.cfg, self.work))
-        # Known fault, kept visible: a list page without a category (the
-        # shop home page's continuation) is made from the category page's
-        # template, which the run names as the store's list template, so its
-        # category tags stay unresolved. When that is settled, this check
-        # fails and the exception goes.
-        known = [p for p in result.problems if "-C+" not in p[0] and "CATEGORY." in p[1]]
-        other = [p for p in result.problems if p not in known]
-        self.assertEqual(other, [], "broken links:\n" + ws.describe(other))
-        self.assertNotEqual(known, [], "category-less list pages render cleanly now")
+        self.assertEqual(result.problems, [], "broken links:\n" + ws.describe(result.problems))
         dynamic = [p for p in result.status if p.startswith(self.links.pagegen)]
         self.assertEqual(len([p for p in dynamic if "?-p+" in p]), len(self.products))
         # Product and category pages exist only on request.
