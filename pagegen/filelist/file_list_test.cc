@@ -13,14 +13,15 @@ namespace {
 
 using namespace testing;
 
-// Lists kept side by side, one of them freed and started again, each keep
-// their own order; the report prints "name<TAB>code" lines.
+// Lists kept side by side, appended to in turn and in a row, one of them freed
+// and started again, each keep their own order; the report prints
+// "name<TAB>code" lines.
 TEST(FileList, KeepsOrderAcrossListsAndPrintsNameTabCode) {
   FileList* a = nullptr;
   FileList* b = nullptr;
   FileListAdd(&a, "a.html", 0);
-  FileListAdd(&b, "b1", 0);
   FileListAdd(&a, "%%CATEGORY.X%%", -18);
+  FileListAdd(&b, "b1", 0);
   FreeFileList(b);
   b = nullptr;
   FileListAdd(&b, "b2", 0);
