@@ -4,9 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
+#include <memory>
 #include <string>
+#include <unordered_map>
 
 #include "cgisupport/config_file.h"
 #include "driver/runstate/run_state.h"
@@ -25,10 +29,90 @@ constexpr char kContentType[] = "Content-type: text/html\n\n";
 
 // Templates up to this size are read whole and parsed from memory.
 constexpr off_t kMaxTemplateInMemory = 256 * 1024;
+// A template changed this recently may change again without its times
+// moving: it is read again for every page until it has settled.
+constexpr std::time_t kRecentChangeSeconds = 2;
 
-// The open template: a stream on its text read into memory, so that the
-// list blocks' returns to their start cost no system call, or, for a large
-// or unusual file, the file itself.
+// The text of a template file, with what identifies that version of it.
+struct TemplateText {
+  dev_t dev = 0;
+  ino_t ino = 0;
+  off_t size = 0;
+  timespec mtime{};
+  timespec ctime{};
+  std::string text;
+
+  bool SameFile(const struct stat& st) const {
+    return dev == st.st_dev && ino == st.st_ino && size == st.st_size &&
+           mtime.tv_sec == st.st_mtim.tv_sec && mtime.tv_nsec == st.st_mtim.tv_nsec &&
+           ctime.tv_sec == st.st_ctim.tv_sec && ctime.tv_nsec == st.st_ctim.tv_nsec;
+  }
+};
+
+// The settled templates' texts, by path. A page's stream holds its text, so
+// that a newer version kept while the page is written leaves it alone.
+std::unordered_map<std::string, std::shared_ptr<const TemplateText>>& KeptTemplates() {
+  static auto* kept = new std::unordered_map<std::string, std::shared_ptr<const TemplateText>>();
+  return *kept;  // lives until the process ends
+}
+
+bool ChangedRecently(const struct stat& st) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return std::max(st.st_mtim.tv_sec, st.st_ctim.tv_sec) + kRecentChangeSeconds >= now.tv_sec;
+}
+
+bool ReadAll(int fd, off_t size, std::string* text) {
+  text->resize(static_cast<std::size_t>(size));
+  std::size_t done = 0;
+  while (done < text->size()) {
+    ssize_t n = read(fd, text->data() + done, text->size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<std::size_t>(n);
+  }
+  char more;
+  return read(fd, &more, 1) == 0;  // the whole file
+}
+
+// The text of the template at |path| when it is a small regular file: the
+// kept one while the file is unchanged (one stat), else read anew (and kept
+// once settled). Null for a large, empty or unusual file, or a read error.
+std::shared_ptr<const TemplateText> TemplateTextOf(const char* path) {
+  struct stat st;
+  if (stat(path, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size <= 0 ||
+      st.st_size > kMaxTemplateInMemory) {
+    return nullptr;
+  }
+  auto& kept = KeptTemplates();
+  auto it = kept.find(path);
+  if (it != kept.end() && it->second->SameFile(st)) return it->second;
+
+  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  auto text = std::make_shared<TemplateText>();
+  struct stat opened;
+  const bool ok = fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode) && opened.st_size > 0 &&
+                  opened.st_size <= kMaxTemplateInMemory &&
+                  ReadAll(fd, opened.st_size, &text->text);
+  close(fd);
+  if (!ok) return nullptr;
+  text->dev = opened.st_dev;
+  text->ino = opened.st_ino;
+  text->size = opened.st_size;
+  text->mtime = opened.st_mtim;
+  text->ctime = opened.st_ctim;
+  if (ChangedRecently(opened)) {
+    if (it != kept.end()) kept.erase(it);
+  } else {
+    kept[path] = text;
+  }
+  return text;
+}
+
+// The open template: a stream on its text in memory, so that the list
+// blocks' returns to their start cost no system call, or, for a large or
+// unusual file, the file itself.
 class TemplateStream {
  public:
   TemplateStream() = default;
@@ -36,15 +120,9 @@ class TemplateStream {
   TemplateStream(const TemplateStream&) = delete;
   TemplateStream& operator=(const TemplateStream&) = delete;
   bool Open(const char* path) {
-    int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd >= 0) {
-      struct stat st;
-      if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0 &&
-          st.st_size <= kMaxTemplateInMemory && ReadAll(fd, st.st_size)) {
-        fp_ = fmemopen(text_.data(), text_.size(), "r");
-      }
-      close(fd);
-    }
+    text_ = TemplateTextOf(path);
+    if (text_ != nullptr)
+      fp_ = fmemopen(const_cast<char*>(text_->text.data()), text_->text.size(), "r");
     if (fp_ == nullptr) fp_ = std::fopen(path, "rb");
     return fp_ != nullptr;
   }
@@ -52,23 +130,11 @@ class TemplateStream {
   void Close() {
     if (fp_ != nullptr) std::fclose(fp_);
     fp_ = nullptr;
+    text_.reset();
   }
 
  private:
-  bool ReadAll(int fd, off_t size) {
-    text_.resize(static_cast<std::size_t>(size));
-    std::size_t done = 0;
-    while (done < text_.size()) {
-      ssize_t n = read(fd, text_.data() + done, text_.size() - done);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) return false;
-      done += static_cast<std::size_t>(n);
-    }
-    char more;
-    return read(fd, &more, 1) == 0;  // the whole file
-  }
-
-  std::string text_;
+  std::shared_ptr<const TemplateText> text_;
   FILE* fp_ = nullptr;
 };
 

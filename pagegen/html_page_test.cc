@@ -1,7 +1,9 @@
 #include "pagegen/html_page.h"
 
+#include <chrono>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -94,6 +96,38 @@ TEST_F(HtmlPageTest, Failures) {
   EXPECT_EQ(ReadFile(out), "old");
   EXPECT_EQ(ListDir(dir_.path()),
             (std::vector<std::string>{"file", "old.html", "page.html", "store.cfg"}));
+}
+
+// A settled template's text and the store configuration's values are kept
+// between pages: every kind of change to the files must still show on the
+// next page.
+TEST_F(HtmlPageTest, KeptTemplateAndConfigurationFollowEveryChange) {
+  std::string out = dir_.Path("page-out.html");
+  auto page = [&] {
+    EXPECT_EQ(GenerateHtmlPage(tmpl_.c_str(), out.c_str(), nullptr, ctx_), 0);
+    return ReadFile(out);
+  };
+  WriteFile(tmpl_, "A:<!--PAGEGEN_STORENAME-->\n");
+  // Old enough to be kept.
+  std::this_thread::sleep_for(std::chrono::milliseconds(3100));
+  EXPECT_EQ(page(), "A:Corner Shop\n");
+  EXPECT_EQ(page(), "A:Corner Shop\n");
+
+  // Edits of the same size, by an administrator, in place.
+  WriteFile(tmpl_, "B:<!--PAGEGEN_STORENAME-->\n");
+  WriteFile(cfg_, "ShopName\tCorner Shoq\n");
+  EXPECT_EQ(page(), "B:Corner Shoq\n");
+
+  // New files renamed over the old ones.
+  WriteFile(tmpl_ + ".new", "C:<!--PAGEGEN_STORENAME-->\n");
+  WriteFile(cfg_ + ".new", "ShopName\tCorner Shor\n");
+  ASSERT_EQ(std::rename((tmpl_ + ".new").c_str(), tmpl_.c_str()), 0);
+  ASSERT_EQ(std::rename((cfg_ + ".new").c_str(), cfg_.c_str()), 0);
+  EXPECT_EQ(page(), "C:Corner Shor\n");
+
+  // A template that went away is missed at once.
+  ASSERT_EQ(std::remove(tmpl_.c_str()), 0);
+  EXPECT_EQ(GenerateHtmlPage(tmpl_.c_str(), out.c_str(), nullptr, ctx_), -7);
 }
 
 }  // namespace

@@ -128,6 +128,18 @@ std::string RewriteRow(std::string_view markup, int row, std::string_view page_p
 }  // namespace
 
 int FindHTMLTagRow(std::string_view markup) {
+  // Most markup is passed over by its first letter alone.
+  static const std::string first_letters = [] {
+    std::string letters;
+    for (const HTMLTag& tag : HTMLTagTable) {
+      const char c = tag.tag[1];
+      letters += c;
+      if (c >= 'A' && c <= 'Z') letters += static_cast<char>(c - 'A' + 'a');
+      if (c >= 'a' && c <= 'z') letters += static_cast<char>(c - 'a' + 'A');
+    }
+    return letters;
+  }();
+  if (markup.size() < 2 || first_letters.find(markup[1]) == std::string::npos) return -1;
   for (int32_t row = 0; row < kHTMLTagCount; ++row) {
     std::string_view tag(HTMLTagTable[row].tag, static_cast<std::size_t>(HTMLTagTable[row].length));
     if (markup.size() > tag.size() && StartsWithNoCase(markup, tag) && IsBlank(markup[tag.size()]))
@@ -193,6 +205,9 @@ std::string RewriteLinkTag(std::string_view markup, const PageContext& ctx) {
 }
 
 int WriteLinkTag(PageOutput* out, std::string_view markup, const PageContext& ctx) {
+  // Most markup is no link tag: it is written as it stands, without a copy.
+  if (!(ctx.options & kGenRewriteLinks) || FindHTMLTagRow(markup) < 0)
+    return WriteOutput(out, markup);
   return WriteOutput(out, RewriteLinkTag(markup, ctx));
 }
 
