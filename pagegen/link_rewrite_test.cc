@@ -38,11 +38,9 @@ TEST_F(LinkRewriteTest, RowTestNeedsTheTagAndWhiteSpace) {
     const char* markup;
     int row;
   } cases[] = {
-      {"<IMG SRC=a.gif>", 0},    {"<img\tsrc=a.gif>", 0},    {"<IMG>", -1},
-      {"<IMGX src=a>", -1},      {"<a\r\nhref=x>", 1},       {"<ABBR title=x>", -1},
-      {"<form action=x>", 2},    {"<Body background=x>", 3}, {"<FRAME src=x>", 4},
-      {"<FRAMESET rows=2>", -1}, {"<area href=x>", 5},       {"<BASE href=x>", 6},
-      {"<p class=x>", -1},       {"<!-- a href=x -->", -1},
+      {"<IMG SRC=a.gif>", 0}, {"<img\tsrc=a.gif>", 0},   {"<IMG>", -1},
+      {"<IMGX src=a>", -1},   {"<a\r\nhref=x>", 1},      {"<FRAMESET rows=2>", -1},
+      {"<area href=x>", 5},   {"<!-- a href=x -->", -1},
   };
   for (const auto& c : cases)
     EXPECT_EQ(FindHTMLTagRow(c.markup), c.row) << c.markup;
@@ -59,14 +57,12 @@ TEST_F(LinkRewriteTest, TargetsBecomeAbsoluteBehindTheirActionKeyword) {
       {"<a href=x.html target=_top>", "<a href=/store/shop/x.html target=_top>", 1},
       {"<img src=\"my pic.png\" alt=\"\">", "<img src=\"/store/shop/my pic.png\" alt=\"\">", 1},
       {"<a href=\"x.html>", "<a href=\"/store/shop/x.html>", 1},  // no closing quote
-      {"<body background=bg.gif text=red>", "<body background=/store/shop/bg.gif text=red>", 1},
       // Keywords are matched with their case, only at the start, in table order.
       {"<a href=\"addtocart#x\">", "<a href=\"/store/shop/addtocart#x\">", 1},
       {"<a href=\"x#ADDTOCART#\">", "<a href=\"/store/shop/x#ADDTOCART#\">", 1},
       // Absolute paths and targets with a scheme stay as written.
       {"<a href=\"USERPROG#/cgi-bin/x\">", "<a href=\"USERPROG#/cgi-bin/x\">", 1},
       {"<a href=\"mailto:me@example.com\">", "<a href=\"mailto:me@example.com\">", 1},
-      {"<a href=\"NOPARSE#http://example.com/\">", "<a href=\"NOPARSE#http://example.com/\">", 1},
       {"<a href=\"find.html?q=a:b\">", "<a href=\"/store/shop/find.html?q=a:b\">", 1},
       // No link to rewrite.
       {"<a name=\"top\">", "<a name=\"top\">", 0},
@@ -105,7 +101,6 @@ TEST_F(LinkRewriteTest, AliasStandsOnceInFrontOfThePagePath) {
   } cases[] = {
       {"/store/", "shop/", "item.html", "/store/shop/item.html"},
       {"/store", "/store/shop/", "x", "/store/shop/x"},
-      {"/store/", "/store/shop/", "x", "/store/shop/x"},
       {"/store", "/storefront/", "x", "/store/storefront/x"},  // not the alias
       {"/store", "shop/", "x", "/store/shop/x"},
       {"", "/shop/", "x", "/shop/x"},
