@@ -22,6 +22,7 @@
 #include "cgisupport/config_item_list.h"
 #include "cgisupport/config_line.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/file_identity.h"
 #include "cgisupport/file_util.h"
 
 namespace storegen {
@@ -30,38 +31,18 @@ namespace {
 // Lookups are answered from a copy of each file's values, kept while the
 // file is unchanged. Every lookup still stats the file, so an edit is seen
 // by the next lookup: a file whose device, inode, size, modification or
-// status-change time differ is read again. A file changed in the last
-// kRecentChangeSeconds may change again without its times moving (file
-// systems keep times to a clock tick, some to the second), so such a file is
-// read and its bytes compared on every lookup until its change is old
-// enough.
-constexpr std::time_t kRecentChangeSeconds = 2;
+// status-change time differ is read again. A file changed very recently may
+// change again without its times moving, so such a file is read and its
+// bytes compared on every lookup until its change is old enough.
 // Larger files are scanned line by line on each lookup, as without a cache.
 constexpr off_t kMaxCachedSize = 1 << 20;
 // More distinct paths than this empty the cache (a run reads a handful).
 constexpr std::size_t kMaxCachedFiles = 64;
 
-struct FileIdentity {
-  dev_t dev = 0;
-  ino_t ino = 0;
-  off_t size = 0;
-  timespec mtime{};
-  timespec ctime{};
-
-  explicit FileIdentity(const struct stat& st)
-      : dev(st.st_dev), ino(st.st_ino), size(st.st_size), mtime(st.st_mtim), ctime(st.st_ctim) {}
-  FileIdentity() = default;
-  bool operator==(const FileIdentity& o) const {
-    return dev == o.dev && ino == o.ino && size == o.size && mtime.tv_sec == o.mtime.tv_sec &&
-           mtime.tv_nsec == o.mtime.tv_nsec && ctime.tv_sec == o.ctime.tv_sec &&
-           ctime.tv_nsec == o.ctime.tv_nsec;
-  }
-};
-
 struct CachedConfig {
   FileIdentity identity;
   uint64_t checked = 0;  // the snapshot under which the file was last looked at
-  bool settled = false;  // last change older than kRecentChangeSeconds when read
+  bool settled = false;  // not changed recently when read
   bool parsed = false;   // |values| belong to |content|
   std::string content;   // the file's bytes while not settled
   // ASCII-lower-case key -> value of the first line with that key and a value.
@@ -113,29 +94,6 @@ void ParseConfig(std::string_view content, CachedConfig* entry) {
   entry->parsed = true;
 }
 
-// Reads the whole regular file open as |fd| (|size| bytes by its fstat) into
-// |content|. False on a read error, or when the file's length no longer
-// matches |size|.
-bool ReadAll(int fd, off_t size, std::string* content) {
-  content->resize(static_cast<std::size_t>(size));
-  std::size_t done = 0;
-  while (done < content->size()) {
-    ssize_t n = read(fd, content->data() + done, content->size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += static_cast<std::size_t>(n);
-  }
-  char extra;
-  return read(fd, &extra, 1) == 0;
-}
-
-bool ChangedRecently(const FileIdentity& id) {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  std::time_t changed = std::max(id.mtime.tv_sec, id.ctime.tv_sec);
-  return changed + kRecentChangeSeconds >= now.tv_sec;
-}
-
 // |file|'s cache entry, brought up to date. Null when the file is not a
 // regular file of at most kMaxCachedSize bytes, or cannot be read whole: the
 // caller then scans it as it stands.
@@ -157,7 +115,7 @@ const CachedConfig* CachedValues(const char* file) {
   // The identity of what is read is taken from the open file itself.
   std::string content;
   bool ok = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size <= kMaxCachedSize &&
-            ReadAll(fd, st.st_size, &content);
+            ReadWholeFile(fd, st.st_size, &content);
   close(fd);
   if (!ok) return nullptr;
 
