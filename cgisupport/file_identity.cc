@@ -32,13 +32,13 @@ bool ReadWholeFile(int fd, off_t size, std::string* text) {
   text->resize(static_cast<std::size_t>(size));
   std::size_t done = 0;
   while (done < text->size()) {
-    ssize_t n = read(fd, text->data() + done, text->size() - done);
+    ssize_t n = pread(fd, text->data() + done, text->size() - done, static_cast<off_t>(done));
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return false;
     done += static_cast<std::size_t>(n);
   }
   char more;
-  return read(fd, &more, 1) == 0;  // nothing beyond |size|
+  return pread(fd, &more, 1, size) == 0;  // nothing beyond |size|
 }
 
 }  // namespace storegen

@@ -35,8 +35,8 @@ struct FileIdentity {
 bool ChangedRecently(const FileIdentity& id);
 
 // Reads the whole regular file open as |fd|, |size| bytes by its fstat, into
-// |text|. False on a read error, or when the file's length no longer matches
-// |size| (it changed while being read).
+// |text|, from its start and without moving the descriptor's offset. False on a read error, or when
+// the file's length no longer matches |size| (it changed while being read).
 bool ReadWholeFile(int fd, off_t size, std::string* text);
 
 }  // namespace storegen

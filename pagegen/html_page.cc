@@ -13,6 +13,7 @@
 #include <unordered_map>
 
 #include "cgisupport/config_file.h"
+#include "cgisupport/file_identity.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/list_blocks.h"
@@ -29,24 +30,11 @@ constexpr char kContentType[] = "Content-type: text/html\n\n";
 
 // Templates up to this size are read whole and parsed from memory.
 constexpr off_t kMaxTemplateInMemory = 256 * 1024;
-// A template changed this recently may change again without its times
-// moving: it is read again for every page until it has settled.
-constexpr std::time_t kRecentChangeSeconds = 2;
 
 // The text of a template file, with what identifies that version of it.
 struct TemplateText {
-  dev_t dev = 0;
-  ino_t ino = 0;
-  off_t size = 0;
-  timespec mtime{};
-  timespec ctime{};
+  FileIdentity identity;
   std::string text;
-
-  bool SameFile(const struct stat& st) const {
-    return dev == st.st_dev && ino == st.st_ino && size == st.st_size &&
-           mtime.tv_sec == st.st_mtim.tv_sec && mtime.tv_nsec == st.st_mtim.tv_nsec &&
-           ctime.tv_sec == st.st_ctim.tv_sec && ctime.tv_nsec == st.st_ctim.tv_nsec;
-  }
 };
 
 // The settled templates' texts, by path. A page's stream holds its text, so
@@ -54,25 +42,6 @@ struct TemplateText {
 std::unordered_map<std::string, std::shared_ptr<const TemplateText>>& KeptTemplates() {
   static auto* kept = new std::unordered_map<std::string, std::shared_ptr<const TemplateText>>();
   return *kept;  // lives until the process ends
-}
-
-bool ChangedRecently(const struct stat& st) {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return std::max(st.st_mtim.tv_sec, st.st_ctim.tv_sec) + kRecentChangeSeconds >= now.tv_sec;
-}
-
-bool ReadAll(int fd, off_t size, std::string* text) {
-  text->resize(static_cast<std::size_t>(size));
-  std::size_t done = 0;
-  while (done < text->size()) {
-    ssize_t n = read(fd, text->data() + done, text->size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += static_cast<std::size_t>(n);
-  }
-  char more;
-  return read(fd, &more, 1) == 0;  // the whole file
 }
 
 // The text of the template at |path| when it is a small regular file: the
@@ -86,7 +55,7 @@ std::shared_ptr<const TemplateText> TemplateTextOf(const char* path) {
   }
   auto& kept = KeptTemplates();
   auto it = kept.find(path);
-  if (it != kept.end() && it->second->SameFile(st)) return it->second;
+  if (it != kept.end() && it->second->identity == FileIdentity(st)) return it->second;
 
   int fd = open(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0) return nullptr;
@@ -94,15 +63,11 @@ std::shared_ptr<const TemplateText> TemplateTextOf(const char* path) {
   struct stat opened;
   const bool ok = fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode) && opened.st_size > 0 &&
                   opened.st_size <= kMaxTemplateInMemory &&
-                  ReadAll(fd, opened.st_size, &text->text);
+                  ReadWholeFile(fd, opened.st_size, &text->text);
   close(fd);
   if (!ok) return nullptr;
-  text->dev = opened.st_dev;
-  text->ino = opened.st_ino;
-  text->size = opened.st_size;
-  text->mtime = opened.st_mtim;
-  text->ctime = opened.st_ctim;
-  if (ChangedRecently(opened)) {
+  text->identity = FileIdentity(opened);
+  if (ChangedRecently(text->identity)) {
     if (it != kept.end()) kept.erase(it);
   } else {
     kept[path] = text;

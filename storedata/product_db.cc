@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include "cgisupport/file_identity.h"
+
 namespace storegen {
 namespace {
 
@@ -214,40 +216,16 @@ void ReadPiece(int fd, off_t offset, std::size_t length, char* buf) {
 // same; a file changed in the last two seconds is read again on every
 // lookup, since it may change again without its times moving.
 constexpr off_t kMaxKeptSize = 1 << 20;
-constexpr std::time_t kRecentChangeSeconds = 2;
 constexpr std::size_t kMaxKeptFiles = 8;
 
 struct KeptFile {
-  dev_t dev = 0;
-  ino_t ino = 0;
-  off_t size = 0;
-  timespec mtime{};
-  timespec ctime{};
+  FileIdentity identity;
   std::string text;
-
-  bool Same(const struct stat& st) const {
-    return dev == st.st_dev && ino == st.st_ino && size == st.st_size &&
-           mtime.tv_sec == st.st_mtim.tv_sec && mtime.tv_nsec == st.st_mtim.tv_nsec &&
-           ctime.tv_sec == st.st_ctim.tv_sec && ctime.tv_nsec == st.st_ctim.tv_nsec;
-  }
 };
 
 std::vector<KeptFile>& KeptFiles() {
   static auto* files = new std::vector<KeptFile>();  // lives until the process ends
   return *files;
-}
-
-bool ReadWhole(int fd, off_t size, std::string* text) {
-  text->resize(static_cast<std::size_t>(size));
-  std::size_t done = 0;
-  while (done < text->size()) {
-    ssize_t n = pread(fd, text->data() + done, text->size() - done, static_cast<off_t>(done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += static_cast<std::size_t>(n);
-  }
-  char more;
-  return pread(fd, &more, 1, size) == 0;
 }
 
 // The whole text of the small regular file open as |fd|, or null (a large
@@ -257,26 +235,20 @@ const std::string* SmallFileText(int fd) {
   if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxKeptSize) return nullptr;
   auto& kept = KeptFiles();
   for (KeptFile& f : kept) {
-    if (f.Same(st)) return &f.text;
+    if (f.identity == FileIdentity(st)) return &f.text;
   }
   static std::string fresh;
-  if (!ReadWhole(fd, st.st_size, &fresh)) return nullptr;
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  if (std::max(st.st_mtim.tv_sec, st.st_ctim.tv_sec) + kRecentChangeSeconds >= now.tv_sec)
-    return &fresh;
+  if (!ReadWholeFile(fd, st.st_size, &fresh)) return nullptr;
+  const FileIdentity identity(st);
+  if (ChangedRecently(identity)) return &fresh;
   auto stale = std::find_if(kept.begin(), kept.end(), [&](const KeptFile& f) {
-    return f.dev == st.st_dev && f.ino == st.st_ino;
+    return f.identity.dev == st.st_dev && f.identity.ino == st.st_ino;
   });
   if (stale == kept.end()) {
     if (kept.size() >= kMaxKeptFiles) kept.erase(kept.begin());
     stale = kept.emplace(kept.end());
   }
-  stale->dev = st.st_dev;
-  stale->ino = st.st_ino;
-  stale->size = st.st_size;
-  stale->mtime = st.st_mtim;
-  stale->ctime = st.st_ctim;
+  stale->identity = identity;
   stale->text = fresh;
   return &stale->text;
 }
