@@ -256,6 +256,19 @@ class Store:
             raise Mismatch("-p %s (%s.cfg) differs from the reference" % (sku, reader))
 
 
+def on_tmpfs(path):
+    """Whether |path| is on a memory file system (the mount with the longest
+    matching mount point decides)."""
+    best, kind = "", ""
+    for line in open("/proc/mounts"):
+        fields = line.split()
+        point = fields[1]
+        inside = path == point or path.startswith(point.rstrip("/") + "/")
+        if inside and len(point) > len(best):
+            best, kind = point, fields[2]
+    return kind == "tmpfs"
+
+
 def median(values):
     return statistics.median(values) if values else float("nan")
 
@@ -288,7 +301,7 @@ def static_bench(args, store, floor):
         floor_out = store.new_out("floor")
         proc = subprocess.run([floor, floor_src, floor_out], stdout=subprocess.PIPE, check=True)
         runs["floor"].append(float(re.search(rb"seconds=(\S+)", proc.stdout).group(1)))
-        if args.out_root:
+        if args.out_root and on_tmpfs(args.out_root):
             # On a memory file system a removal costs the next run nothing;
             # removing the trees at once keeps the memory they take small.
             for tree in (out, hugo_out if not args.no_hugo else None, floor_out):
@@ -368,8 +381,8 @@ def main():
     parser.add_argument("--dynamic-runs", type=int, default=30)
     parser.add_argument("--work", default="/tmp/storegen-bench")
     parser.add_argument("--out-root", help="where the runs write (default: in --work); for "
-                        "example a tmpfs such as /dev/shm, to leave the disk out (each run's "
-                        "tree is then removed as soon as it has been checked)")
+                        "example a tmpfs such as /dev/shm, to leave the disk out (there, each "
+                        "run's tree is removed as soon as it has been checked)")
     parser.add_argument("--no-hugo", action="store_true")
     parser.add_argument("--no-static", action="store_true")
     parser.add_argument("--no-dynamic", action="store_true")
