@@ -91,32 +91,32 @@ const PAPI_Pair* FindProdAttr(const PAPI_Pair* record, const char* name) {
 }
 
 void FreeProdRecord(PAPI_Pair* record) {
-  if (record == nullptr) return;
-  for (PAPI_Pair* pair = record; pair->name != nullptr; ++pair) {
-    std::free(pair->name);
-    std::free(pair->value);
-  }
-  std::free(record);
+  std::free(record);  // the strings live in the same block
 }
 
 PAPI_Pair* CopyProdRecord(const PAPI_Pair* record) {
   if (record == nullptr) return nullptr;
   std::size_t count = 0;
-  while (record[count].name != nullptr)
-    ++count;
-  auto* copy = static_cast<PAPI_Pair*>(std::calloc(count + 1, sizeof(PAPI_Pair)));
-  if (copy == nullptr) return nullptr;
-  for (std::size_t i = 0; i < count; ++i) {
-    copy[i].name = strdup(record[i].name);
-    copy[i].value = record[i].value != nullptr ? strdup(record[i].value) : nullptr;
-    if (copy[i].name == nullptr || (record[i].value != nullptr && copy[i].value == nullptr)) {
-      std::free(copy[i].name);
-      std::free(copy[i].value);
-      copy[i] = PAPI_Pair{nullptr, nullptr};  // FreeProdRecord stops here
-      FreeProdRecord(copy);
-      return nullptr;
-    }
+  std::size_t text = 0;
+  for (; record[count].name != nullptr; ++count) {
+    text += std::strlen(record[count].name) + 1;
+    if (record[count].value != nullptr) text += std::strlen(record[count].value) + 1;
   }
+  const std::size_t pairs = (count + 1) * sizeof(PAPI_Pair);
+  auto* copy = static_cast<PAPI_Pair*>(std::malloc(pairs + text));
+  if (copy == nullptr) return nullptr;
+  char* out = reinterpret_cast<char*>(copy) + pairs;
+  auto place = [&out](const char* s) {
+    std::size_t n = std::strlen(s) + 1;
+    char* at = static_cast<char*>(std::memcpy(out, s, n));
+    out += n;
+    return at;
+  };
+  for (std::size_t i = 0; i < count; ++i) {
+    copy[i].name = place(record[i].name);
+    copy[i].value = record[i].value != nullptr ? place(record[i].value) : nullptr;
+  }
+  copy[count] = PAPI_Pair{nullptr, nullptr};
   return copy;
 }
 

@@ -47,10 +47,15 @@ void ShutdownProdAPI();
 PAPI_Pair* FindProdAttr(PAPI_Pair* record, const char* name);
 const PAPI_Pair* FindProdAttr(const PAPI_Pair* record, const char* name);
 
-// Frees a record the generator owns (each name and value, then the array).
+// Frees a record made by CopyProdRecord. Null is ignored.
 void FreeProdRecord(PAPI_Pair* record);
 
-// A deep copy of |record| allocated with malloc, or null when memory runs out.
+// A deep copy of |record| in one malloc'd block: the pair array, then every
+// name and value (a null value stays null). Null for a null record or when
+// memory runs out. A run keeps one record per product, so one allocation
+// instead of two per pair keeps its memory close to the data's size. The
+// copy belongs to the generator and goes back through FreeProdRecord, never
+// to the product API.
 PAPI_Pair* CopyProdRecord(const PAPI_Pair* record);
 
 }  // namespace storegen

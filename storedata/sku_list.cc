@@ -77,10 +77,12 @@ class Item {
     Release();
     record_ = conn_->Next(position);
   }
-  PAPI_Pair* Take() {
-    PAPI_Pair* record = record_;
-    record_ = nullptr;
-    return record;
+  // The generator's own copy of the record (see CopyProdRecord); the
+  // original goes back to the connection. Null when memory runs out.
+  PAPI_Pair* TakeCopy() {
+    PAPI_Pair* copy = CopyProdRecord(record_);
+    Release();
+    return copy;
   }
 
  private:
@@ -172,12 +174,15 @@ SkuList* LookUpSku(const char* sku, const char* db, const char* store_cfg, const
     return nullptr;
   }
   SkuList* node = NewFilledNode(sku, tmplt);
+  if (node != nullptr && (node->record = item.TakeCopy()) == nullptr) {
+    FreeSkuList(node);
+    node = nullptr;
+  }
   if (node == nullptr) {
     VerbosePrintf("Out of memory\n");
     *code = kOutOfMemory;
     return nullptr;
   }
-  node->record = item.Take();
   *code = kOk;
   return node;
 }
@@ -237,6 +242,10 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
     std::string tmplt;
     if (!ChooseTemplate(set, item.get(), sku->value, fallback, &tmplt)) continue;
     SkuList* node = NewFilledNode(sku->value, tmplt);
+    if (node != nullptr && (node->record = item.TakeCopy()) == nullptr) {
+      FreeSkuList(node);
+      node = nullptr;
+    }
     if (node == nullptr) {
       VerbosePrintf("Out of memory\n");
       item.Release();
@@ -244,7 +253,6 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
       FreeSkuList(head);
       return nullptr;
     }
-    node->record = item.Take();
     *tail = node;
     tail = &node->next;
     ++taken;
