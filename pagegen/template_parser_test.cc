@@ -154,7 +154,7 @@ TEST_F(TemplateParserTest, DefaultPicturesAreRecordedWithTheirProduct) {
 }
 
 TEST_F(TemplateParserTest, CategoryTags) {
-  int connection = 0;
+  static int connection = 0;  // outlives the fixture's context
   ctx_.cat_db = &connection;
   ctx_.category = "Tea";
   int rc = -1;
@@ -296,7 +296,7 @@ TEST_F(TemplateParserTest, ListBlocksNeedTheirData) {
   EXPECT_EQ(Parse(block, &rc), "a");
   EXPECT_EQ(rc, -17);
 
-  int connection = 0;
+  static int connection = 0;  // outlives the fixture's context
   ctx_.cat_db = &connection;
   ctx_.product = kProduct;
   std::string lead(1500, '-');  // the block ends in a later chunk than it starts
@@ -318,7 +318,7 @@ TEST_F(TemplateParserTest, NestingLimit) {
 
   // Category blocks nested past the limit end the page with its code; text
   // blocks do not nest parser calls.
-  int connection = 0;
+  static int connection = 0;  // outlives the fixture's context
   ctx_.cat_db = &connection;
   for (const char* marker : {"<!--PAGEGEN_CATEGORYLIST_BEGIN-->", "<!--PAGEGEN_TEXT_BEGIN-->"}) {
     std::string nested;
