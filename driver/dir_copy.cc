@@ -1,6 +1,5 @@
 #include "driver/dir_copy.h"
 
-#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/result_codes.h"
+#include "driver/run_files.h"
 #include "driver/runstate/run_state.h"
 #include "templateset/template_set.h"
 
@@ -76,11 +76,6 @@ class ActiveDirs {
  private:
   std::size_t size_;
 };
-
-std::string CurrentDirectory() {
-  char buf[PATH_MAX];
-  return getcwd(buf, sizeof buf) != nullptr ? std::string(buf) : std::string();
-}
 
 // Goes back to |dir|; a directory that vanished leaves the process where it is.
 void ReturnTo(const std::string& dir) {

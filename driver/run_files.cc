@@ -18,11 +18,6 @@ namespace {
 std::string g_program_dir;
 int g_companion_fd = -1;
 
-std::string CurrentDirectory() {
-  char buf[PATH_MAX];
-  return getcwd(buf, sizeof buf) != nullptr ? std::string(buf) : std::string();
-}
-
 // The directory part of |argv0| (up to and including its last separator, at
 // most the first 255 bytes considered), or of the running executable when
 // |argv0| names no directory.
@@ -41,6 +36,11 @@ std::string ProgramDirectoryOf(const char* argv0) {
 }
 
 }  // namespace
+
+std::string CurrentDirectory() {
+  char buf[PATH_MAX];
+  return getcwd(buf, sizeof buf) != nullptr ? std::string(buf) : std::string();
+}
 
 bool EnterProgramDirectory(const char* argv0) {
   std::string dir = ProgramDirectoryOf(argv0);

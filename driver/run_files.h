@@ -10,6 +10,10 @@
 
 namespace storegen {
 
+// The current working directory, or an empty string when it cannot be
+// determined (removed, or longer than PATH_MAX).
+std::string CurrentDirectory();
+
 // Changes into the directory of the program named by |argv0| (the part up to
 // its last separator; a bare name is looked up through /proc/self/exe) and
 // fixes that directory as the program directory. When the change fails, the

@@ -1,6 +1,5 @@
 #include "driver/startup.h"
 
-#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,11 +48,6 @@ bool IsStaticRun() {
 bool Exists(const char* path) {
   struct stat info;
   return stat(path, &info) == 0;
-}
-
-std::string CurrentDirectory() {
-  char buf[PATH_MAX];
-  return getcwd(buf, sizeof buf) != nullptr ? std::string(buf) : std::string();
 }
 
 void PrintBanner(const std::string& exe, bool verbose_form) {
