@@ -50,14 +50,10 @@ bool Exists(const char* path) {
   return stat(path, &info) == 0;
 }
 
+// The verbose form is followed by an empty line.
 void PrintBanner(const std::string& exe, bool verbose_form) {
-  if (verbose_form) {
-    std::printf("\n%s (c)%s %s %s %s\n\n", exe.c_str(), kYears, kMaker, "version",
-                GetTillboxVersion());
-  } else {
-    std::printf("\n%s (c)%s %s %s %s\n", exe.c_str(), kYears, kMaker, "version",
-                GetTillboxVersion());
-  }
+  std::printf("\n%s (c)%s %s %s %s\n%s", exe.c_str(), kYears, kMaker, "version",
+              GetTillboxVersion(), verbose_form ? "\n" : "");
 }
 
 void Usage(const std::string& exe) {
