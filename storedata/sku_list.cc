@@ -141,14 +141,17 @@ bool InCategory(const PAPI_Pair* record, const char* category) {
   return own == nullptr || own->value == nullptr || strcasecmp(own->value, category) == 0;
 }
 
-// A node holding copies of |sku| and |tmplt| (no record), or null when memory
-// runs out.
-SkuList* NewFilledNode(const char* sku, const std::string& tmplt) {
+// A node holding copies of |sku|, |tmplt| and |item|'s record (the record
+// itself goes back to the connection), or null when memory runs out.
+SkuList* NewFilledNode(const char* sku, const std::string& tmplt, Item* item) {
   SkuList* node = NewSkuNode();
   if (node == nullptr) return nullptr;
   node->sku = strdup(sku);
   node->tmplt = strdup(tmplt.c_str());
-  if (node->sku == nullptr || node->tmplt == nullptr) {
+  // |sku| may point into the item's record: it is copied before the record
+  // goes back to the connection.
+  if (node->sku == nullptr || node->tmplt == nullptr ||
+      (node->record = item->TakeCopy()) == nullptr) {
     FreeSkuList(node);
     return nullptr;
   }
@@ -173,11 +176,7 @@ SkuList* LookUpSku(const char* sku, const char* db, const char* store_cfg, const
     *code = kNoTemplateForProduct;
     return nullptr;
   }
-  SkuList* node = NewFilledNode(sku, tmplt);
-  if (node != nullptr && (node->record = item.TakeCopy()) == nullptr) {
-    FreeSkuList(node);
-    node = nullptr;
-  }
+  SkuList* node = NewFilledNode(sku, tmplt, &item);
   if (node == nullptr) {
     VerbosePrintf("Out of memory\n");
     *code = kOutOfMemory;
@@ -241,11 +240,7 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
     if (sku == nullptr || sku->value == nullptr) continue;
     std::string tmplt;
     if (!ChooseTemplate(set, item.get(), sku->value, fallback, &tmplt)) continue;
-    SkuList* node = NewFilledNode(sku->value, tmplt);
-    if (node != nullptr && (node->record = item.TakeCopy()) == nullptr) {
-      FreeSkuList(node);
-      node = nullptr;
-    }
+    SkuList* node = NewFilledNode(sku->value, tmplt, &item);
     if (node == nullptr) {
       VerbosePrintf("Out of memory\n");
       item.Release();
