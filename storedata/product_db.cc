@@ -249,7 +249,7 @@ const std::string* SmallFileText(int fd) {
     stale = kept.emplace(kept.end());
   }
   stale->identity = identity;
-  stale->text = fresh;
+  stale->text.swap(fresh);  // no copy: |fresh| is read anew next time
   return &stale->text;
 }
 
