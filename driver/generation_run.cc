@@ -212,13 +212,16 @@ int GenerateAllPages() {
 
 }  // namespace
 
+bool IsStaticRun() {
+  return (PageGenState.dynamic & (kDynSinglePage | kDynListRequest)) == 0;
+}
+
 int GeneratePages() {
   // The pages of a run share one connection on the category database.
   CategoryConnectionScope category_connection;
   // A static run shows its progress to a person at a terminal, on standard
   // error: standard output carries the run's own messages.
-  const bool static_run = (PageGenState.dynamic & (kDynSinglePage | kDynListRequest)) == 0;
-  if (static_run) ProgressBegin(STDERR_FILENO);
+  if (IsStaticRun()) ProgressBegin(STDERR_FILENO);
   int result = GenerateAllPages();
   ProgressEnd();
   return result;

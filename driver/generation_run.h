@@ -4,6 +4,10 @@
 
 namespace storegen {
 
+// True for a static run, which writes a store's pages to disk; false for a
+// dynamic request (one product page or one list page on standard output).
+bool IsStaticRun();
+
 // Writes the run's pages (site pages, SKU lists, shop home page, product
 // pages, cart pages, search page) from the run state. Every failing page is
 // recorded in the error list and the run goes on; returns the result of the

@@ -41,10 +41,6 @@ struct Startup {
   std::string html_root;         // the output root before the store's directory
 };
 
-bool IsStaticRun() {
-  return (PageGenState.dynamic & (kDynSinglePage | kDynListRequest)) == 0;
-}
-
 bool Exists(const char* path) {
   struct stat info;
   return stat(path, &info) == 0;
