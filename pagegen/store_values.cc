@@ -1,12 +1,12 @@
 #include "pagegen/store_values.h"
 
-#include <algorithm>
 #include <string>
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/config_item_list.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/str_util.h"
+#include "pagegen/cart_links.h"
 #include "pagegen/text_match.h"
 #include "templateset/template_set.h"
 
@@ -64,12 +64,7 @@ std::string StoreLogo(const PageContext& ctx, std::string_view image_prefix) {
 }  // namespace
 
 std::string StoreConfigValue(const char* store_cfg, const char* key) {
-  std::string value;
-  GetConfigValue(store_cfg, key, &value, 0);
-  // As read into a buffer of kValueSize bytes and taken as a C string.
-  value.resize(
-      std::min({value.size(), value.find('\0'), static_cast<std::size_t>(kValueSize - 1)}));
-  return value;
+  return ConfigValue(store_cfg, key, kValueSize);
 }
 
 bool SetStoreConfigItem(const char* store_cfg, const char* key, const std::string& value) {
