@@ -125,6 +125,19 @@ std::string RewriteRow(std::string_view markup, int row, std::string_view page_p
   return out;
 }
 
+// The row of the link tag |markup| is when links are rewritten; -1 when it
+// is left as it stands.
+int LinkTagRow(std::string_view markup, const PageContext& ctx) {
+  return (ctx.options & kGenRewriteLinks) ? FindHTMLTagRow(markup) : -1;
+}
+
+// |markup|, which matched |row|, with its link rewritten for the page.
+std::string RewriteTagRow(std::string_view markup, int row, const PageContext& ctx) {
+  int result = 0;
+  return RewriteRow(markup, row, ctx.page_path != nullptr ? ctx.page_path : "",
+                    kMarkupBufferSize - 1, &result);
+}
+
 }  // namespace
 
 int FindHTMLTagRow(std::string_view markup) {
@@ -197,18 +210,16 @@ bool MarkerAttribute(std::string_view markup, std::string_view name, std::string
 }
 
 std::string RewriteLinkTag(std::string_view markup, const PageContext& ctx) {
-  int row = (ctx.options & kGenRewriteLinks) ? FindHTMLTagRow(markup) : -1;
+  const int row = LinkTagRow(markup, ctx);
   if (row < 0) return std::string(markup);
-  int result = 0;
-  return RewriteRow(markup, row, ctx.page_path != nullptr ? ctx.page_path : "",
-                    kMarkupBufferSize - 1, &result);
+  return RewriteTagRow(markup, row, ctx);
 }
 
 int WriteLinkTag(PageOutput* out, std::string_view markup, const PageContext& ctx) {
   // Most markup is no link tag: it is written as it stands, without a copy.
-  if (!(ctx.options & kGenRewriteLinks) || FindHTMLTagRow(markup) < 0)
-    return WriteOutput(out, markup);
-  return WriteOutput(out, RewriteLinkTag(markup, ctx));
+  const int row = LinkTagRow(markup, ctx);
+  if (row < 0) return WriteOutput(out, markup);
+  return WriteOutput(out, RewriteTagRow(markup, row, ctx));
 }
 
 }  // namespace storegen
