@@ -110,7 +110,8 @@ int ProcessAttributes(PageOutput* out, std::string_view /*marker*/, const PageCo
       const int32_t attribute = Number(entry.substr(0, colon));
       std::string_view values =
           colon == std::string_view::npos ? std::string_view() : entry.substr(colon + 1);
-      switch (AD_GetAttributeType(ctx.attr_db, attribute)) {
+      const int32_t type = AD_GetAttributeType(ctx.attr_db, attribute);
+      switch (type) {
         case 1:
           DisplayListBox(out, ctx.attr_db, attribute, values, 1, false);
           break;
@@ -119,8 +120,7 @@ int ProcessAttributes(PageOutput* out, std::string_view /*marker*/, const PageCo
           break;
         case 3:
         case 4:
-          DisplayButtons(out, ctx.attr_db, attribute, values,
-                         AD_GetAttributeType(ctx.attr_db, attribute));
+          DisplayButtons(out, ctx.attr_db, attribute, values, type);
           break;
         case 5:
           DisplayEntryField(out, ctx.attr_db, attribute);
