@@ -8,6 +8,7 @@
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/path_util.h"
+#include "driver/runstate/run_state.h"
 #include "pagegen/text_match.h"
 
 namespace storegen {
@@ -46,6 +47,15 @@ std::string CartProgramName(const char* store_cfg) {
   char name[256] = "";
   GetTillboxName(store_cfg, name, sizeof name);
   return name;
+}
+
+std::string CartHomeEntry(const char* store_cfg, const char* page_path) {
+  std::string entry = CartProgramName(store_cfg);
+  entry += page_path != nullptr && IsDirSlash(page_path[0]) ? page_path : "/";
+  entry += PageGenState.szShopHomeName;
+  entry += "?E+";
+  entry += StoreShortName(store_cfg);
+  return entry;
 }
 
 std::string PageGenProgramName(const char* store_cfg) {

@@ -32,6 +32,11 @@ std::string_view StoreShortName(const char* store_cfg);
 // The cart program's file name ("TillboxName" + "TillboxExtension").
 std::string CartProgramName(const char* store_cfg);
 
+// How the cart program enters the shop home page, from behind the directory
+// of the cart program: CartProgramName, |page_path| when it is absolute
+// (else "/"), the shop home page's file name, "?E+" and StoreShortName.
+std::string CartHomeEntry(const char* store_cfg, const char* page_path);
+
 // The last path component of "PageGenProg", the page generator as the web
 // server calls it; this program's own name when the key is missing or empty.
 std::string PageGenProgramName(const char* store_cfg);

@@ -174,11 +174,8 @@ void NonSslSwitch(const Found& f, const PageContext& ctx, std::string* page) {
 // "PG_TILLBOX#": the shop home page through the cart program.
 void CartHome(const Found& f, const PageContext& ctx, std::string* page) {
   *page = f.Before();
-  *page += WithTrailingSlash(RunningCgiDirectory(ctx.store_cfg)) + CartProgramName(ctx.store_cfg);
-  *page += IsDirSlash(ctx.page_path[0]) ? ctx.page_path : "/";
-  *page += PageGenState.szShopHomeName;
-  *page += "?E+";
-  *page += StoreShortName(ctx.store_cfg);
+  *page += WithTrailingSlash(RunningCgiDirectory(ctx.store_cfg));
+  *page += CartHomeEntry(ctx.store_cfg, ctx.page_path);
   *page += f.After();
 }
 

@@ -3,7 +3,6 @@
 #include <string>
 
 #include "cgisupport/copy_truncated.h"
-#include "driver/runstate/run_state.h"
 #include "pagegen/cart_links.h"
 
 namespace storegen {
@@ -54,11 +53,7 @@ int DoStoreEnterURL(PageOutput* out, std::string_view markup, std::size_t keywor
   if (!dir.empty() && IsDirSlash(dir.front())) dir.remove_prefix(1);
   link += dir;
   if (!dir.empty() && !EndsWithDirSlash(dir)) link += '/';
-  link += CartProgramName(store_cfg);
-  link += page_path != nullptr && IsDirSlash(page_path[0]) ? page_path : "/";
-  link += PageGenState.szShopHomeName;
-  link += "?E+";
-  link += StoreShortName(store_cfg);
+  link += CartHomeEntry(store_cfg, page_path);
   link += "+%%Tillbox.cart.AffiliateID%%";
   link += Behind(markup, keyword_pos, kKeywordLength + 1);
   WriteOutput(out, link);
