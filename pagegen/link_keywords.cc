@@ -136,6 +136,13 @@ void SslSwitch(const Found& f, const PageContext& ctx, std::string* page) {
   *page += f.markup.substr(target_end);
 }
 
+// The search page as a link: the HTML alias and the index's page ("" before
+// the index is set up).
+std::string SearchPagePath() {
+  const char* search = GetIndexHtmlOut();
+  return std::string(PageGenState.szHtmlAlias) + (search != nullptr ? search : "");
+}
+
 // "PG_NONSSLSWITCH#": back to the store on the non-secure server, through the
 // cart program.
 void NonSslSwitch(const Found& f, const PageContext& ctx, std::string* page) {
@@ -158,9 +165,7 @@ void NonSslSwitch(const Found& f, const PageContext& ctx, std::string* page) {
            WithTrailingSlash(ConfigValue(ctx.store_cfg, "CGIBinDirectory")) +
            CartProgramName(ctx.store_cfg);
   if (StartsWithNoCase(target, kSearchPageKeyword)) {
-    const char* search = GetIndexHtmlOut();
-    *page += PageGenState.szHtmlAlias;
-    *page += search != nullptr ? search : "";
+    *page += SearchPagePath();
   } else {
     *page += "/" + StoreDirSegment(ctx.store_cfg);
     *page += WithoutLeadingSlash(target);
@@ -230,12 +235,9 @@ bool Expand(std::string_view markup, const PageContext& ctx, PageOutput* out, st
       case Keyword::kStoreEnter:
         DoStoreEnterURL(out, markup, pos, ctx.store_cfg, ctx.page_path);
         return true;
-      case Keyword::kSearchPage: {
-        const char* search = GetIndexHtmlOut();
-        *page = std::string(f.Before()) + PageGenState.szHtmlAlias + (search ? search : "") +
-                std::string(f.After());
+      case Keyword::kSearchPage:
+        *page = std::string(f.Before()) + SearchPagePath() + std::string(f.After());
         return true;
-      }
       case Keyword::kWaisGateway: {
         const char* gateway = GetIndexSelfURL();
         *page = std::string(f.Before()) + (gateway ? gateway : "") + std::string(f.After());
