@@ -36,6 +36,23 @@ def install_wrapper(cgi_dir):
     os.chmod(path, 0o755)
 
 
+def serve_dynamic_store(work, root, server_dir):
+    """Lays out the store with its dynamic configuration in |work|, writes its
+    static pages into |root| and serves them from a server in |server_dir|,
+    with the dynamic pages through the CGI program. Returns the server."""
+    ws.lay_out_store(work, os.path.join(ws.SAMPLE_DIR, "lantern-dynamic.cfg"))
+    run = ws.run_storegen(work, "-o", root, "-c", os.path.join(work, ws.STORE + ".cfg"), "-s", "0")
+    if run.returncode != 0:
+        raise AssertionError(f"static run of the dynamic store failed ({run.returncode}): "
+                             f"{run.stdout!r} {run.stderr!r}")
+    cgi = os.path.join(server_dir, "www-cgi")
+    install_wrapper(cgi)
+    return ws.Server(server_dir, root, cgi, {
+        "STOREGEN_PROGRAM": os.path.join(work, "cgi-bin", "storegen"),
+        "STOREGEN_STORE_DIR": work,
+    })
+
+
 def store_seeds(cfg_path, work):
     """Where a crawl of the store starts: the shop home page, the cart pages
     the run announced in the store configuration, and the search page (the
@@ -105,19 +122,9 @@ class DynamicStoreTest(unittest.TestCase):
         cls.static_pages = os.path.join(static_root, ws.STORE)
 
         cls.work = os.path.join(cls.tmp.path, "dynamic")
-        ws.lay_out_store(cls.work, os.path.join(ws.SAMPLE_DIR, "lantern-dynamic.cfg"))
         cls.cfg = os.path.join(cls.work, ws.STORE + ".cfg")
         cls.root = os.path.join(cls.tmp.path, "html")
-        run = ws.run_storegen(cls.work, "-o", cls.root, "-c", cls.cfg, "-s", "0")
-        if run.returncode != 0:
-            raise AssertionError(f"static run of the dynamic store failed ({run.returncode}): "
-                                 f"{run.stdout!r} {run.stderr!r}")
-        cgi = os.path.join(cls.tmp.path, "www-cgi")
-        install_wrapper(cgi)
-        cls.server = ws.Server(cls.tmp.path, cls.root, cgi, {
-            "STOREGEN_PROGRAM": os.path.join(cls.work, "cgi-bin", "storegen"),
-            "STOREGEN_STORE_DIR": cls.work,
-        })
+        cls.server = serve_dynamic_store(cls.work, cls.root, cls.tmp.path)
         cls.addClassCleanup(cls.server.stop)
         cls.links = ws.StoreLinks(cls.cfg)
         cls.products = ws.read_table(os.path.join(cls.work, "products.txt"))
@@ -354,17 +361,10 @@ class BrowserTest(unittest.TestCase):
         _, root = ws.generate_static_store(cls.tmp.path)
         cls.server = ws.Server(cls.tmp.path, root, os.path.join(cls.tmp.path, "www-cgi"))
         cls.addClassCleanup(cls.server.stop)
-        work = os.path.join(cls.tmp.path, "dynamic")
-        ws.lay_out_store(work, os.path.join(ws.SAMPLE_DIR, "lantern-dynamic.cfg"))
-        droot = os.path.join(cls.tmp.path, "dynamic-html")
-        ws.run_storegen(work, "-o", droot, "-c", os.path.join(work, ws.STORE + ".cfg"), "-s", "0")
         dwork = os.path.join(cls.tmp.path, "dynamic-server")
         os.makedirs(dwork)
-        install_wrapper(os.path.join(dwork, "cgi"))
-        cls.dynamic = ws.Server(dwork, droot, os.path.join(dwork, "cgi"), {
-            "STOREGEN_PROGRAM": os.path.join(work, "cgi-bin", "storegen"),
-            "STOREGEN_STORE_DIR": work,
-        })
+        cls.dynamic = serve_dynamic_store(os.path.join(cls.tmp.path, "dynamic"),
+                                          os.path.join(cls.tmp.path, "dynamic-html"), dwork)
         cls.addClassCleanup(cls.dynamic.stop)
         cls.shots = ws.ARTIFACT_DIR or cls.tmp.path
         os.makedirs(cls.shots, exist_ok=True)
