@@ -215,6 +215,16 @@ class Store:
     def dynamic_argv(self, program, reader, sku):
         return [program, "-c", os.path.join(self.store, reader + ".cfg"), "-p", sku]
 
+    def dynamic_page(self, program, reader, sku):
+        """One dynamic product request, its page captured."""
+        return subprocess.run(self.dynamic_argv(program, reader, sku), stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL)
+
+    def ref_page(self, reader, sku):
+        """Where the reference's answer to a dynamic request is kept: the page,
+        then its exit status."""
+        return os.path.join(self.ref, "p-%s-%s" % (reader, sku))
+
     def make_reference(self):
         """Runs the reference build once and keeps what it wrote."""
         print("# reference run of %s" % self.ref_program, flush=True)
@@ -229,9 +239,8 @@ class Store:
         open(os.path.join(self.ref, "status"), "w").write(str(code))
         for reader in self.readers():
             for sku in self.dynamic_skus():
-                proc = subprocess.run(self.dynamic_argv(self.ref_program, reader, sku),
-                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-                open(os.path.join(self.ref, "p-%s-%s" % (reader, sku)), "wb").write(
+                proc = self.dynamic_page(self.ref_program, reader, sku)
+                open(self.ref_page(reader, sku), "wb").write(
                     proc.stdout + b"\nstatus=%d\n" % proc.returncode)
 
     def has_reference(self):
@@ -249,7 +258,7 @@ class Store:
                       out, out)
 
     def check_dynamic(self, reader, sku, stdout, code):
-        path = os.path.join(self.ref, "p-%s-%s" % (reader, sku))
+        path = self.ref_page(reader, sku)
         if not os.path.exists(path):
             return
         if stdout + b"\nstatus=%d\n" % code != open(path, "rb").read():
@@ -336,8 +345,7 @@ def dynamic_bench(args, store):
     for sku in skus:
         pages = {}
         for reader in readers:
-            proc = subprocess.run(store.dynamic_argv(store.program, reader, sku),
-                                  stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+            proc = store.dynamic_page(store.program, reader, sku)
             if proc.returncode != 0 or b"Content-type" not in proc.stdout:
                 raise Mismatch("%s.cfg -p %s failed (exit %d)" % (reader, sku, proc.returncode))
             store.check_dynamic(reader, sku, proc.stdout, proc.returncode)
