@@ -236,6 +236,18 @@ TEST_F(SampleStoreTest, DynamicRequestsWriteOnePageToStandardOutputOnly) {
   EXPECT_EQ(unknown.out, "");
 }
 
+// A category list request uses the category list template once the store
+// names one; a request without a category keeps the shop home page's list
+// template. (Without that key, the cases above show the fallback.)
+TEST_F(SampleStoreTest, CategoryListRequestsUseTheCategoryListTemplate) {
+  SetConfigKeys(store_.cfg, {{"PageGenCategoryListTplt", "modern/category.html"}});
+  RunResult category = Run({"-c", store_.cfg, "-C", "Garden", "-f", "0"});
+  EXPECT_EQ(category.exit_code, 0) << category.out;
+  EXPECT_NE(category.out.find("<h1>Garden</h1>"), std::string::npos) << category.out;
+  RunResult home = Run({"-c", store_.cfg, "-f", "0"});
+  EXPECT_NE(home.out.find("<h1>Products</h1>"), std::string::npos) << home.out;
+}
+
 TEST_F(SampleStoreTest, FailingPagesAreReportedInGenerationOrderAndTheRunGoesOn) {
   SetConfigKeys(Store("modern.cfg"), {{"SitePage1", "About;modern/gone.html;about.html"},
                                       {"TillboxPage3", "Error;modern/gone.html;error.html"},
