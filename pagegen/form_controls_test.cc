@@ -78,6 +78,7 @@ TEST_F(FormControlTest, EachTypeGetsItsControl) {
       {"99:1|8:1||", "<BR><BR>"},
       {"NA", ""},  // not an attribute list
       {"x3:1", ""},
+      {"", ""},
   };
   for (const auto& c : cases)
     EXPECT_EQ(Controls(c.attributes), c.html) << c.attributes;

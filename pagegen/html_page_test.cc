@@ -41,6 +41,12 @@ TEST(PageNames, ContinuationPagesNumberTheLastComponent) {
     EXPECT_EQ(PageFileName(c.path, c.page), c.name) << c.path << " " << c.page;
 }
 
+TEST(PageNames, CategoryDatabaseBesideTheProductDatabase) {
+  EXPECT_EQ(CategoryDbPath("/shop/data/products.txt"), "/shop/data/products.cdb");
+  EXPECT_EQ(CategoryDbPath("/shop/data.d/products"), "/shop/data.d/products.cdb");
+  EXPECT_EQ(CategoryDbPath(""), ".cdb");
+}
+
 class HtmlPageTest : public ::testing::Test {
  protected:
   void SetUp() override {

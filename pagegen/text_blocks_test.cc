@@ -21,6 +21,7 @@ TEST(TextBlockCacheName, PageNameWithoutLeadingSeparatorAndExtension) {
     int n;
     const char* name;
   } cases[] = {
+      {"./", "list.html", 1, "./list1.tmp"},
       {"tpl", "/list.html", 2, "tpl/list2.tmp"},
       {"/t/", "a.b.html", 10, "/t/a.b10.tmp"},
       {"/t/", "noext", 3, "/t/noext3.tmp"},
