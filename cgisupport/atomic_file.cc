@@ -1,5 +1,6 @@
 #include "cgisupport/atomic_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,10 +20,9 @@ mode_t NewFileMode() {
   return mode;
 }
 
-}  // namespace
-
-bool AtomicFile::Open(const std::string& path) {
-  Abandon();
+// Creates the temporary file beside |path| (its name in |*tmp|) with the
+// permission bits |mode|. Returns its descriptor, or -1 with errno kept.
+int OpenTemporary(const std::string& path, mode_t mode, std::string* tmp) {
   std::size_t slash = path.find_last_of("/\\");
   // A short fixed name, so that even a file name of maximal length leaves
   // room for the temporary one.
@@ -31,19 +31,63 @@ bool AtomicFile::Open(const std::string& path) {
   std::vector<char> name(templ.begin(), templ.end());
   name.push_back('\0');
   int fd = mkstemp(name.data());
-  if (fd < 0) return false;
+  if (fd < 0) return -1;
+  fchmod(fd, mode);
+  *tmp = name.data();
+  return fd;
+}
+
+// The permission bits a file written over |path| gets: those of the file
+// there, or those of a new file.
+mode_t ModeFor(const std::string& path) {
   struct stat st;
-  fchmod(fd, stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : NewFileMode());
+  return stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : NewFileMode();
+}
+
+bool WriteAll(int fd, std::string_view data) {
+  while (!data.empty()) {
+    ssize_t n = write(fd, data.data(), data.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n == 0) errno = EIO;
+    if (n <= 0) return false;
+    data.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
+// Writes |data| to the descriptor |fd| of the file |name| and closes it;
+// removes the file when that fails. errno is kept.
+bool WriteAndClose(int fd, const std::string& name, std::string_view data) {
+  bool ok = WriteAll(fd, data);
+  int err = ok ? 0 : errno;
+  if (close(fd) != 0 && ok) {
+    ok = false;
+    err = errno;
+  }
+  if (!ok) {
+    unlink(name.c_str());
+    errno = err;
+  }
+  return ok;
+}
+
+}  // namespace
+
+bool AtomicFile::Open(const std::string& path) {
+  Abandon();
+  std::string name;
+  int fd = OpenTemporary(path, ModeFor(path), &name);
+  if (fd < 0) return false;
   fp_ = fdopen(fd, "w");
   if (fp_ == nullptr) {
     int err = errno;
     close(fd);
-    unlink(name.data());
+    unlink(name.c_str());
     errno = err;
     return false;
   }
   path_ = path;
-  tmp_ = name.data();
+  tmp_ = std::move(name);
   return true;
 }
 
@@ -69,6 +113,26 @@ void AtomicFile::Abandon() {
   fp_ = nullptr;
   unlink(tmp_.c_str());
   tmp_.clear();
+}
+
+bool WriteWholeFile(const std::string& path, std::string_view data) {
+  struct stat st;
+  if (stat(path.c_str(), &st) != 0) {
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd >= 0) return WriteAndClose(fd, path, data);
+    if (errno != EEXIST) return false;
+    // Created by someone else meanwhile, or a dangling symbolic link:
+    // replaced like any older file.
+    if (stat(path.c_str(), &st) != 0) st.st_mode = NewFileMode();
+  }
+  std::string tmp;
+  int fd = OpenTemporary(path, st.st_mode & 07777, &tmp);
+  if (fd < 0 || !WriteAndClose(fd, tmp, data)) return false;
+  if (std::rename(tmp.c_str(), path.c_str()) == 0) return true;
+  int err = errno;
+  unlink(tmp.c_str());
+  errno = err;
+  return false;
 }
 
 }  // namespace storegen

@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 namespace storegen {
 
@@ -43,6 +44,16 @@ class AtomicFile {
   std::string path_;
   std::string tmp_;
 };
+
+// Writes |data| as the whole content of |path|, for files that a run can
+// always write again (pages). A file that exists is replaced as AtomicFile
+// does (a temporary file with its permission bits, renamed into place), so a
+// reader sees the old or the complete new content. A new file is created
+// under its own name (0666 less the umask) and written with one write: a
+// reader may meet it empty or partly written while this runs, but there was
+// no older content to lose. False when it fails, with errno kept; an older
+// file then stays as it was and nothing new is left behind.
+bool WriteWholeFile(const std::string& path, std::string_view data);
 
 }  // namespace storegen
 

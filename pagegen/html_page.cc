@@ -17,6 +17,7 @@
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/list_blocks.h"
+#include "pagegen/page_file.h"
 #include "pagegen/progress.h"
 #include "pagegen/template_parser.h"
 #include "pagegen/text_blocks.h"
@@ -103,6 +104,26 @@ class TemplateStream {
   FILE* fp_ = nullptr;
 };
 
+// Makes sure the directory of the page |output_path| exists. Pages mostly
+// share a directory: one that was made sure of is not looked at again (a
+// page whose directory was removed meanwhile makes it again when it is
+// written). Only absolute directories are remembered, since the current
+// directory may change during a run.
+int EnsurePageDir(const char* output_path) {
+  static auto* last = new std::string();  // lives until the process ends
+  std::string_view path(output_path);
+  std::size_t slash = path.find_last_of("/\\");
+  std::string_view dir = path.substr(0, slash == std::string_view::npos ? 0 : slash);
+  if (!last->empty() && dir == *last) return 0;
+  const int rc = EnsurePGPDir(output_path);
+  if (rc == 0 && dir.starts_with('/')) {
+    last->assign(dir);
+  } else {
+    last->clear();
+  }
+  return rc;
+}
+
 }  // namespace
 
 std::string PageFileName(std::string_view path, int page_number) {
@@ -135,7 +156,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
   if (has_output && !dynamic) {
     // A dynamic request has no page file: no directory, and no text-block
     // caches keyed by the page's name.
-    if (EnsurePGPDir(output_path) != 0) {
+    if (EnsurePageDir(output_path) != 0) {
       VerbosePrintf("Unable to open file %s\n", output_path);
       return -8;
     }
@@ -169,7 +190,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
       break;
     }
     if (has_output && !dynamic && (nested || page > 0)) ProgressPlanPages(1);
-    AtomicFile file;
+    PageFile file;
     if (dynamic) {
       out.fp = stdout;
       std::fputs(kContentType, stdout);
@@ -199,7 +220,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
       std::fflush(stdout);
     } else if (file.fp() != nullptr && rc != 0 && rc != -18) {
       file.Abandon();  // a page cut short never replaces the older one
-    } else if (file.fp() != nullptr && !file.Commit(AtomicFile::Sync::kRename)) {
+    } else if (file.fp() != nullptr && !file.Commit()) {
       VerbosePrintf("Unable to open file %s\n", name.c_str());
       rc = -8;
     } else if (has_output) {

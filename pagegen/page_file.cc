@@ -1,0 +1,76 @@
+#include "pagegen/page_file.h"
+
+#include <cerrno>
+
+#include "cgisupport/config_file.h"
+
+namespace storegen {
+namespace {
+
+// Pages up to this size are kept in memory until they are complete.
+constexpr std::size_t kMaxInMemory = 4 << 20;
+// What a page's text starts with: most pages are a few kilobytes.
+constexpr std::size_t kInitialCapacity = 16 << 10;
+
+}  // namespace
+
+bool PageFile::Open(std::string path) {
+  Abandon();
+  cookie_io_functions_t io{};
+  io.write = &PageFile::Write;
+  fp_ = fopencookie(this, "w", io);
+  if (fp_ == nullptr) return false;
+  path_ = std::move(path);
+  dropped_ = false;
+  text_.clear();
+  text_.reserve(kInitialCapacity);
+  return true;
+}
+
+ssize_t PageFile::Write(void* cookie, const char* data, std::size_t n) {
+  return static_cast<PageFile*>(cookie)->Append(data, n) ? static_cast<ssize_t>(n) : -1;
+}
+
+bool PageFile::Append(const char* data, std::size_t n) {
+  if (dropped_) return false;
+  if (spill_.fp() == nullptr && text_.size() + n > kMaxInMemory) {
+    if (!spill_.Open(path_) &&
+        (errno != ENOENT || EnsurePGPDir(path_.c_str()) != 0 || !spill_.Open(path_))) {
+      return false;
+    }
+    if (!spill_.Write(text_.data(), text_.size())) return false;
+    std::string().swap(text_);
+  }
+  if (spill_.fp() != nullptr) return spill_.Write(data, n);
+  text_.append(data, n);
+  return true;
+}
+
+bool PageFile::Commit() {
+  if (fp_ == nullptr) return false;
+  const bool written = std::fflush(fp_) == 0 && std::ferror(fp_) == 0;
+  const int err = errno;
+  std::fclose(fp_);
+  fp_ = nullptr;
+  if (!written) {
+    spill_.Abandon();
+    errno = err;
+    return false;
+  }
+  if (spill_.fp() != nullptr) return spill_.Commit(AtomicFile::Sync::kRename);
+  if (WriteWholeFile(path_, text_)) return true;
+  if (errno != ENOENT || EnsurePGPDir(path_.c_str()) != 0) return false;
+  return WriteWholeFile(path_, text_);
+}
+
+void PageFile::Abandon() {
+  if (fp_ != nullptr) {
+    dropped_ = true;  // what the stream still holds goes nowhere
+    std::fclose(fp_);
+    fp_ = nullptr;
+  }
+  spill_.Abandon();
+  text_.clear();
+}
+
+}  // namespace storegen

@@ -1,0 +1,49 @@
+// The file of a static page while it is written. The page is kept in memory
+// and written in one step when it is complete, so that a new page costs one
+// open, one write and one close, and a page cut short is never written at
+// all. A page that grows past a few megabytes (a long list without paging)
+// goes to a temporary file beside its file instead, which is renamed into
+// place when the page is complete, so that memory stays bounded.
+#ifndef STOREGEN_PAGEGEN_PAGE_FILE_H_
+#define STOREGEN_PAGEGEN_PAGE_FILE_H_
+
+#include <cstdio>
+#include <string>
+
+#include "cgisupport/atomic_file.h"
+
+namespace storegen {
+
+class PageFile {
+ public:
+  PageFile() = default;
+  ~PageFile() { Abandon(); }
+  PageFile(const PageFile&) = delete;
+  PageFile& operator=(const PageFile&) = delete;
+
+  // Opens the page's stream for the file |path|; nothing is created yet.
+  // False when the stream cannot be made.
+  bool Open(std::string path);
+  // The page's stream; null before Open and after Commit or Abandon.
+  FILE* fp() const { return fp_; }
+  // Writes the page to its file (WriteWholeFile; a directory removed since
+  // the run made it is made again). False when the page could not be
+  // written, with errno kept; an older file then stays as it was.
+  bool Commit();
+  // Drops the page: nothing is written, an older file stays as it was.
+  void Abandon();
+
+ private:
+  static ssize_t Write(void* cookie, const char* data, std::size_t n);
+  bool Append(const char* data, std::size_t n);
+
+  FILE* fp_ = nullptr;
+  std::string path_;
+  bool dropped_ = false;  // Abandon: the stream's last output is not kept
+  std::string text_;      // the page so far, while it is kept in memory
+  AtomicFile spill_;      // the page's temporary file, once it has grown too long
+};
+
+}  // namespace storegen
+
+#endif  // STOREGEN_PAGEGEN_PAGE_FILE_H_

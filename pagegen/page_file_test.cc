@@ -1,0 +1,91 @@
+#include "pagegen/page_file.h"
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/test_util.h"
+
+namespace storegen {
+namespace {
+
+using testing::FileExists;
+using testing::ListDir;
+using testing::ReadFile;
+using testing::ScopedTempDir;
+using testing::WriteFile;
+
+mode_t ModeOf(const std::string& path) {
+  struct stat st {};
+  EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
+  return st.st_mode & 07777;
+}
+
+bool WritePage(const std::string& path, const std::string& text) {
+  PageFile page;
+  if (!page.Open(path)) return false;
+  std::fwrite(text.data(), 1, text.size(), page.fp());
+  return page.Commit();
+}
+
+TEST(PageFileTest, NewAndReplacedPagesGetTheirTextAndPermissions) {
+  ScopedTempDir dir;
+  const mode_t mask = umask(022);
+  const std::string fresh = dir.Path("fresh.html");
+  ASSERT_TRUE(WritePage(fresh, "<p>new</p>"));
+  EXPECT_EQ(ReadFile(fresh), "<p>new</p>");
+  EXPECT_EQ(ModeOf(fresh), 0644u);
+
+  const std::string old = dir.Path("old.html");
+  WriteFile(old, "<p>older and longer</p>");
+  ASSERT_EQ(chmod(old.c_str(), 0640), 0);
+  ASSERT_TRUE(WritePage(old, "<p>v2</p>"));
+  EXPECT_EQ(ReadFile(old), "<p>v2</p>");
+  EXPECT_EQ(ModeOf(old), 0640u);
+  umask(mask);
+  // No temporary file stays behind.
+  EXPECT_EQ(ListDir(dir.path()).size(), 2u);
+}
+
+TEST(PageFileTest, AbandonedPageLeavesNothingAndTheOlderFileAsItWas) {
+  ScopedTempDir dir;
+  const std::string old = dir.Path("old.html");
+  WriteFile(old, "kept");
+  for (const std::string& path : {old, dir.Path("new.html")}) {
+    PageFile page;
+    ASSERT_TRUE(page.Open(path));
+    // Long enough to have gone to a temporary file.
+    const std::string big(5 << 20, 'x');
+    std::fwrite(big.data(), 1, big.size(), page.fp());
+    page.Abandon();
+  }
+  EXPECT_EQ(ReadFile(old), "kept");
+  EXPECT_FALSE(FileExists(dir.Path("new.html")));
+  EXPECT_EQ(ListDir(dir.path()).size(), 1u);
+}
+
+TEST(PageFileTest, LongPageIsWrittenWholeThroughItsTemporaryFile) {
+  ScopedTempDir dir;
+  std::string text;
+  for (int i = 0; text.size() < (9u << 20); ++i)
+    text += "<li>entry " + std::to_string(i) + "</li>\n";
+  const std::string path = dir.Path("list.html");
+  ASSERT_TRUE(WritePage(path, text));
+  EXPECT_EQ(ReadFile(path), text);
+  EXPECT_EQ(ListDir(dir.path()).size(), 1u);
+}
+
+TEST(PageFileTest, DirectoryRemovedMeanwhileIsMadeAgain) {
+  ScopedTempDir dir;
+  const std::string path = dir.Path("shop/p.html");
+  PageFile page;
+  ASSERT_TRUE(page.Open(path));
+  std::fputs("page", page.fp());
+  ASSERT_TRUE(page.Commit());
+  EXPECT_EQ(ReadFile(path), "page");
+}
+
+}  // namespace
+}  // namespace storegen
