@@ -26,6 +26,10 @@
 #include "cgisupport/file_util.h"
 
 namespace storegen {
+
+// Adds |file| to the files of the watches recording.
+void NoteConfigLookup(const char* file);
+
 namespace {
 
 // Lookups are answered from a copy of each file's values, kept while the
@@ -57,6 +61,13 @@ struct PathHash {
   }
 };
 using ConfigCacheMap = std::unordered_map<std::string, CachedConfig, PathHash, std::equal_to<>>;
+
+// Moves whenever what a lookup answers may have changed: a file's values read
+// anew or dropped, or a lookup that could not be answered from kept values.
+uint64_t g_values_version = 1;
+
+// The innermost watch recording, or null.
+ConfigWatch* g_watch = nullptr;
 
 // Open snapshots, and the number of the innermost one (0: none yet).
 int g_snapshot_depth = 0;
@@ -97,7 +108,7 @@ void ParseConfig(std::string_view content, CachedConfig* entry) {
 // |file|'s cache entry, brought up to date. Null when the file is not a
 // regular file of at most kMaxCachedSize bytes, or cannot be read whole: the
 // caller then scans it as it stands.
-const CachedConfig* CachedValues(const char* file) {
+const CachedConfig* ReadValues(const char* file) {
   auto& cache = ConfigCache();
   auto it = cache.find(std::string_view(file));
   const uint64_t snapshot = g_snapshot_depth > 0 ? g_snapshot : 0;
@@ -122,16 +133,26 @@ const CachedConfig* CachedValues(const char* file) {
   if (it == cache.end()) {
     if (cache.size() >= kMaxCachedFiles) cache.clear();
     it = cache.try_emplace(file).first;
+    ++g_values_version;
   }
   CachedConfig& entry = it->second;
   // A recently changed file read again with the same bytes keeps its values.
   const bool same = !entry.settled && entry.parsed && content == entry.content;
   entry.identity = FileIdentity(st);
   entry.settled = !ChangedRecently(entry.identity);
-  if (!same) ParseConfig(content, &entry);
+  if (!same) {
+    ParseConfig(content, &entry);
+    ++g_values_version;
+  }
   entry.content = entry.settled ? std::string() : std::move(content);
   entry.checked = snapshot;
   return &entry;
+}
+
+const CachedConfig* CachedValues(const char* file) {
+  const CachedConfig* entry = ReadValues(file);
+  if (entry == nullptr) ++g_values_version;  // the file is scanned as it stands
+  return entry;
 }
 
 // Scans |file| line by line for |key|, as every lookup did before the cache:
@@ -141,6 +162,7 @@ int ScanForValue(const char* file, std::string_view key, std::string* value);
 // The value of |key| in |file|. Returns 1 (|value| set), 0 when no line has
 // a value, -1 when the file cannot be opened.
 int LookUpValue(const char* file, std::string_view key, std::string* value) {
+  NoteConfigLookup(file);
   if (const CachedConfig* entry = CachedValues(file)) {
     auto found = entry->values.find(FoldedKey(key));
     if (found == entry->values.end()) return 0;
@@ -288,6 +310,42 @@ void ForgetConfigFile(const char* file) {
   if (file == nullptr) return;
   auto& cache = ConfigCache();
   if (auto it = cache.find(std::string_view(file)); it != cache.end()) cache.erase(it);
+  ++g_values_version;
+}
+
+void NoteConfigLookup(const char* file) {
+  for (ConfigWatch* w = g_watch; w != nullptr; w = w->outer_) {
+    if (std::find(w->files_.begin(), w->files_.end(), file) == w->files_.end())
+      w->files_.emplace_back(file);
+  }
+}
+
+ConfigWatch::ConfigWatch() : outer_(g_watch), start_(g_values_version) {
+  g_watch = this;
+}
+
+ConfigWatch::~ConfigWatch() {
+  Stop();
+}
+
+void ConfigWatch::Stop() {
+  if (!recording_) return;
+  recording_ = false;
+  stop_ = g_values_version;
+  for (ConfigWatch** link = &g_watch; *link != nullptr; link = &(*link)->outer_) {
+    if (*link == this) {
+      *link = outer_;
+      break;
+    }
+  }
+}
+
+bool ConfigWatch::Unchanged() const {
+  if (recording_ || start_ != stop_) return false;
+  for (const std::string& file : files_) {
+    if (CachedValues(file.c_str()) == nullptr) return false;
+  }
+  return g_values_version == stop_;
 }
 
 int BackupFile(const char* path, char* backup_name_out) {

@@ -14,8 +14,10 @@
 #ifndef STOREGEN_CGISUPPORT_CONFIG_FILE_H_
 #define STOREGEN_CGISUPPORT_CONFIG_FILE_H_
 
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace storegen {
 
@@ -46,6 +48,32 @@ class ConfigSnapshot {
   ~ConfigSnapshot();
   ConfigSnapshot(const ConfigSnapshot&) = delete;
   ConfigSnapshot& operator=(const ConfigSnapshot&) = delete;
+};
+
+// Tells whether lookups would still answer as they did while the watch was
+// recording: for output made from configuration values that is worth
+// reusing while the files are unchanged. Watches nest; each records the
+// lookups made while it runs.
+class ConfigWatch {
+ public:
+  ConfigWatch();  // starts recording
+  ~ConfigWatch();
+  ConfigWatch(const ConfigWatch&) = delete;
+  ConfigWatch& operator=(const ConfigWatch&) = delete;
+  // Stops recording.
+  void Stop();
+  // True after Stop when every file looked up while recording is (by a look
+  // under the current snapshot) the version those lookups saw, and every
+  // value was answered from kept values of one version of its file.
+  bool Unchanged() const;
+
+ private:
+  ConfigWatch* outer_;
+  std::vector<std::string> files_;
+  uint64_t start_;
+  uint64_t stop_ = 0;
+  bool recording_ = true;
+  friend void NoteConfigLookup(const char* file);
 };
 
 // Drops what lookups keep of |file|, so that the next lookup reads it again.

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -189,6 +190,52 @@ TEST(ConfigFileCache, SnapshotKeepsOneVersionExceptOwnRewrites) {
   }
   WriteFile(path, "Key\tfour\n");
   EXPECT_EQ(value(), "four");
+}
+
+// A watch tells whether the values its lookups saw are still what lookups
+// would see: any change to a file it looked at, a file dropped or rewritten,
+// or a file that cannot be kept, and it says no.
+TEST(ConfigFileCache, WatchSeesEveryChangeToTheFilesItsLookupsRead) {
+  ScopedTempDir dir;
+  const std::string path = dir.Path("store.cfg");
+  const std::string other = dir.Path("cart.cfg");
+  WriteFile(path, "Key\tone\n");
+  WriteFile(other, "Key\tx\n");
+  std::string v;
+  // A watch whose lookups read nothing anew: the file was looked at before.
+  auto watched = [&](const std::string& file) {
+    GetConfigValue(file.c_str(), "Key", &v, 0);
+    auto watch = std::make_unique<ConfigWatch>();
+    ConfigSnapshot page;
+    GetConfigValue(file.c_str(), "Key", &v, 0);
+    watch->Stop();
+    return watch;
+  };
+  auto unchanged = [](const ConfigWatch& watch) {
+    ConfigSnapshot next_page;
+    return watch.Unchanged();
+  };
+
+  GetConfigValue(other.c_str(), "Key", &v, 0);
+  auto watch = watched(path);
+  EXPECT_TRUE(unchanged(*watch));
+  WriteFile(path, "Key\tone\n");  // rewritten with the same bytes
+  EXPECT_TRUE(unchanged(*watch));
+  GetConfigValue(other.c_str(), "Key", &v, 0);  // another file the cache keeps
+  EXPECT_TRUE(unchanged(*watch));
+  WriteFile(path, "Key\ttwo\n");
+  EXPECT_FALSE(unchanged(*watch));
+
+  watch = watched(path);
+  ForgetConfigFile(path.c_str());
+  EXPECT_FALSE(unchanged(*watch));
+
+  watch = watched(dir.Path("missing.cfg"));
+  EXPECT_FALSE(unchanged(*watch));
+
+  // Still recording: nothing is known yet.
+  ConfigWatch open;
+  EXPECT_FALSE(open.Unchanged());
 }
 
 // The same path names another file once the current directory changes.

@@ -93,6 +93,9 @@ class TemplateStream {
     return fp_ != nullptr;
   }
   FILE* get() const { return fp_; }
+  // The text's version: the same while the file is unchanged; null when the
+  // file itself is read.
+  std::shared_ptr<const void> version() const { return text_; }
   void Close() {
     if (fp_ != nullptr) std::fclose(fp_);
     fp_ = nullptr;
@@ -209,6 +212,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     VerbosePrintf("Using template %s\n", template_path);
 
     in.fp = tmpl.get();
+    in.text_version = tmpl.version();
     out.text_blocks = 0;
     int rc = ParseTemplate(&in, &out, ctx);
     AbandonTextBlock(&out);

@@ -13,6 +13,7 @@
 #include "driver/runstate/run_state.h"
 #include "pagegen/cart_links.h"
 #include "pagegen/html_page.h"
+#include "pagegen/kept_list.h"
 #include "pagegen/link_rewrite.h"
 #include "pagegen/store_values.h"
 #include "pagegen/template_parser.h"
@@ -184,6 +185,9 @@ int ProcessCatListBegin(TemplateInput* in, PageOutput* out, std::string_view mar
                            (PageGenState.dynamic & kDynSinglePage) == 0 && in->page_number == 0 &&
                            !g_writing_category_page;
 
+  if (WriteKeptList(in, out, offset, ctx)) return 0;
+  ListRecording recording(in, out, offset, ctx);
+
   PAPI_Pair* record = nullptr;
   if (pdbRetrieveFirstItem != nullptr) {
     record = pdbRetrieveFirstItem(ctx.cat_db, kPapiKey, 1, ctx.cat_db_path, ctx.store_cfg,
@@ -208,6 +212,7 @@ int ProcessCatListBegin(TemplateInput* in, PageOutput* out, std::string_view mar
                                        ctx.api_cfg, ctx.cart_dir, &block->position, nullptr);
   }
   if (!passed) Failed(SkipBlock(in, offset, ctx, &CatList), &result);
+  if (result == 0) recording.Keep();
   return result;
 }
 

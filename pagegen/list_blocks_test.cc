@@ -1,8 +1,11 @@
 #include "pagegen/list_blocks.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -32,6 +35,7 @@ PAPI_Pair kCoffee[] = {{const_cast<char*>("TILLBOXCATEGORY"), const_cast<char*>(
                        {nullptr, nullptr}};
 PAPI_Pair* kCategories[] = {kTea, kCoffee};
 int g_category_count = 2;
+int g_category_lists = 0;  // calls of FirstCategory
 
 PAPI_Pair* NextCategory(void*, const char*, int, const char*, const char*, const char*, const char*,
                         int32_t* position, char**) {
@@ -40,6 +44,7 @@ PAPI_Pair* NextCategory(void*, const char*, int, const char*, const char*, const
 PAPI_Pair* FirstCategory(void* h, const char* key, int flag, const char* db, const char* cfg,
                          const char* api, const char* cart, int32_t* position, char** names) {
   *position = 0;
+  ++g_category_lists;
   return NextCategory(h, key, flag, db, cfg, api, cart, position, names);
 }
 
@@ -94,12 +99,13 @@ class ListBlockTest : public ::testing::Test {
   // Writes the pages of |text| as "list.html" and returns them, first page
   // first.
   std::vector<std::string> Pages(const std::string& text) {
+    WriteFile(dir_.Path("list.tmpl"), text);
+    return PagesOf(dir_.Path("list.tmpl"));
+  }
+  std::vector<std::string> PagesOf(const std::string& tmpl, int rc = 0) {
     for (int n = 0; n < 10; ++n)
       std::remove(PageFileName(dir_.Path("list.html"), n).c_str());
-    WriteFile(dir_.Path("list.tmpl"), text);
-    EXPECT_EQ(GenerateHtmlPage(dir_.Path("list.tmpl").c_str(), dir_.Path("list.html").c_str(),
-                               nullptr, ctx_),
-              0);
+    EXPECT_EQ(GenerateHtmlPage(tmpl.c_str(), dir_.Path("list.html").c_str(), nullptr, ctx_), rc);
     std::vector<std::string> pages;
     for (int n = 0; FileExists(PageFileName(dir_.Path("list.html"), n)); ++n)
       pages.push_back(ReadFile(PageFileName(dir_.Path("list.html"), n)));
@@ -115,6 +121,13 @@ class ListBlockTest : public ::testing::Test {
   std::vector<std::vector<PAPI_Pair>> records_;
   std::vector<SkuList> nodes_;
 };
+
+std::string Entries(const FileList* list) {
+  std::string s;
+  for (const FileList* e = list; e != nullptr; e = e->next)
+    s += std::string(e->text) + "=" + std::to_string(e->code) + "\n";
+  return s;
+}
 
 const char kPrev[] = "<A HREF=\"/shop/list.html\">&lt;&lt;</A>";
 
@@ -240,6 +253,60 @@ TEST_F(ListBlockTest, CategoryListWritesEachCategorysPage) {
   int rc = 0;
   EXPECT_EQ(Parse("a" + block + "b", &rc), "a");
   EXPECT_EQ(rc, -11);
+}
+
+// A category list placed in a page of a series writes the same text on
+// every page; it is written once and repeated while nothing it came from
+// changed. The pages must be what writing the list on every page gives.
+TEST_F(ListBlockTest, CategoryListRepeatedOnTheLaterPagesOfASeries) {
+  Products({"Tea", "Coffee", "Tea", "Coffee", "Tea"});
+  int db = 0;
+  ctx_.cat_db = &db;
+  ctx_.page_path = "";
+  const std::string cats =
+      "<!--PAGEGEN_CATEGORYLIST_BEGIN--><a href=\"PG_CATEGORYFILE#\">c</a>"
+      "<!--PAGEGEN_CATEGORYLIST_END-->";
+  const std::string list =
+      "<!--PAGEGEN_PRODUCTLIST_BEGIN MaxPerPage=2-->%%PRODUCT.SKU%%<!--PAGEGEN_PRODUCTLIST_END-->";
+  struct Case {
+    std::string text;
+    int rc;
+    int lists;         // category lists run for the 3 pages
+    int lists_reused;  // of them, repeated from the page before
+  } cases[] = {
+      {"<h1>" + cats + "</h1>" + list + "<p>end</p>", 0, 3, 2},
+      {cats + "|" + list + "|" + cats + "|", 0, 6, 4},
+      // Each category's products, page by page: never repeated.
+      {"<!--PAGEGEN_CATEGORYLIST_BEGIN-->{" + list + "}<!--PAGEGEN_CATEGORYLIST_END-->" + list, 0,
+       3, 0},
+      // Unresolved category tags enter the error list on every page.
+      {"<!--PAGEGEN_CATEGORYLIST_BEGIN-->%%CATEGORY.TITLE%%<!--PAGEGEN_CATEGORYLIST_END-->" + list,
+       -18, 3, 0},
+  };
+  for (std::size_t i = 0; i < std::size(cases); ++i)
+    WriteFile(dir_.Path("t" + std::to_string(i)), cases[i].text);
+  // Template texts are kept between pages once they have settled.
+  std::this_thread::sleep_for(std::chrono::milliseconds(3100));
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const std::string tmpl = dir_.Path("t" + std::to_string(i));
+    // Without a category database file to watch, every page runs its lists.
+    ctx_.cat_db_path = "";
+    g_category_lists = 0;
+    const std::vector<std::string> expected = PagesOf(tmpl, cases[i].rc);
+    const std::string errors = Entries(PageGenState.errlist);
+    FreeFileList(PageGenState.errlist);
+    PageGenState.errlist = nullptr;
+    EXPECT_EQ(expected.size(), 3u) << i;
+    EXPECT_EQ(g_category_lists, cases[i].lists) << i;
+
+    ctx_.cat_db_path = __FILE__;  // a file that has settled
+    g_category_lists = 0;
+    EXPECT_EQ(PagesOf(tmpl, cases[i].rc), expected) << i;
+    EXPECT_EQ(Entries(PageGenState.errlist), errors) << i;
+    EXPECT_EQ(g_category_lists, cases[i].lists - cases[i].lists_reused) << i;
+    FreeFileList(PageGenState.errlist);
+    PageGenState.errlist = nullptr;
+  }
 }
 
 }  // namespace

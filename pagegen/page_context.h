@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +18,7 @@
 namespace storegen {
 
 struct AttributePool;
+struct KeptListBlock;
 struct SkuList;
 struct TemplateSet;
 
@@ -45,6 +47,13 @@ struct TemplateInput {
     int32_t index = 0;              // its position in the whole list, from 1
   };
   std::vector<ListResume> resume;
+
+  // The version of the template text being parsed: the same object for
+  // every page of a series while the file is unchanged; null when the
+  // template is read from its file. Category lists written on one page of a
+  // series are kept for the next while it stays the same (kept_list.h).
+  std::shared_ptr<const void> text_version;
+  std::vector<std::shared_ptr<KeptListBlock>> kept_lists;
 };
 
 // The page being written. All output goes through WriteOutput.
@@ -57,7 +66,19 @@ struct PageOutput {
   // State of an open cached text block (see text_blocks.h).
   FILE* saved_fp = nullptr;  // page stream while a cached block's own text is skipped
   AtomicFile cache;          // cache file being written; gets a copy of all output
+
+  // While a list block's output is recorded: gets a copy of what the page
+  // stream gets.
+  std::string* capture = nullptr;
 };
+
+// Moves whenever a page does something that writing the same template text
+// again might not do alike: a product list (which entries a page shows), a
+// cached text block, form controls, a category list within another, an
+// entry in the run's error list. Output written while it stood still
+// depends only on the template text, the page's context and the files the
+// page reads.
+extern uint64_t g_page_dependent;
 
 // Writes |length| bytes to the page stream (and to a cache file being
 // written). Returns 0; a null stream writes nothing.

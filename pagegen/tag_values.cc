@@ -52,6 +52,7 @@ std::string ProductTag(std::string_view tag, const std::string& name, const Page
     fallback = &ctx.set->default_product_thumbnail;
   }
   if (fallback == nullptr || fallback->empty()) return " ";
+  ++g_page_dependent;  // the error list gets entries
   FileListAdd(&PageGenState.errlist, std::string(tag).c_str(), -19);
   FileListAdd(&PageGenState.errlist, ProductSku(ctx.product).c_str(), -19);
   // The prefix is a path or URL of the store's own; only the file name is
@@ -84,6 +85,7 @@ std::string ResolveTemplateTag(std::string_view tag, const PageContext& ctx,
       n != 0 && ctx.cat_db != nullptr && ctx.category != nullptr && *ctx.category != '\0') {
     std::string value;
     if (CategoryValue(AttributeName(tag, n), ctx, &value)) return value;
+    ++g_page_dependent;  // the error list gets an entry
     FileListAdd(&PageGenState.errlist, std::string(tag).c_str(), -18);
     *warning = -18;
   }

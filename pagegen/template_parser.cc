@@ -295,6 +295,7 @@ Step Parser::CloseMarkup() {
   const bool bang = m.size() >= 2 && m[1] == '!';
   if (bang) {
     if (Has(m, "PAGEGEN_CATEGORYLIST_BEGIN")) {
+      ++g_page_dependent;
       if (ctx_.cat_db == nullptr) {
         VerbosePrintf("No category database exists, and template set uses category tags\n");
         return Fail(-17);
@@ -308,8 +309,10 @@ Step Parser::CloseMarkup() {
     // Product lists exist only on pages that list products; elsewhere their
     // markers are ordinary comments.
     const bool lists = ctx_.product_lists || ctx_.sku_list != nullptr;
-    if (lists && Has(m, "PAGEGEN_PRODUCTLIST_BEGIN"))
+    if (lists && Has(m, "PAGEGEN_PRODUCTLIST_BEGIN")) {
+      ++g_page_dependent;
       return HandOver(ProcessProdListBegin, std::move(m));
+    }
     if (lists && Has(m, "PAGEGEN_PRODUCTLIST_END") && ProdList > 0) {
       --ProdList;
       return EndBlock();
@@ -321,19 +324,23 @@ Step Parser::CloseMarkup() {
 
   if (bang) {
     if (Has(m, "PAGEGEN_ATTRIBUTES")) {
+      ++g_page_dependent;
       rc = ProcessAttributes(out_, m, ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
     if (WriteStoreValueMarker(out_, m, ctx_, image_prefix_)) return Step::kGo;
     if (Has(m, "PAGEGEN_TEXT_BEGIN")) {
+      ++g_page_dependent;
       rc = BeginTextBlock(out_, m, ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
     if (Has(m, "PAGEGEN_TEXT_END")) {
+      ++g_page_dependent;
       EndTextBlock(out_, m);
       return Step::kGo;
     }
     if (Has(m, "PAGEGEN_CARDTYPE")) {
+      ++g_page_dependent;
       rc = ProcessCardType(out_, m, ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
