@@ -116,17 +116,14 @@ void AtomicFile::Abandon() {
 }
 
 bool WriteWholeFile(const std::string& path, std::string_view data) {
+  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (fd >= 0) return WriteAndClose(fd, path, data);
+  if (errno != EEXIST) return false;
+  // An older file (or a dangling symbolic link) is replaced in one step.
   struct stat st;
-  if (stat(path.c_str(), &st) != 0) {
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd >= 0) return WriteAndClose(fd, path, data);
-    if (errno != EEXIST) return false;
-    // Created by someone else meanwhile, or a dangling symbolic link:
-    // replaced like any older file.
-    if (stat(path.c_str(), &st) != 0) st.st_mode = NewFileMode();
-  }
+  if (stat(path.c_str(), &st) != 0) st.st_mode = NewFileMode();
   std::string tmp;
-  int fd = OpenTemporary(path, st.st_mode & 07777, &tmp);
+  fd = OpenTemporary(path, st.st_mode & 07777, &tmp);
   if (fd < 0 || !WriteAndClose(fd, tmp, data)) return false;
   if (std::rename(tmp.c_str(), path.c_str()) == 0) return true;
   int err = errno;

@@ -12,6 +12,7 @@
 #include "cgisupport/path_util.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/cart_links.h"
+#include "pagegen/category_index.h"
 #include "pagegen/html_page.h"
 #include "pagegen/kept_list.h"
 #include "pagegen/link_rewrite.h"
@@ -131,7 +132,7 @@ TemplateInput::ListResume* FindResume(TemplateInput* in, long offset, const std:
 }
 
 void SaveResume(TemplateInput* in, long offset, const std::string& category, int32_t page,
-                const SkuList* node, int32_t index) {
+                const SkuList* node, int32_t index, std::size_t slot) {
   TemplateInput::ListResume* r = FindResume(in, offset, category);
   if (r == nullptr) {
     r = &in->resume.emplace_back();
@@ -141,6 +142,7 @@ void SaveResume(TemplateInput* in, long offset, const std::string& category, int
   r->page = page;
   r->node = node;
   r->index = index;
+  r->slot = slot;
 }
 
 // Where the page's list starts; a negative start is the first position.
@@ -245,8 +247,30 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
   int result = 0;
   int32_t placed = 0;
   bool more = false;
-  for (; node != nullptr; node = node->next) {
-    if (!block->category.empty()) {
+  // A category's products come from the page's index when it has one: the
+  // same entries, without going through every other category's.
+  const std::vector<const SkuList*>* members =
+      block->category.empty() || ctx.categories == nullptr
+          ? nullptr
+          : ctx.categories->Products(ctx.sku_list, block->category);
+  std::size_t slot = 0;
+  if (members != nullptr) {
+    const TemplateInput::ListResume* r = FindResume(in, offset, block->category);
+    if (r != nullptr && r->page == page) {
+      slot = r->slot;
+    } else {
+      slot = std::min(members->size(), static_cast<std::size_t>(skip));
+      index += static_cast<int32_t>(slot);
+    }
+    skip = 0;
+    node = slot < members->size() ? (*members)[slot] : nullptr;
+  }
+  auto next = [&](const SkuList* n) -> const SkuList* {
+    if (members == nullptr) return n->next;
+    return ++slot < members->size() ? (*members)[slot] : nullptr;
+  };
+  for (; node != nullptr; node = next(node)) {
+    if (!block->category.empty() && members == nullptr) {
       const PAPI_Pair* category = FindProdAttr(node->record, "TILLBOXCATEGORY");
       if (category == nullptr || category->value == nullptr) {
         VerbosePrintf("Error reading database\n");
@@ -276,7 +300,7 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
   if (more) {
     CreateNext(out, page, ImageOrNull(block->next_image), ctx, block->category, size);
     if ((ctx.options & kGenDynamicLists) == 0) {
-      SaveResume(in, offset, block->category, page + 1, node, index);
+      SaveResume(in, offset, block->category, page + 1, node, index, slot);
       in->next_page = page + 1;
     }
   }

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "driver/runstate/run_state.h"
+#include "pagegen/category_index.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/html_page.h"
 #include "pagegen/template_parser.h"
@@ -253,6 +254,40 @@ TEST_F(ListBlockTest, CategoryListWritesEachCategorysPage) {
   int rc = 0;
   EXPECT_EQ(Parse("a" + block + "b", &rc), "a");
   EXPECT_EQ(rc, -11);
+}
+
+// A category's pages take its products from the index of the list: the
+// same pages as filtering the whole list, page after page.
+TEST_F(ListBlockTest, CategoryIndexGivesTheFilteredListsPages) {
+  const std::string text =
+      "<!--PAGEGEN_PRODUCTLIST_BEGIN MaxPerPage=2-->%%PRODUCT.SKU%%<!--PAGEGEN_PRODUCTLIST_END-->|"
+      "<!--PAGEGEN_PRODUCTLIST_BEGIN MaxPerPage=3-->%%PRODUCT.SKU%%<!--PAGEGEN_PRODUCTLIST_END-->";
+  for (const char* category : {"tea ", "COFFEE", "Cocoa"}) {
+    Products({"Tea", "Coffee", "tea", "Tea", "Coffee", "TEA", "Tea", "coffee"});
+    ctx_.category = category;
+    ctx_.categories = nullptr;
+    const std::vector<std::string> expected = Pages(text);
+    CategoryIndex index(ctx_.sku_list);
+    ctx_.categories = &index;
+    EXPECT_EQ(Pages(text), expected) << category;
+  }
+  // A product without a category stops filtering with an error, where the
+  // list reaches it.
+  Products({"Tea", "Tea", "Tea", ""});
+  ctx_.category = "Tea";
+  CategoryIndex index(ctx_.sku_list);
+  ctx_.categories = &index;
+  int rc = 0;
+  EXPECT_EQ(Parse("<!--PAGEGEN_PRODUCTLIST_BEGIN MaxPerPage=2-->%%PRODUCT.SKU%%"
+                  "<!--PAGEGEN_PRODUCTLIST_END-->",
+                  &rc),
+            "P1P2<A HREF=\"/shop/list1.html\">&gt;&gt;</A>");
+  EXPECT_EQ(rc, 0);
+  Parse(
+      "<!--PAGEGEN_PRODUCTLIST_BEGIN MaxPerPage=9-->%%PRODUCT.SKU%%<!--PAGEGEN_PRODUCTLIST_END-->",
+      &rc);
+  EXPECT_EQ(rc, -11);
+  ctx_.categories = nullptr;
 }
 
 // A category list placed in a page of a series writes the same text on

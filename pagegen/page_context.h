@@ -18,6 +18,7 @@
 namespace storegen {
 
 struct AttributePool;
+class CategoryIndex;
 struct KeptListBlock;
 struct SkuList;
 struct TemplateSet;
@@ -45,6 +46,7 @@ struct TemplateInput {
     int32_t page = 0;               // the page this resumes
     const SkuList* node = nullptr;  // the first entry of that page
     int32_t index = 0;              // its position in the whole list, from 1
+    std::size_t slot = 0;           // its place among its category's products
   };
   std::vector<ListResume> resume;
 
@@ -91,25 +93,27 @@ inline int WriteOutput(PageOutput* out, std::string_view text) {
 // or empty where the page has no such thing. A list block copies the context
 // and sets product or category for each entry.
 struct PageContext {
-  void* cat_db = nullptr;              // category database connection (product API handle)
-  const PAPI_Pair* product = nullptr;  // the current product's record
-  const char* category = nullptr;      // the current category's name
-  const char* store_cfg = "";          // store configuration file
-  const char* cat_db_path = "";        // category database path (".cdb")
-  const char* api_cfg = "";            // product-API configuration file
-  const char* cart_dir = "";           // the cart's directory
-  const char* out_dir = "";            // the store's output directory, ends in "/"
-  const char* page_path = "";          // the page's path below the HTML root (StoreDir)
-  const char* output_file = "";        // the page's output file as the template set names it
-  AttributePool* attr_db = nullptr;    // attribute database, for form controls
-  SkuList* sku_list = nullptr;         // products of the page's product lists
-  bool product_lists = false;          // the page lists products (shop home, product list,
-                                       // category and product pages), even from an empty
-                                       // sku_list; a non-null sku_list says so too
-  const char* list_start = "";         // index of the first product of a product list page
-  TemplateSet* set = nullptr;          // the template set
-  int secure = 0;                      // non-zero: page for the secure server
-  uint32_t options = 0;                // GenerationOptions bits (kGenRewriteLinks ...)
+  void* cat_db = nullptr;               // category database connection (product API handle)
+  const PAPI_Pair* product = nullptr;   // the current product's record
+  const char* category = nullptr;       // the current category's name
+  const char* store_cfg = "";           // store configuration file
+  const char* cat_db_path = "";         // category database path (".cdb")
+  const char* api_cfg = "";             // product-API configuration file
+  const char* cart_dir = "";            // the cart's directory
+  const char* out_dir = "";             // the store's output directory, ends in "/"
+  const char* page_path = "";           // the page's path below the HTML root (StoreDir)
+  const char* output_file = "";         // the page's output file as the template set names it
+  AttributePool* attr_db = nullptr;     // attribute database, for form controls
+  SkuList* sku_list = nullptr;          // products of the page's product lists
+  CategoryIndex* categories = nullptr;  // sku_list by category, for filtered lists; null:
+                                        // filtered lists go through sku_list
+  bool product_lists = false;           // the page lists products (shop home, product list,
+                                        // category and product pages), even from an empty
+                                        // sku_list; a non-null sku_list says so too
+  const char* list_start = "";          // index of the first product of a product list page
+  TemplateSet* set = nullptr;           // the template set
+  int secure = 0;                       // non-zero: page for the secure server
+  uint32_t options = 0;                 // GenerationOptions bits (kGenRewriteLinks ...)
 };
 
 }  // namespace storegen

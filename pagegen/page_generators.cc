@@ -7,6 +7,7 @@
 #include "cgisupport/path_util.h"
 #include "driver/runstate/run_state.h"
 #include "index/search_index.h"
+#include "pagegen/category_index.h"
 #include "pagegen/html_page.h"
 #include "pagegen/page_context.h"
 #include "pagegen/store_values.h"
@@ -270,6 +271,10 @@ int GenerateShopHomePage(const char* reference, const GeneratorArgs& args) {
   ctx.output_file = file;
   ctx.secure = secure;
   ctx.product_lists = true;
+  // The category pages written from the page's category list each list
+  // their category's products.
+  CategoryIndex categories(args.sku_list);
+  ctx.categories = &categories;
   return GenerateHtmlPage(tmpl, OutputPath(args, file).c_str(), nullptr, ctx);
 }
 

@@ -37,6 +37,18 @@ bool Resolve(void* lib, const char* name, Fn* out) {
   return symbol != nullptr;
 }
 
+unsigned char FoldAscii(unsigned char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<unsigned char>(c - 'A' + 'a') : c;
+}
+
+bool SameNameNoCase(const char* a, const char* b) {
+  for (;; ++a, ++b) {
+    const unsigned char x = FoldAscii(static_cast<unsigned char>(*a));
+    if (x != FoldAscii(static_cast<unsigned char>(*b))) return false;
+    if (x == '\0') return true;
+  }
+}
+
 }  // namespace
 
 int InitProdAPI(const char* lib_path) {
@@ -80,8 +92,13 @@ void ShutdownProdAPI() {
 
 PAPI_Pair* FindProdAttr(PAPI_Pair* record, const char* name) {
   if (record == nullptr || name == nullptr) return nullptr;
+  // Names are compared in ASCII case, as strcasecmp does in the C locale the
+  // program runs in; the first letter decides for most pairs.
+  const unsigned char first = FoldAscii(static_cast<unsigned char>(name[0]));
   for (PAPI_Pair* pair = record; pair->name != nullptr; ++pair) {
-    if (strcasecmp(pair->name, name) == 0) return pair;
+    if (FoldAscii(static_cast<unsigned char>(pair->name[0])) == first &&
+        SameNameNoCase(pair->name, name))
+      return pair;
   }
   return nullptr;
 }

@@ -1,0 +1,41 @@
+#include "pagegen/category_index.h"
+
+#include "storedata/product_api.h"
+#include "storedata/sku_list.h"
+
+namespace storegen {
+namespace {
+
+std::string Folded(std::string_view s) {
+  std::string folded(s);
+  for (char& c : folded) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return folded;
+}
+
+}  // namespace
+
+void CategoryIndex::Build() {
+  built_ = true;
+  for (const SkuList* node = list_; node != nullptr; node = node->next) {
+    const PAPI_Pair* category = FindProdAttr(node->record, "TILLBOXCATEGORY");
+    if (category == nullptr || category->value == nullptr) {
+      by_category_.clear();
+      return;
+    }
+    by_category_[Folded(category->value)].push_back(node);
+  }
+  usable_ = true;
+}
+
+const std::vector<const SkuList*>* CategoryIndex::Products(const SkuList* list,
+                                                           std::string_view category) {
+  if (list != list_) return nullptr;
+  if (!built_) Build();
+  if (!usable_) return nullptr;
+  auto it = by_category_.find(Folded(category));
+  return it != by_category_.end() ? &it->second : &none_;
+}
+
+}  // namespace storegen
