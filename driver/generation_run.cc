@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cgisupport/copy_truncated.h"
+#include "driver/page_processes.h"
 #include "driver/runstate/run_state.h"
 #include "index/search_index.h"
 #include "pagegen/filelist/file_list.h"
@@ -167,16 +168,19 @@ int GenerateAllPages() {
       pages += node->sku != nullptr;
     ProgressPlanPages(pages);
     GeneratorArgs args = GeneratorArgsForRun(full);
+    std::vector<const SkuList*> nodes;
     for (const SkuList* node = walk; node != nullptr; node = node->next) {
-      if (node->sku == nullptr) continue;
       // A SKU the database does not know was reported already.
-      if (single && node->tmplt == nullptr && node->record == nullptr) continue;
-      int rc = GenerateSkuPage(node, args);
-      if (rc != 0) {
-        FileListAdd(&st.errlist, node->sku, rc);
-        result = rc;
-      }
+      if (node->sku != nullptr && !(single && node->tmplt == nullptr && node->record == nullptr))
+        nodes.push_back(node);
     }
+    int rc = WriteProductPages(nodes, single ? 1 : PageProcesses(nodes.size()),
+                               [&args](const SkuList* node) {
+                                 int rc = GenerateSkuPage(node, args);
+                                 if (rc != 0) FileListAdd(&PageGenState.errlist, node->sku, rc);
+                                 return rc;
+                               });
+    if (rc != 0) result = rc;
   }
 
   if (!single) {

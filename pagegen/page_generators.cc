@@ -139,6 +139,10 @@ CategoryConnectionScope::~CategoryConnectionScope() {
   if (--g_shared.scopes == 0) g_shared.End();
 }
 
+void DetachCategoryConnection() {
+  g_shared.handle = nullptr;
+}
+
 GeneratorArgs GeneratorArgsForRun(SkuList* sku_list) {
   GeneratorArgs args;
   args.html_path = PageGenState.szHtmlPath;

@@ -45,6 +45,12 @@ class CategoryConnectionScope {
   CategoryConnectionScope& operator=(const CategoryConnectionScope&) = delete;
 };
 
+// For a child process that writes pages beside its parent: forgets the run
+// scope's category connection without ending it (the parent goes on using
+// it, and the two must not share a file position), so that the child's
+// pages open one of their own.
+void DetachCategoryConnection();
+
 // The arguments of this run (PageGenState) with |sku_list|.
 GeneratorArgs GeneratorArgsForRun(SkuList* sku_list);
 

@@ -41,6 +41,7 @@ void Draw(double now, bool last) {
            : std::snprintf(line, sizeof line, "\r%lld/%lld pages, %.0f pages/s\033[K",
                            static_cast<long long>(p.written), static_cast<long long>(total), rate);
   // A terminal that cannot be written to gets no further lines.
+  if (p.fd < 0) return;
   if (n > 0 && write(p.fd, line, static_cast<std::size_t>(n)) < 0) p.on = false;
   p.drawn = now;
 }
@@ -65,6 +66,19 @@ void ProgressPageWritten() {
   ++p.written;
   double now = Now();
   if (now - p.drawn >= kRedrawSeconds) Draw(now, false);
+}
+
+void ProgressSilence() {
+  g_progress.fd = -1;
+}
+
+int64_t ProgressPagesWritten() {
+  return g_progress.written;
+}
+
+void ProgressAddWritten(int64_t pages) {
+  if (!g_progress.on) return;
+  g_progress.written += pages;
 }
 
 void ProgressEnd() {

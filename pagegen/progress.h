@@ -18,6 +18,13 @@ void ProgressBegin(int fd);
 void ProgressPlanPages(int64_t pages);
 // A page has been written.
 void ProgressPageWritten();
+// For a child process that writes pages beside its parent: pages are still
+// counted, but nothing is shown.
+void ProgressSilence();
+// The pages counted as written so far (0 when not showing).
+int64_t ProgressPagesWritten();
+// Counts |pages| written elsewhere (by a child process) in.
+void ProgressAddWritten(int64_t pages);
 // Shows the run's figures ("N pages in S s, R pages/s") and ends the line;
 // nothing when not showing.
 void ProgressEnd();

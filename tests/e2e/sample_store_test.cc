@@ -279,6 +279,57 @@ TEST_F(SampleStoreTest, FailingPagesAreReportedInGenerationOrderAndTheRunGoesOn)
   EXPECT_TRUE(FileExists(Page("order.html")));
 }
 
+// Product pages written by two processes: the same pages, messages, error
+// list and file list as when one process writes them all, with failing
+// pages in both halves.
+TEST_F(SampleStoreTest, ProductPagesWrittenByTwoProcessesAreThoseOfOne) {
+  std::string products = ReadFile(Store("products.txt"));
+  for (const char* sku : {"\nLL-101\t", "\nGD-506\t"}) {  // early and late in the database
+    std::size_t at = products.find(sku);
+    ASSERT_NE(at, std::string::npos) << sku;
+    for (int field = 0; field < 4; ++field)  // to its TILLBOXTEMPLATE
+      at = products.find('\t', at + 1);
+    products.replace(at + 1, products.find('\t', at + 1) - at - 1, "Broken");
+  }
+  WriteFile(Store("products.txt"), products);
+  SetConfigKeys(Store("modern.cfg"), {{"ProductPage2", "Broken;modern/gone.html"}});
+  const std::string cfg = ReadFile(store_.cfg);
+
+  struct Outcome {
+    RunResult run;
+    std::map<std::string, std::string> files;
+    std::string cfg;  // the store configuration as the run left it
+  };
+  auto run = [&](const std::string& processes) {
+    const std::string out = dir_.Path("out" + processes);
+    WriteFile(store_.cfg, cfg);
+    RunOptions options;
+    options.unset_env = {"PATH_INFO", "PATH_TRANSLATED", "SCRIPT_NAME"};
+    options.set_env = {{"STOREGEN_PAGE_PROCESSES", processes}};
+    Outcome o{RunProgram({store_.bin, "-o", out, "-c", store_.cfg, "-s", "0"}, options), {}, ""};
+    o.cfg = ReadFile(store_.cfg);
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(out)) {
+      if (!entry.is_regular_file()) continue;
+      std::string text = ReadFile(entry.path().string());
+      // The file list names the output directory.
+      for (std::size_t at; (at = text.find(out)) != std::string::npos;)
+        text.replace(at, out.size(), "OUT");
+      o.files[entry.path().string().substr(out.size())] = text;
+    }
+    return o;
+  };
+  Outcome one = run("1");
+  Outcome two = run("2");
+  EXPECT_EQ(two.run.exit_code, one.run.exit_code);
+  EXPECT_EQ(two.run.out, one.run.out);
+  EXPECT_NE(one.run.out.find("LL-101\t-7\n"), std::string::npos) << one.run.out;
+  EXPECT_NE(one.run.out.find("GD-506\t-7\n"), std::string::npos) << one.run.out;
+  EXPECT_EQ(two.files.size(), one.files.size());
+  for (const auto& [name, text] : one.files)
+    EXPECT_EQ(two.files[name], text) << name;
+  EXPECT_EQ(two.cfg, one.cfg);
+}
+
 TEST_F(SampleStoreTest, EveryLinkToAGeneratedPageNamesAPageTheRunWrote) {
   // The store is served under the alias /shop.
   SetConfigKeys(store_.cfg, {{"StoreDir", "/shop/lantern/"}});
