@@ -1,5 +1,9 @@
 #include "pagegen/template_parser.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -52,6 +56,26 @@ std::string ImagePrefix(const PageContext& ctx) {
   return ctx.page_path;
 }
 
+// The length of the longest prefix of the |n| bytes at |p| that holds none
+// of |a|, |b|, |c| and |d|; sixteen bytes at a time where the processor can.
+std::size_t SpanWithout(const char* p, std::size_t n, char a, char b, char c, char d) {
+  std::size_t k = 0;
+#if defined(__SSE2__)
+  const __m128i va = _mm_set1_epi8(a), vb = _mm_set1_epi8(b);
+  const __m128i vc = _mm_set1_epi8(c), vd = _mm_set1_epi8(d);
+  for (; k + 16 <= n; k += 16) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + k));
+    const __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(x, va), _mm_cmpeq_epi8(x, vb)),
+                                     _mm_or_si128(_mm_cmpeq_epi8(x, vc), _mm_cmpeq_epi8(x, vd)));
+    if (const int mask = _mm_movemask_epi8(hit); mask != 0)
+      return k + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
+  }
+#endif
+  while (k < n && p[k] != a && p[k] != b && p[k] != c && p[k] != d)
+    ++k;
+  return k;
+}
+
 // What the scanner does after a character.
 enum class Step {
   kGo,        // next character
@@ -102,6 +126,7 @@ class Parser {
 
   std::string text_;             // plain text not yet written
   std::string markup_;           // open markup, from its "<"
+  std::string closed_;           // the markup being handled, once closed
   std::string tag_;              // open tag, from its opener
   std::string pending_;          // what may become a tag opener ("%", "%2", ... "%25%2")
   std::string tail_;             // last characters of an overlong tag's rest
@@ -160,10 +185,8 @@ int Parser::Run() {
 // The markup's second character always goes through the scanner.
 std::size_t Parser::TakeRun(const char* p, std::size_t n) {
   if (in_tail_ || in_tag_ || !pending_.empty()) return 0;
-  std::size_t k = 0;
   if (!in_markup_) {
-    while (k < n && p[k] != '<' && p[k] != '%' && p[k] != '\r')
-      ++k;
+    const std::size_t k = SpanWithout(p, n, '<', '%', '\r', '<');
     if (k > 0) AppendText(std::string_view(p, k));
     return k;
   }
@@ -172,8 +195,7 @@ std::size_t Parser::TakeRun(const char* p, std::size_t n) {
   const bool dashes = markup_[1] == '!' && !script_;
   const std::size_t room = kMarkupSize - 1 - markup_.size();
   if (n > room) n = room;
-  while (k < n && p[k] != '<' && p[k] != '>' && p[k] != '%' && !(dashes && p[k] == '-'))
-    ++k;
+  const std::size_t k = SpanWithout(p, n, '<', '>', '%', dashes ? '-' : '<');
   if (k > 0) {
     markup_.append(p, k);
     if (dashes) dash_ = false;
@@ -285,8 +307,11 @@ Step Parser::Ordinary(char c) {
 }
 
 Step Parser::CloseMarkup() {
-  std::string m = std::move(markup_);
+  // The closed markup changes place with the buffer of the last one, so
+  // that neither buffer is allocated again for every markup.
+  closed_.swap(markup_);
   markup_.clear();
+  const std::string& m = closed_;
   in_markup_ = in_comment_ = dash_ = false;
   if (m.size() >= kMarkupSize) {
     WriteOutput(out_, m);
@@ -300,7 +325,7 @@ Step Parser::CloseMarkup() {
         VerbosePrintf("No category database exists, and template set uses category tags\n");
         return Fail(-17);
       }
-      return HandOver(ProcessCatListBegin, std::move(m));
+      return HandOver(ProcessCatListBegin, m);
     }
     if (Has(m, "PAGEGEN_CATEGORYLIST_END") && CatList > 0) {
       --CatList;
@@ -311,7 +336,7 @@ Step Parser::CloseMarkup() {
     const bool lists = ctx_.product_lists || ctx_.sku_list != nullptr;
     if (lists && Has(m, "PAGEGEN_PRODUCTLIST_BEGIN")) {
       ++g_page_dependent;
-      return HandOver(ProcessProdListBegin, std::move(m));
+      return HandOver(ProcessProdListBegin, m);
     }
     if (lists && Has(m, "PAGEGEN_PRODUCTLIST_END") && ProdList > 0) {
       --ProdList;
