@@ -143,11 +143,28 @@ int GenerateAllPages() {
     }
   }
 
-  int product_pages_wanted = 1;
-  if (!single && ShopHomeIsSet()) {
-    if (full == nullptr)
-      full = BuildAllSkuList(st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir, st.pTpltSet,
-                             nullptr, nullptr, 1);
+  // The shop home series and the product pages: the product pages may be
+  // written by two processes, the first of them beginning with the series.
+  const bool home = !single && ShopHomeIsSet();
+  if (home && full == nullptr) {
+    full = BuildAllSkuList(st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir, st.pTpltSet,
+                           nullptr, nullptr, 1);
+  }
+  int product_pages_wanted = home ? PG_TpltAreThereProdPages(st.pTpltSet, st.pszShopHome) : 1;
+  if (st.dynamic & kDynProductPages) product_pages_wanted = 0;
+  std::vector<const SkuList*> nodes;
+  if (single || product_pages_wanted) {
+    int64_t pages = 0;
+    for (const SkuList* node = walk; node != nullptr; node = node->next) {
+      pages += node->sku != nullptr;
+      // A SKU the database does not know was reported already.
+      if (node->sku != nullptr && !(single && node->tmplt == nullptr && node->record == nullptr))
+        nodes.push_back(node);
+    }
+    ProgressPlanPages(pages);
+  }
+  auto write_home = [&] {
+    if (!home) return;
     ProgressPlanPages(1);
     int rc = GenerateShopHomePage(st.pszShopHome, GeneratorArgsForRun(full));
     if (rc != 0) {
@@ -158,30 +175,15 @@ int GenerateAllPages() {
       }
       result = rc;
     }
-    product_pages_wanted = PG_TpltAreThereProdPages(st.pTpltSet, st.pszShopHome);
-  }
-  if (st.dynamic & kDynProductPages) product_pages_wanted = 0;
-
-  if (single || product_pages_wanted) {
-    int64_t pages = 0;
-    for (const SkuList* node = walk; node != nullptr; node = node->next)
-      pages += node->sku != nullptr;
-    ProgressPlanPages(pages);
-    GeneratorArgs args = GeneratorArgsForRun(full);
-    std::vector<const SkuList*> nodes;
-    for (const SkuList* node = walk; node != nullptr; node = node->next) {
-      // A SKU the database does not know was reported already.
-      if (node->sku != nullptr && !(single && node->tmplt == nullptr && node->record == nullptr))
-        nodes.push_back(node);
-    }
-    int rc = WriteProductPages(nodes, single ? 1 : PageProcesses(nodes.size()),
-                               [&args](const SkuList* node) {
-                                 int rc = GenerateSkuPage(node, args);
-                                 if (rc != 0) FileListAdd(&PageGenState.errlist, node->sku, rc);
-                                 return rc;
-                               });
-    if (rc != 0) result = rc;
-  }
+  };
+  const GeneratorArgs args = GeneratorArgsForRun(full);
+  int rc = WriteRunPages(write_home, nodes, single ? 1 : PageProcesses(nodes.size()),
+                         [&args](const SkuList* node) {
+                           int rc = GenerateSkuPage(node, args);
+                           if (rc != 0) FileListAdd(&PageGenState.errlist, node->sku, rc);
+                           return rc;
+                         });
+  if (rc != 0) result = rc;
 
   if (!single) {
     GeneratorArgs args = GeneratorArgsForRun(nullptr);

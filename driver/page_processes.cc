@@ -1,9 +1,11 @@
 #include "driver/page_processes.h"
 
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -11,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -49,7 +52,7 @@ class Report {
 
 class ReportReader {
  public:
-  explicit ReportReader(std::string data) : data_(std::move(data)) {}
+  explicit ReportReader(std::string_view data) : data_(data) {}
   bool Number(int64_t* n) {
     if (data_.size() - pos_ < sizeof *n) return false;
     std::memcpy(n, data_.data() + pos_, sizeof *n);
@@ -59,42 +62,70 @@ class ReportReader {
   bool Text(std::string* s) {
     int64_t n = 0;
     if (!Number(&n) || n < 0 || static_cast<uint64_t>(n) > data_.size() - pos_) return false;
-    s->assign(data_, pos_, static_cast<std::size_t>(n));
+    s->assign(data_.substr(pos_, static_cast<std::size_t>(n)));
     pos_ += static_cast<std::size_t>(n);
     return true;
   }
   bool AtEnd() const { return pos_ == data_.size(); }
 
  private:
-  std::string data_;
+  std::string_view data_;
   std::size_t pos_ = 0;
 };
 
-std::size_t Count(const FileList* list) {
-  std::size_t n = 0;
-  for (; list != nullptr; list = list->next)
-    ++n;
-  return n;
-}
+// Which pages each process takes, in memory both processes share: this
+// process takes pages from the front, the child from the back, one at a
+// time, so that they share the work however it falls and each page is
+// taken once. One word holds the next page from the front (low half) and
+// the end of the pages not yet taken from the back (high half).
+class Claims {
+ public:
+  static Claims* Create(std::size_t pages) {
+    void* mem =
+        mmap(nullptr, sizeof(Claims), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return mem == MAP_FAILED ? nullptr : new (mem) Claims(pages);
+  }
+  static void Destroy(Claims* claims) {
+    if (claims == nullptr) return;
+    claims->~Claims();
+    munmap(claims, sizeof(Claims));
+  }
+  bool Front(std::size_t* page) { return Take(true, page); }
+  bool Back(std::size_t* page) { return Take(false, page); }
+  // Where the child's pages begin (all taken pages behind it are its own).
+  std::size_t BackStart() const { return word_.load() >> 32; }
 
-// The state of the run's records when the child is started.
-struct Mark {
-  std::size_t errors = Count(PageGenState.errlist);
-  std::size_t deletions = Count(PageGenState.dellist);
-  std::size_t secure_files =
-      PageGenState.pTpltSet != nullptr ? PageGenState.pTpltSet->secure_files.size() : 0;
-  int64_t written = ProgressPagesWritten();
+ private:
+  explicit Claims(std::size_t pages) : word_(static_cast<uint64_t>(pages) << 32) {}
+  bool Take(bool front, std::size_t* page) {
+    uint64_t word = word_.load();
+    for (;;) {
+      const uint64_t next = word & 0xffffffffu, end = word >> 32;
+      if (next >= end) return false;
+      const uint64_t taken = front ? ((end << 32) | (next + 1)) : (((end - 1) << 32) | next);
+      if (word_.compare_exchange_weak(word, taken)) {
+        *page = front ? next : end - 1;
+        return true;
+      }
+    }
+  }
+  static_assert(std::atomic<uint64_t>::is_always_lock_free);
+  std::atomic<uint64_t> word_;
 };
 
-void ReportEntries(const FileList* list, std::size_t skip, Report* report) {
-  for (; list != nullptr && skip > 0; list = list->next)
-    --skip;
-  report->Number(static_cast<int64_t>(Count(list)));
-  for (; list != nullptr; list = list->next) {
-    report->Number(list->text != nullptr);
-    report->Text(list->text != nullptr ? list->text : "");
-    report->Number(list->code);
+// Moves the entries of |*list| into |report| and empties the list.
+void TakeEntries(FileList** list, Report* report) {
+  int64_t n = 0;
+  for (const FileList* e = *list; e != nullptr; e = e->next)
+    ++n;
+  report->Number(n);
+  for (const FileList* e = *list; e != nullptr; e = e->next) {
+    report->Number(e->text != nullptr);
+    report->Text(e->text != nullptr ? e->text : "");
+    report->Number(e->code);
   }
+  FreeFileList(*list);
+  *list = nullptr;
 }
 
 bool ReadEntries(ReportReader* in, FileList** list) {
@@ -107,6 +138,20 @@ bool ReadEntries(ReportReader* in, FileList** list) {
     FileListAdd(list, has_text ? text.c_str() : nullptr, static_cast<int32_t>(code));
   }
   return true;
+}
+
+// The entry value that reads as |node|: its names, and its flag behind the
+// third, joined by ";" (a value never reads as an empty name followed by
+// another).
+std::string EntryValue(const TemplateNode& node) {
+  std::string value;
+  for (const std::string* field : {&node.display_name, &node.template_file, &node.output_file}) {
+    if (field->empty()) break;
+    if (!value.empty()) value += ';';
+    value += *field;
+  }
+  if (node.flag != 0) value += std::string(";") + node.flag;
+  return value;
 }
 
 bool WriteAll(int fd, std::string_view data) {
@@ -140,115 +185,151 @@ int WriteRange(const Pages& nodes, std::size_t begin, std::size_t end, const Wri
   return result;
 }
 
-// The child: writes its pages with its standard output going to |out_fd|,
-// and its report to |report_fd|; never returns.
-[[noreturn]] void RunChild(const Pages& nodes, std::size_t begin, const Writer& write,
-                           const Mark& mark, pid_t parent, int out_fd, int report_fd) {
+// What one of the child's pages did: where its standard output lies in the
+// capture, and the entries it added to the run's records.
+struct ChildPage {
+  off_t out_begin = 0;
+  off_t out_end = 0;
+  Report records;
+};
+
+// The child: takes pages from the back with its standard output going to
+// |out_fd|, then writes its report to |report_fd|, its pages in page order;
+// never returns. Its lists start empty and are emptied after every page,
+// and its secure files too (a page's additions are then every name it
+// added, for this process to add in page order).
+[[noreturn]] void RunChild(const Pages& nodes, Claims* claims, const Writer& write, pid_t parent,
+                           int out_fd, int report_fd) {
   // The pages are of no use once the run is gone.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(1);
   DetachCategoryConnection();
   ProgressSilence();
+  const int64_t written = ProgressPagesWritten();
   if (dup2(out_fd, STDOUT_FILENO) < 0) _exit(1);
-  const int result = WriteRange(nodes, begin, nodes.size(), write);
-  if (std::fflush(stdout) != 0) _exit(1);
+  RunState& st = PageGenState;
+  st.errlist = st.dellist = nullptr;  // the parent's entries stay with the parent
+  TemplateList* secure = st.pTpltSet != nullptr ? &st.pTpltSet->secure_files : nullptr;
+
+  std::vector<ChildPage> pages;  // last page first
+  int64_t result = 0;
+  off_t out_at = 0;
+  for (std::size_t i; claims->Back(&i);) {
+    if (secure != nullptr) secure->clear();
+    const int rc = write(nodes[i]);
+    if (rc != 0 && result == 0) result = rc;  // the last failing page in page order
+    if (std::fflush(stdout) != 0) _exit(1);
+    ChildPage& page = pages.emplace_back();
+    page.out_begin = out_at;
+    page.out_end = out_at = lseek(out_fd, 0, SEEK_CUR);
+    TakeEntries(&st.errlist, &page.records);
+    TakeEntries(&st.dellist, &page.records);
+    page.records.Number(secure != nullptr ? static_cast<int64_t>(secure->size()) : 0);
+    if (secure != nullptr) {
+      for (const TemplateNode& node : *secure)
+        page.records.Text(EntryValue(node));
+    }
+  }
 
   Report report;
   report.Number(result);
-  ReportEntries(PageGenState.errlist, mark.errors, &report);
-  ReportEntries(PageGenState.dellist, mark.deletions, &report);
-  const TemplateList empty;
-  const TemplateList& secure =
-      PageGenState.pTpltSet != nullptr ? PageGenState.pTpltSet->secure_files : empty;
-  report.Number(static_cast<int64_t>(secure.size() - mark.secure_files));
-  for (std::size_t i = mark.secure_files; i < secure.size(); ++i) {
-    report.Text(secure[i].display_name);
-    report.Text(secure[i].template_file);
-    report.Text(secure[i].output_file);
-    report.Number(secure[i].flag);
+  report.Number(ProgressPagesWritten() - written);
+  report.Number(static_cast<int64_t>(pages.size()));
+  std::string out;
+  for (auto page = pages.rbegin(); page != pages.rend(); ++page) {
+    out.resize(static_cast<std::size_t>(page->out_end - page->out_begin));
+    if (!out.empty() && pread(out_fd, out.data(), out.size(), page->out_begin) !=
+                            static_cast<ssize_t>(out.size())) {
+      _exit(1);
+    }
+    report.Text(out);
+    report.Text(page->records.data());
   }
-  report.Number(ProgressPagesWritten() - mark.written);
   _exit(WriteAll(report_fd, report.data()) ? 0 : 1);
 }
 
-// The entry value that reads as |node|: its names, and its flag behind the
-// third, joined by ";" (a value never reads as an empty name followed by
-// another).
-std::string EntryValue(const TemplateNode& node) {
-  std::string value;
-  for (const std::string* field : {&node.display_name, &node.template_file, &node.output_file}) {
-    if (field->empty()) break;
-    if (!value.empty()) value += ';';
-    value += *field;
-  }
-  if (node.flag != 0) value += std::string(";") + node.flag;
-  return value;
-}
-
-// Takes the child's report over; false (nothing taken over) when it is
-// incomplete.
-bool TakeOver(const std::string& data, int* result) {
+// Takes the child's report over when it is complete and covers |pages|
+// pages; false (nothing taken over) otherwise.
+bool TakeOver(const std::string& data, std::size_t pages, int* result) {
   ReportReader in(data);
-  int64_t child_result = 0;
-  if (!in.Number(&child_result)) return false;
-  // Everything is checked before anything is taken over.
-  FileList* errors = nullptr;
-  FileList* deletions = nullptr;
-  TemplateList secure;
-  int64_t secure_count = 0, written = 0;
-  bool ok = ReadEntries(&in, &errors) && ReadEntries(&in, &deletions) && in.Number(&secure_count) &&
-            secure_count >= 0;
-  for (int64_t i = 0; ok && i < secure_count; ++i) {
-    TemplateNode& node = secure.emplace_back();
-    int64_t flag = 0;
-    ok = in.Text(&node.display_name) && in.Text(&node.template_file) &&
-         in.Text(&node.output_file) && in.Number(&flag);
-    node.flag = static_cast<char>(flag);
+  int64_t child_result = 0, written = 0, count = 0;
+  if (!in.Number(&child_result) || !in.Number(&written) || !in.Number(&count) ||
+      count != static_cast<int64_t>(pages)) {
+    return false;
   }
-  ok = ok && in.Number(&written) && in.AtEnd();
+  struct Page {
+    std::string out;
+    FileList* errors = nullptr;
+    FileList* deletions = nullptr;
+    std::vector<std::string> secure;
+  };
+  std::vector<Page> taken(pages);
+  bool ok = true;
+  // Everything is read and checked before anything is taken over.
+  for (Page& page : taken) {
+    std::string records;
+    if (!(ok = in.Text(&page.out) && in.Text(&records))) break;
+    ReportReader r(records);
+    int64_t secure = 0;
+    ok = ReadEntries(&r, &page.errors) && ReadEntries(&r, &page.deletions) && r.Number(&secure) &&
+         secure >= 0;
+    for (int64_t i = 0; ok && i < secure; ++i)
+      ok = r.Text(&page.secure.emplace_back());
+    if (!(ok = ok && r.AtEnd())) break;
+  }
+  ok = ok && in.AtEnd();
   if (ok) {
-    for (const FileList* e = errors; e != nullptr; e = e->next)
-      FileListAdd(&PageGenState.errlist, e->text, e->code);
-    for (const FileList* e = deletions; e != nullptr; e = e->next)
-      FileListAdd(&PageGenState.dellist, e->text, e->code);
-    // Added as the child's pages added them: a name listed already is not
-    // listed again.
-    for (const TemplateNode& node : secure)
-      PG_TpltAddSecureFile(PageGenState.pTpltSet, EntryValue(node).c_str());
+    std::fflush(stdout);
+    for (const Page& page : taken) {
+      WriteAll(STDOUT_FILENO, page.out);
+      for (const FileList* e = page.errors; e != nullptr; e = e->next)
+        FileListAdd(&PageGenState.errlist, e->text, e->code);
+      for (const FileList* e = page.deletions; e != nullptr; e = e->next)
+        FileListAdd(&PageGenState.dellist, e->text, e->code);
+      // As the page added them: a name listed already is not listed again.
+      for (const std::string& value : page.secure)
+        PG_TpltAddSecureFile(PageGenState.pTpltSet, value.c_str());
+    }
     ProgressAddWritten(written);
     if (child_result != 0) *result = static_cast<int>(child_result);
   }
-  FreeFileList(errors);
-  FreeFileList(deletions);
+  for (Page& page : taken) {
+    FreeFileList(page.errors);
+    FreeFileList(page.deletions);
+  }
   return ok;
 }
 
-int WriteInTwo(const Pages& nodes, const Writer& write) {
-  const std::size_t half = nodes.size() / 2;
+int WriteInTwo(const std::function<void()>& head, const Pages& nodes, const Writer& write) {
   std::fflush(stdout);
   std::fflush(stderr);
   FilePtr out(std::tmpfile());
   FilePtr report(std::tmpfile());
-  const Mark mark;
+  Claims* claims = out != nullptr && report != nullptr ? Claims::Create(nodes.size()) : nullptr;
   const pid_t parent = getpid();
-  const pid_t pid = out != nullptr && report != nullptr ? fork() : -1;
-  if (pid == 0) RunChild(nodes, half, write, mark, parent, fileno(out.get()), fileno(report.get()));
+  const pid_t pid = claims != nullptr ? fork() : -1;
+  if (pid == 0) RunChild(nodes, claims, write, parent, fileno(out.get()), fileno(report.get()));
 
-  int result = WriteRange(nodes, 0, half, write);
-  int status = 0;
-  bool taken = false;
-  if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0) {
-    std::string output, data;
-    if (ReadAll(out.get(), &output) && ReadAll(report.get(), &data) && TakeOver(data, &result)) {
-      taken = true;
-      std::fflush(stdout);
-      WriteAll(STDOUT_FILENO, output);
+  head();
+  int result = 0;
+  std::size_t end = nodes.size();  // the pages from the front, written here
+  if (pid > 0) {
+    for (std::size_t i; claims->Front(&i);) {
+      if (int rc = write(nodes[i]); rc != 0) result = rc;
     }
+    int status = 0;
+    const bool done =
+        waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    end = claims->BackStart();
+    std::string data;
+    if (done && ReadAll(report.get(), &data) && TakeOver(data, nodes.size() - end, &result))
+      end = nodes.size();
+  } else {
+    end = 0;  // no child: every page is written here
   }
   // Without a complete report from the child, its pages are written here.
-  if (!taken) {
-    if (int rc = WriteRange(nodes, half, nodes.size(), write); rc != 0) result = rc;
-  }
+  if (int rc = WriteRange(nodes, end, nodes.size(), write); rc != 0) result = rc;
+  Claims::Destroy(claims);
   return result;
 }
 
@@ -269,9 +350,12 @@ int PageProcesses(std::size_t pages) {
              : 1;
 }
 
-int WriteProductPages(const std::vector<const SkuList*>& nodes, int processes,
-                      const std::function<int(const SkuList*)>& write) {
-  if (processes == 2 && nodes.size() >= 2) return WriteInTwo(nodes, write);
+int WriteRunPages(const std::function<void()>& head, const std::vector<const SkuList*>& nodes,
+                  int processes, const std::function<int(const SkuList*)>& write) {
+  // Page numbers are shared between the processes in 32 bits.
+  if (processes == 2 && nodes.size() >= 2 && nodes.size() < (uint64_t{1} << 32))
+    return WriteInTwo(head, nodes, write);
+  head();
   return WriteRange(nodes, 0, nodes.size(), write);
 }
 
