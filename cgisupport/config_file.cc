@@ -43,6 +43,14 @@ constexpr off_t kMaxCachedSize = 1 << 20;
 // More distinct paths than this empty the cache (a run reads a handful).
 constexpr std::size_t kMaxCachedFiles = 64;
 
+// Paths and keys are looked up without making a string of them first.
+struct TextHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view text) const {
+    return std::hash<std::string_view>()(text);
+  }
+};
+
 struct CachedConfig {
   FileIdentity identity;
   uint64_t checked = 0;  // the snapshot under which the file was last looked at
@@ -50,17 +58,10 @@ struct CachedConfig {
   bool parsed = false;   // |values| belong to |content|
   std::string content;   // the file's bytes while not settled
   // ASCII-lower-case key -> value of the first line with that key and a value.
-  std::unordered_map<std::string, std::string> values;
+  std::unordered_map<std::string, std::string, TextHash, std::equal_to<>> values;
 };
 
-// Paths are looked up without making a string of them first.
-struct PathHash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view path) const {
-    return std::hash<std::string_view>()(path);
-  }
-};
-using ConfigCacheMap = std::unordered_map<std::string, CachedConfig, PathHash, std::equal_to<>>;
+using ConfigCacheMap = std::unordered_map<std::string, CachedConfig, TextHash, std::equal_to<>>;
 
 // Moves whenever what a lookup answers may have changed: a file's values read
 // anew or dropped, or a lookup that could not be answered from kept values.
@@ -78,11 +79,14 @@ ConfigCacheMap& ConfigCache() {
   return *cache;
 }
 
+char FoldedChar(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 std::string FoldedKey(std::string_view key) {
   std::string folded(key);
-  for (char& c : folded) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
+  for (char& c : folded)
+    c = FoldedChar(c);
   return folded;
 }
 
@@ -150,8 +154,29 @@ const CachedConfig* ReadValues(const char* file) {
 }
 
 const CachedConfig* CachedValues(const char* file) {
+  // A page looks values up in one file after another: the last file's entry
+  // is at hand while the snapshot and every kept value stay the same.
+  static struct {
+    std::string file;
+    const CachedConfig* entry = nullptr;
+    uint64_t snapshot = 0;
+    uint64_t version = 0;
+  } last;
+  const uint64_t snapshot = g_snapshot_depth > 0 ? g_snapshot : 0;
+  if (snapshot != 0 && last.entry != nullptr && last.snapshot == snapshot &&
+      last.version == g_values_version && last.file == file) {
+    return last.entry;
+  }
   const CachedConfig* entry = ReadValues(file);
-  if (entry == nullptr) ++g_values_version;  // the file is scanned as it stands
+  if (entry == nullptr) {
+    ++g_values_version;  // the file is scanned as it stands
+    last.entry = nullptr;
+  } else {
+    last.file = file;
+    last.entry = entry;
+    last.snapshot = snapshot;
+    last.version = g_values_version;
+  }
   return entry;
 }
 
@@ -164,7 +189,19 @@ int ScanForValue(const char* file, std::string_view key, std::string* value);
 int LookUpValue(const char* file, std::string_view key, std::string* value) {
   NoteConfigLookup(file);
   if (const CachedConfig* entry = CachedValues(file)) {
-    auto found = entry->values.find(FoldedKey(key));
+    // Keys are short: folded on the stack.
+    char buf[64];
+    std::string long_key;
+    std::string_view folded;
+    if (key.size() <= sizeof buf) {
+      for (std::size_t i = 0; i < key.size(); ++i)
+        buf[i] = FoldedChar(key[i]);
+      folded = std::string_view(buf, key.size());
+    } else {
+      long_key = FoldedKey(key);
+      folded = long_key;
+    }
+    auto found = entry->values.find(folded);
     if (found == entry->values.end()) return 0;
     *value = found->second;
     return 1;

@@ -98,9 +98,10 @@ bool WriteStoreValueMarker(PageOutput* out, std::string_view marker, const PageC
       {"PAGEGEN_STOREADDR2", "StoreAddress2"}, {"PAGEGEN_STOREEMAIL", "StoreEmail"},
       {"PAGEGEN_CURRENCYSYMBOL", "Currency"},  {"PAGEGEN_STOREWELCOME", "StoreWelcome"},
   };
+  const MarkerFinder markers(marker);
   for (const auto& m : kMarkers) {
     std::string_view name = m.marker;
-    if (FindNoCase(marker, name) == std::string_view::npos) continue;
+    if (!markers.Has(name)) continue;
     std::string value;
     if (name == "PAGEGEN_BODYTAG") {
       value = BodyTag(ctx, image_prefix);

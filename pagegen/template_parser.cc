@@ -35,10 +35,6 @@ constexpr int32_t kMaxNesting = 10000;
 constexpr std::string_view kOpenPlain = "%%";
 constexpr std::string_view kOpenEncoded = "%25%25";
 
-bool Has(std::string_view markup, std::string_view marker) {
-  return FindNoCase(markup, marker) != std::string_view::npos;
-}
-
 bool EndsWithCloser(std::string_view s, std::size_t min_length) {
   return (s.ends_with(kOpenPlain) && s.size() >= min_length + kOpenPlain.size()) ||
          (s.ends_with(kOpenEncoded) && s.size() >= min_length + kOpenEncoded.size());
@@ -318,8 +314,10 @@ Step Parser::CloseMarkup() {
     return Step::kGo;
   }
   const bool bang = m.size() >= 2 && m[1] == '!';
+  // Markers are looked for in "<!" markup only.
+  const MarkerFinder markers(bang ? std::string_view(m) : std::string_view());
   if (bang) {
-    if (Has(m, "PAGEGEN_CATEGORYLIST_BEGIN")) {
+    if (markers.Has("PAGEGEN_CATEGORYLIST_BEGIN")) {
       ++g_page_dependent;
       if (ctx_.cat_db == nullptr) {
         VerbosePrintf("No category database exists, and template set uses category tags\n");
@@ -327,18 +325,18 @@ Step Parser::CloseMarkup() {
       }
       return HandOver(ProcessCatListBegin, m);
     }
-    if (Has(m, "PAGEGEN_CATEGORYLIST_END") && CatList > 0) {
+    if (markers.Has("PAGEGEN_CATEGORYLIST_END") && CatList > 0) {
       --CatList;
       return EndBlock();
     }
     // Product lists exist only on pages that list products; elsewhere their
     // markers are ordinary comments.
     const bool lists = ctx_.product_lists || ctx_.sku_list != nullptr;
-    if (lists && Has(m, "PAGEGEN_PRODUCTLIST_BEGIN")) {
+    if (lists && markers.Has("PAGEGEN_PRODUCTLIST_BEGIN")) {
       ++g_page_dependent;
       return HandOver(ProcessProdListBegin, m);
     }
-    if (lists && Has(m, "PAGEGEN_PRODUCTLIST_END") && ProdList > 0) {
+    if (lists && markers.Has("PAGEGEN_PRODUCTLIST_END") && ProdList > 0) {
       --ProdList;
       return EndBlock();
     }
@@ -348,23 +346,23 @@ Step Parser::CloseMarkup() {
   if (rc > 0) return Step::kGo;
 
   if (bang) {
-    if (Has(m, "PAGEGEN_ATTRIBUTES")) {
+    if (markers.Has("PAGEGEN_ATTRIBUTES")) {
       ++g_page_dependent;
       rc = ProcessAttributes(out_, m, ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
     if (WriteStoreValueMarker(out_, m, ctx_, image_prefix_)) return Step::kGo;
-    if (Has(m, "PAGEGEN_TEXT_BEGIN")) {
+    if (markers.Has("PAGEGEN_TEXT_BEGIN")) {
       ++g_page_dependent;
       rc = BeginTextBlock(out_, m, ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
-    if (Has(m, "PAGEGEN_TEXT_END")) {
+    if (markers.Has("PAGEGEN_TEXT_END")) {
       ++g_page_dependent;
       EndTextBlock(out_, m);
       return Step::kGo;
     }
-    if (Has(m, "PAGEGEN_CARDTYPE")) {
+    if (markers.Has("PAGEGEN_CARDTYPE")) {
       ++g_page_dependent;
       rc = ProcessCardType(out_, m, ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;

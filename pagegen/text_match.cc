@@ -40,6 +40,28 @@ bool EqualsNoCase(std::string_view a, std::string_view b) {
          std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return SameNoCase(x, y); });
 }
 
+MarkerFinder::MarkerFinder(std::string_view markup) : markup_(markup) {
+  constexpr std::string_view kPrefix = "PAGEGEN_";
+  for (std::size_t from = 0; from < markup.size();) {
+    const std::size_t at = FindNoCase(markup.substr(from), kPrefix);
+    if (at == std::string_view::npos) break;
+    if (count_ == at_.size()) {
+      more_ = true;
+      break;
+    }
+    at_[count_++] = from + at;
+    from += at + kPrefix.size();  // "PAGEGEN_" cannot overlap itself
+  }
+}
+
+bool MarkerFinder::Has(std::string_view name) const {
+  if (more_) return FindNoCase(markup_, name) != std::string_view::npos;
+  for (std::size_t i = 0; i < count_; ++i) {
+    if (StartsWithNoCase(markup_.substr(at_[i]), name)) return true;
+  }
+  return false;
+}
+
 std::string_view BaseName(std::string_view path) {
   for (std::size_t i = path.size(); i > 0; --i) {
     if (IsDirSlash(path[i - 1])) return path.substr(i);

@@ -3,6 +3,7 @@
 #ifndef STOREGEN_PAGEGEN_TEXT_MATCH_H_
 #define STOREGEN_PAGEGEN_TEXT_MATCH_H_
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -18,6 +19,24 @@ bool StartsWithNoCase(std::string_view text, std::string_view prefix);
 
 // True when |a| and |b| are equal, ignoring ASCII case.
 bool EqualsNoCase(std::string_view a, std::string_view b);
+
+// Finds the page generator's markers ("PAGEGEN_...") in a markup: the
+// places of "PAGEGEN_" are found once, and each marker name is then
+// compared at those places only, so that looking a markup over for every
+// marker costs one search.
+class MarkerFinder {
+ public:
+  explicit MarkerFinder(std::string_view markup);
+  // FindNoCase(markup, name) != npos, for a |name| that starts with
+  // "PAGEGEN_".
+  bool Has(std::string_view name) const;
+
+ private:
+  std::string_view markup_;
+  std::array<std::size_t, 4> at_{};  // where "PAGEGEN_" stands, in any case
+  std::size_t count_ = 0;
+  bool more_ = false;  // more places than |at_| holds: names are searched for
+};
 
 // The part of |path| behind its last '/' or '\\' (the whole path when it has
 // none).
