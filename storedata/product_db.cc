@@ -199,6 +199,45 @@ int GetSKULineByStream(char* buf, int size, FILE* fp, const char* sku) {
   return 0;
 }
 
+// The name line of a walk, split into its names.
+struct SplitNameLine {
+  bool valid = false;
+  std::string line;
+  std::vector<std::string> names;
+};
+
+// The record of |names| and |values| in one block, as CopyProdRecord lays
+// it out: the pairs and their null pair, then the texts. A name without a
+// value gets psz_NA, as the record read pair by pair does. Null when memory
+// runs out.
+PAPI_Pair* RecordBlock(const std::vector<std::string>& names,
+                       const std::vector<std::string_view>& values) {
+  const std::size_t n = names.size();
+  auto value = [&](std::size_t i) {
+    return i < values.size() ? values[i] : std::string_view(psz_NA);
+  };
+  std::size_t text = 0;
+  for (std::size_t i = 0; i < n; ++i)
+    text += names[i].size() + 1 + value(i).size() + 1;
+  const std::size_t pairs = (n + 1) * sizeof(PAPI_Pair);
+  auto* record = static_cast<PAPI_Pair*>(std::malloc(pairs + text));
+  if (record == nullptr) return nullptr;
+  char* out = reinterpret_cast<char*>(record) + pairs;
+  auto place = [&out](std::string_view s) {
+    char* at = out;
+    std::memcpy(out, s.data(), s.size());
+    out[s.size()] = '\0';
+    out += s.size() + 1;
+    return at;
+  };
+  for (std::size_t i = 0; i < n; ++i) {
+    record[i].name = place(names[i]);
+    record[i].value = place(value(i));
+  }
+  record[n] = PAPI_Pair{nullptr, nullptr};
+  return record;
+}
+
 // Copies the piece of |length| bytes at |offset| into |buf| and terminates it.
 void ReadPiece(int fd, off_t offset, std::size_t length, char* buf) {
   std::size_t done = 0;
@@ -333,6 +372,36 @@ PAPI_Pair* PAPI_RetrieveNextItem(void* h, const char* /*key*/, int /*flag*/, con
   } while (line[0] == '\r' || line[0] == '\n');
   TrimEnd(line.data());
   PAPI_Pair* record = TakeRecord(GetProductInfoNoRead(fp, names, 0, szNameLine, line.data()));
+  if (position != nullptr) *position = static_cast<int32_t>(std::ftell(fp));
+  return record;
+}
+
+PAPI_Pair* RetrieveFirstItemBlock(void* h, int32_t* position) {
+  if (h == nullptr) return nullptr;
+  if (!GetNameLine(szNameLine, sizeof szNameLine, AsFile(h))) return nullptr;
+  if (position != nullptr) *position = static_cast<int32_t>(std::ftell(AsFile(h)));
+  return RetrieveNextItemBlock(h, position);
+}
+
+PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position) {
+  if (h == nullptr) return nullptr;
+  FILE* fp = AsFile(h);
+  if (position != nullptr && std::ftell(fp) != *position) std::fseek(fp, *position, SEEK_SET);
+  std::array<char, kProductLineSize> line;
+  do {
+    if (std::fgets(line.data(), static_cast<int>(line.size()), fp) == nullptr) return nullptr;
+  } while (line[0] == '\r' || line[0] == '\n');
+  TrimEnd(line.data());
+  // The name line is split once for the whole walk.
+  static auto* split = new SplitNameLine();  // lives until the process ends
+  if (!split->valid || split->line != szNameLine) {
+    split->line = szNameLine;
+    split->names.clear();
+    for (std::string_view name : NameFields(szNameLine, kMaxProductAttribs))
+      split->names.emplace_back(name);
+    split->valid = true;
+  }
+  PAPI_Pair* record = RecordBlock(split->names, SkuFields(line.data()));
   if (position != nullptr) *position = static_cast<int32_t>(std::ftell(fp));
   return record;
 }

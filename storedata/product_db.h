@@ -42,6 +42,11 @@ PAPI_Pair* PAPI_RetrieveFirstItem(void* h, const char* key, int flag, const char
 PAPI_Pair* PAPI_RetrieveNextItem(void* h, const char* key, int flag, const char* db,
                                  const char* storeCfg, const char* apiCfg, const char* cartDir,
                                  int32_t* position, char** names);
+// PAPI_RetrieveFirstItem and PAPI_RetrieveNextItem (all names) for a walk
+// that keeps the records: each comes as one block, as CopyProdRecord makes
+// it, to be freed with FreeProdRecord.
+PAPI_Pair* RetrieveFirstItemBlock(void* h, int32_t* position);
+PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position);
 // Frees every name and value up to the null pair, then the array; null is
 // ignored. Returns 0.
 int PAPI_ReleaseInfo(void* h, const char* key, const char* sku, PAPI_Pair* record);

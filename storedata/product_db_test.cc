@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "storedata/product_api.h"
 #include "tests/support/test_util.h"
 
 namespace storegen {
@@ -120,6 +121,37 @@ TEST_F(ProductDbTest, NoProductsOrNoNameLineEndTheIteration) {
   Open("");
   EXPECT_EQ(First(), Pairs{});
   EXPECT_EQ(Lookup(""), Pairs{});
+}
+
+// A walk that keeps its records gets them in one block each: the same pairs
+// as the walk pair by pair, for every kind of line, with lookups between.
+TEST_F(ProductDbTest, WalkInBlocksGivesTheRecordsOfTheWalk) {
+  std::string names = "SKU\t\tName\tPrice";
+  std::string wide = "W9";
+  for (int i = 1; i < 110; ++i) {
+    names += "\tA" + std::to_string(i);
+    wide += "\t" + std::to_string(i);
+  }
+  Open(names + "\r\nA1\tShirt\r\n\r\n\nB2\t\t9.99\t\nC3\t\t\n" + wide + "\nD4\tCap\t1\t2\t3\n");
+  auto block = [](PAPI_Pair* record) {
+    Pairs pairs;
+    if (record == nullptr) return pairs;
+    for (PAPI_Pair* p = record; p->name != nullptr; ++p)
+      pairs.emplace_back(p->name, p->value);
+    FreeProdRecord(record);
+    return pairs;
+  };
+  std::vector<Pairs> walk = {First()};
+  while (!walk.back().empty())
+    walk.push_back(Next());
+  ASSERT_EQ(walk.size(), 6u);
+  int32_t position = -1;
+  std::vector<Pairs> blocks = {block(RetrieveFirstItemBlock(h_, &position))};
+  while (!blocks.back().empty()) {
+    Lookup("C3");  // moves the stream
+    blocks.push_back(block(RetrieveNextItemBlock(h_, &position)));
+  }
+  EXPECT_EQ(blocks, walk);
 }
 
 TEST(ProductDb, MissingFileGivesNoHandle) {

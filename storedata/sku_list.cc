@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "cgisupport/result_codes.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "storedata/product_api.h"
+#include "storedata/product_db.h"
 #include "templateset/template_set.h"
 
 namespace storegen {
@@ -26,6 +28,12 @@ class Connection {
       : db_(db), store_cfg_(store_cfg), api_cfg_(api_cfg), cart_dir_(cart_dir) {
     if (pdbInit != nullptr) h_ = pdbInit(kPapiKey, db_, store_cfg_, api_cfg_, cart_dir_);
   }
+  // The built-in reader's walk hands out records in one block each, which
+  // the list keeps as they are.
+  bool blocks() const {
+    return pdbRetrieveFirstItem == &PAPI_RetrieveFirstItem &&
+           pdbRetrieveNextItem == &PAPI_RetrieveNextItem && pdbRelease == &PAPI_ReleaseInfo;
+  }
   ~Connection() { End(); }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -36,10 +44,12 @@ class Connection {
     h_ = nullptr;
   }
   PAPI_Pair* First(int32_t* position) {
+    if (blocks()) return RetrieveFirstItemBlock(h_, position);
     return pdbRetrieveFirstItem(h_, kPapiKey, 1, db_, store_cfg_, api_cfg_, cart_dir_, position,
                                 nullptr);
   }
   PAPI_Pair* Next(int32_t* position) {
+    if (blocks()) return RetrieveNextItemBlock(h_, position);
     return pdbRetrieveNextItem(h_, kPapiKey, 1, db_, store_cfg_, api_cfg_, cart_dir_, position,
                                nullptr);
   }
@@ -61,7 +71,9 @@ class Connection {
 // The record currently retrieved: given back to the connection unless taken.
 class Item {
  public:
-  explicit Item(Connection* conn, PAPI_Pair* record) : conn_(conn), record_(record) {}
+  // |block|: the record is one block (Connection::blocks), freed as such.
+  Item(Connection* conn, PAPI_Pair* record, bool block = false)
+      : conn_(conn), record_(record), block_(block) {}
   ~Item() { Release(); }
   Item(const Item&) = delete;
   Item& operator=(const Item&) = delete;
@@ -69,7 +81,11 @@ class Item {
   PAPI_Pair* get() const { return record_; }
   explicit operator bool() const { return record_ != nullptr; }
   void Release() {
-    conn_->Release(record_);
+    if (block_) {
+      FreeProdRecord(record_);
+    } else {
+      conn_->Release(record_);
+    }
     record_ = nullptr;
   }
   // Gives the current record back before retrieving the next one.
@@ -80,6 +96,7 @@ class Item {
   // The generator's own copy of the record (see CopyProdRecord); the
   // original goes back to the connection. Null when memory runs out.
   PAPI_Pair* TakeCopy() {
+    if (block_) return std::exchange(record_, nullptr);
     PAPI_Pair* copy = CopyProdRecord(record_);
     Release();
     return copy;
@@ -88,6 +105,7 @@ class Item {
  private:
   Connection* conn_;
   PAPI_Pair* record_;
+  bool block_;
 };
 
 // The template file of the set's first default product page, read once per
@@ -202,7 +220,7 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
   }
   DefaultTemplate fallback = ReadDefaultTemplate(set);
   int32_t position = 0;
-  Item item(&conn, conn.First(&position));
+  Item item(&conn, conn.First(&position), conn.blocks());
   if (!item) {
     conn.End();
     VerbosePrintf("Error reading database\n");
