@@ -4,6 +4,9 @@
 // offered to the link-keyword expansion, then, when that wrote nothing,
 // written as a link tag. Checks the result codes and that what is written
 // stays within a bound of the markup's size.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
