@@ -10,6 +10,10 @@
 
 namespace storegen {
 
+// The length of the longest prefix of the |n| bytes at |p| that holds none
+// of |a|, |b|, |c| and |d| (give one twice for fewer).
+std::size_t SpanWithout(const char* p, std::size_t n, char a, char b, char c, char d);
+
 // Position of the first occurrence of |needle| in |hay|, ignoring ASCII case;
 // std::string_view::npos when there is none. An empty needle is found at 0.
 std::size_t FindNoCase(std::string_view hay, std::string_view needle);

@@ -1,0 +1,51 @@
+#include "pagegen/text_match.h"
+
+#include <random>
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+namespace storegen {
+namespace {
+
+char Folded(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// The searches scan many bytes at a time: they must find what a byte by
+// byte comparison finds, at every length and alignment.
+TEST(TextMatch, SearchesAgreeWithAByteByByteScan) {
+  std::mt19937 rng(7);
+  const std::string alphabet = "pPgG_<>%-!aA\r0";
+  auto text = [&](std::size_t n) {
+    std::string s;
+    for (std::size_t i = 0; i < n; ++i)
+      s += alphabet[rng() % alphabet.size()];
+    return s;
+  };
+  for (int round = 0; round < 3000; ++round) {
+    const std::string hay = text(rng() % 70);
+    const std::string needle = text(1 + rng() % 4);
+    std::size_t expected = std::string_view::npos;
+    for (std::size_t i = 0; i + needle.size() <= hay.size() && expected == std::string_view::npos;
+         ++i) {
+      bool same = true;
+      for (std::size_t k = 0; k < needle.size() && same; ++k)
+        same = Folded(hay[i + k]) == Folded(needle[k]);
+      if (same) expected = i;
+    }
+    EXPECT_EQ(FindNoCase(hay, needle), expected) << hay << " / " << needle;
+
+    const std::size_t span = SpanWithout(hay.data(), hay.size(), '<', '%', '\r', '-');
+    std::size_t k = 0;
+    while (k < hay.size() && hay[k] != '<' && hay[k] != '%' && hay[k] != '\r' && hay[k] != '-')
+      ++k;
+    EXPECT_EQ(span, k) << hay;
+  }
+  EXPECT_EQ(FindNoCase("abc", ""), 0u);
+  EXPECT_EQ(FindNoCase("<!-- pageGen_StoreName -->", "PAGEGEN_STORENAME"), 5u);
+}
+
+}  // namespace
+}  // namespace storegen
