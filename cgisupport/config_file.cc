@@ -209,11 +209,6 @@ int LookUpValue(const char* file, std::string_view key, std::string* value) {
   return ScanForValue(file, key, value);
 }
 
-struct FileCloser {
-  void operator()(FILE* fp) const { std::fclose(fp); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
 // The backup name of |path|: the extension of its last component replaced by
 // ".bak", or ".bak" appended when that component has no ".".
 std::string BackupNameOf(std::string_view path) {

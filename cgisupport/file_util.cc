@@ -23,11 +23,6 @@
 namespace storegen {
 namespace {
 
-struct FileCloser {
-  void operator()(FILE* f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
 struct DirCloser {
   void operator()(DIR* d) const { closedir(d); }
 };

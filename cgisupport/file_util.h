@@ -9,8 +9,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 
 namespace storegen {
+
+// A stream closed when it goes out of scope.
+struct FileCloser {
+  void operator()(FILE* fp) const { std::fclose(fp); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 // Opens (creating with permission bits |mode|) |path| read-write and takes an
 // exclusive lockf lock on its first byte, retrying once a second while another

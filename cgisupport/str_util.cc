@@ -11,6 +11,7 @@
 #include <string>
 
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/file_util.h"
 
 namespace storegen {
 namespace {
@@ -115,10 +116,6 @@ bool IsMaskable(unsigned char c) {
 bool IsMasked(unsigned char c) {
   return c == 0x88 || c == 0x89 || c == 0x8A || c == 0x8D;
 }
-
-struct FileCloser {
-  void operator()(FILE* fp) const { std::fclose(fp); }
-};
 
 }  // namespace
 
@@ -780,7 +777,7 @@ char* CreateBufferFromFilePtr(FILE* fp) {
 
 char* CreateBufferFromFile(const char* path) {
   if (path == nullptr || *path == '\0') return nullptr;
-  std::unique_ptr<FILE, FileCloser> fp(std::fopen(path, "rb"));
+  FilePtr fp(std::fopen(path, "rb"));
   if (!fp) return nullptr;
   char* buf = CreateBufferFromFilePtr(fp.get());
   if (buf == nullptr) return nullptr;

@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "cgisupport/file_util.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/page_generators.h"
@@ -29,11 +30,6 @@ namespace {
 
 // Fewer pages than this are not worth a second process.
 constexpr std::size_t kMinPagesForTwo = 1000;
-
-struct FileCloser {
-  void operator()(FILE* fp) const { std::fclose(fp); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 // What the child's pages did to the run's records, written by the child
 // and read back by the parent: numbers and length-prefixed texts.

@@ -7,14 +7,9 @@
 #include <string>
 #include <string_view>
 
-namespace storegen {
+#include "cgisupport/file_util.h"
 
-struct FileCloser {
-  void operator()(FILE* fp) const {
-    if (fp != nullptr) std::fclose(fp);
-  }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
+namespace storegen {
 
 // Reads the next piece of a line into |raw|: up to and including LF, at most
 // 255 bytes (a longer line comes in several pieces). False at end of file.

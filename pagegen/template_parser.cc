@@ -7,6 +7,7 @@
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/file_util.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/form_controls.h"
 #include "pagegen/link_rewrite.h"
@@ -441,11 +442,8 @@ int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx) {
 
 int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
                       std::string_view page_file) {
-  struct FileCloser {
-    void operator()(FILE* fp) const { std::fclose(fp); }
-  };
-  std::unique_ptr<FILE, FileCloser> in(
-      text.empty() ? std::tmpfile() : fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
+  FilePtr in(text.empty() ? std::tmpfile()
+                          : fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
   char* buf = nullptr;
   std::size_t length = 0;
   FILE* out_fp = open_memstream(&buf, &length);

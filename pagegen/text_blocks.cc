@@ -18,11 +18,6 @@ namespace {
 
 constexpr std::size_t kChunkSize = 1000;
 
-struct FileCloser {
-  void operator()(FILE* fp) const { std::fclose(fp); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
 // The directory of the page caches: the store's template directory.
 std::string CacheDir(const char* store_cfg) {
   char dir[kPathSize] = "./";

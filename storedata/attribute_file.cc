@@ -24,11 +24,6 @@ namespace {
 
 constexpr std::size_t kLineChunk = 1000;
 
-struct FileCloser {
-  void operator()(FILE* fp) const { std::fclose(fp); }
-};
-using UniqueFile = std::unique_ptr<FILE, FileCloser>;
-
 struct FreeDeleter {
   void operator()(char* p) const { std::free(p); }
 };
@@ -109,7 +104,7 @@ std::string FormatAttributeLine(const AttributeNode& node) {
 }
 
 bool ReadAttributeFile(AttributePool* pool) {
-  UniqueFile fp(std::fopen(pool->file_name.c_str(), "rb"));
+  FilePtr fp(std::fopen(pool->file_name.c_str(), "rb"));
   if (!fp) return true;
   try {
     char* raw = nullptr;

@@ -199,6 +199,18 @@ int GetSKULineByStream(char* buf, int size, FILE* fp, const char* sku) {
   return 0;
 }
 
+// Reads the walk's next non-empty line after the byte offset *position (when
+// given) into |line|, its trailing CRs and LFs cut. False at the end.
+bool NextItemLine(FILE* fp, const int32_t* position, std::array<char, kProductLineSize>* line) {
+  // Single lookups rewind the same file between two items.
+  if (position != nullptr && std::ftell(fp) != *position) std::fseek(fp, *position, SEEK_SET);
+  do {
+    if (std::fgets(line->data(), static_cast<int>(line->size()), fp) == nullptr) return false;
+  } while ((*line)[0] == '\r' || (*line)[0] == '\n');
+  TrimEnd(line->data());
+  return true;
+}
+
 // The name line of a walk, split into its names.
 struct SplitNameLine {
   bool valid = false;
@@ -364,13 +376,8 @@ PAPI_Pair* PAPI_RetrieveNextItem(void* h, const char* /*key*/, int /*flag*/, con
                                  const char* /*cartDir*/, int32_t* position, char** names) {
   if (h == nullptr) return nullptr;
   FILE* fp = AsFile(h);
-  // Single lookups rewind the same file between two items.
-  if (position != nullptr && std::ftell(fp) != *position) std::fseek(fp, *position, SEEK_SET);
   std::array<char, kProductLineSize> line;
-  do {
-    if (std::fgets(line.data(), static_cast<int>(line.size()), fp) == nullptr) return nullptr;
-  } while (line[0] == '\r' || line[0] == '\n');
-  TrimEnd(line.data());
+  if (!NextItemLine(fp, position, &line)) return nullptr;
   PAPI_Pair* record = TakeRecord(GetProductInfoNoRead(fp, names, 0, szNameLine, line.data()));
   if (position != nullptr) *position = static_cast<int32_t>(std::ftell(fp));
   return record;
@@ -386,12 +393,8 @@ PAPI_Pair* RetrieveFirstItemBlock(void* h, int32_t* position) {
 PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position) {
   if (h == nullptr) return nullptr;
   FILE* fp = AsFile(h);
-  if (position != nullptr && std::ftell(fp) != *position) std::fseek(fp, *position, SEEK_SET);
   std::array<char, kProductLineSize> line;
-  do {
-    if (std::fgets(line.data(), static_cast<int>(line.size()), fp) == nullptr) return nullptr;
-  } while (line[0] == '\r' || line[0] == '\n');
-  TrimEnd(line.data());
+  if (!NextItemLine(fp, position, &line)) return nullptr;
   // The name line is split once for the whole walk.
   static auto* split = new SplitNameLine();  // lives until the process ends
   if (!split->valid || split->line != szNameLine) {

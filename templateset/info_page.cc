@@ -30,11 +30,6 @@ std::time_t Now() {
   return g_clock != nullptr ? g_clock() : std::time(nullptr);
 }
 
-struct FileCloser {
-  void operator()(FILE* f) const { std::fclose(f); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
-
 struct SetReleaser {
   void operator()(TemplateSet* s) const { PG_ShutdownTemplateSet(s); }
 };
@@ -290,13 +285,13 @@ int PG_TpltDisplayInfoPageAt(const char* set_name, const char* default_dir, cons
   std::string page_name = slash == std::string::npos ? page : page.substr(slash + 1);
   std::string target =
       (info_dir.empty() ? std::string("/") + kInfoDirName : info_dir) + "/" + page_name;
-  File in(std::fopen(page.c_str(), "rb"));
+  FilePtr in(std::fopen(page.c_str(), "rb"));
   if (!in) {
     set.reset();
     std::printf(GetAdminMessage(kMsgInfoPageProblem), page.c_str());
     return 0;
   }
-  File out(info_dir.empty() ? nullptr : std::fopen(target.c_str(), "wb"));
+  FilePtr out(info_dir.empty() ? nullptr : std::fopen(target.c_str(), "wb"));
   if (!out) {
     set.reset();
     std::printf(GetAdminMessage(kMsgCannotCreateFile), target.c_str());

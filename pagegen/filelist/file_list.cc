@@ -6,15 +6,11 @@
 #include <memory>
 
 #include "cgisupport/atomic_file.h"
+#include "cgisupport/file_util.h"
 #include "driver/runstate/run_state.h"
 
 namespace storegen {
 namespace {
-
-struct FileCloser {
-  void operator()(FILE* fp) const { std::fclose(fp); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 // Removes trailing blanks, TABs, CRs and LFs in place.
 void TrimTrailingSpace(char* s) {
