@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <vector>
 
+#include "cgisupport/file_util.h"
+
 namespace storegen {
 namespace {
 
@@ -44,21 +46,10 @@ mode_t ModeFor(const std::string& path) {
   return stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : NewFileMode();
 }
 
-bool WriteAll(int fd, std::string_view data) {
-  while (!data.empty()) {
-    ssize_t n = write(fd, data.data(), data.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n == 0) errno = EIO;
-    if (n <= 0) return false;
-    data.remove_prefix(static_cast<std::size_t>(n));
-  }
-  return true;
-}
-
 // Writes |data| to the descriptor |fd| of the file |name| and closes it;
 // removes the file when that fails. errno is kept.
 bool WriteAndClose(int fd, const std::string& name, std::string_view data) {
-  bool ok = WriteAll(fd, data);
+  bool ok = WriteFully(fd, data);
   int err = ok ? 0 : errno;
   if (close(fd) != 0 && ok) {
     ok = false;

@@ -24,6 +24,7 @@
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/file_identity.h"
 #include "cgisupport/file_util.h"
+#include "cgisupport/str_util.h"
 
 namespace storegen {
 
@@ -79,17 +80,6 @@ ConfigCacheMap& ConfigCache() {
   return *cache;
 }
 
-char FoldedChar(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-std::string FoldedKey(std::string_view key) {
-  std::string folded(key);
-  for (char& c : folded)
-    c = FoldedChar(c);
-  return folded;
-}
-
 // The values of |content| as a line-by-line scan finds them: the content is
 // cut into the lines the line reader takes (through a LF, or
 // kConfigLineSize - 1 bytes of a longer line), and for each key the first
@@ -104,7 +94,7 @@ void ParseConfig(std::string_view content, CachedConfig* entry) {
       piece = piece.substr(0, lf + 1);
     pos += piece.size();
     ConfigLineTokens tokens = SplitConfigLine(piece);
-    if (!tokens.value.empty()) entry->values.try_emplace(FoldedKey(tokens.key), tokens.value);
+    if (!tokens.value.empty()) entry->values.try_emplace(AsciiLowered(tokens.key), tokens.value);
   }
   entry->parsed = true;
 }
@@ -189,19 +179,12 @@ int ScanForValue(const char* file, std::string_view key, std::string* value);
 int LookUpValue(const char* file, std::string_view key, std::string* value) {
   NoteConfigLookup(file);
   if (const CachedConfig* entry = CachedValues(file)) {
-    // Keys are short: folded on the stack.
-    char buf[64];
-    std::string long_key;
-    std::string_view folded;
-    if (key.size() <= sizeof buf) {
-      for (std::size_t i = 0; i < key.size(); ++i)
-        buf[i] = FoldedChar(key[i]);
-      folded = std::string_view(buf, key.size());
-    } else {
-      long_key = FoldedKey(key);
-      folded = long_key;
-    }
-    auto found = entry->values.find(folded);
+    // One buffer serves every lookup: no allocation once it is large enough.
+    static auto* folded = new std::string();  // lives until the process ends
+    folded->assign(key);
+    for (char& c : *folded)
+      c = AsciiLower(c);
+    auto found = entry->values.find(*folded);
     if (found == entry->values.end()) return 0;
     *value = found->second;
     return 1;

@@ -290,4 +290,15 @@ std::size_t TB_pread(FILE* fp, void* buf, std::size_t n) {
   return std::fread(buf, 1, n, fp);
 }
 
+bool WriteFully(int fd, std::string_view data) {
+  while (!data.empty()) {
+    ssize_t n = write(fd, data.data(), data.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n == 0) errno = EIO;
+    if (n <= 0) return false;
+    data.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
 }  // namespace storegen

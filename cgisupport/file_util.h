@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <string_view>
 
 namespace storegen {
 
@@ -71,6 +72,11 @@ void send_fd(FILE* in, FILE* out);
 // fwrite/fread of |n| single bytes; return the count transferred.
 std::size_t TB_pwrite(FILE* fp, const void* buf, std::size_t n);
 std::size_t TB_pread(FILE* fp, void* buf, std::size_t n);
+
+// Writes all of |data| to the descriptor |fd|, going on after partial writes
+// and interruptions. False on an error, with errno set (EIO when the system
+// wrote nothing and said no error).
+bool WriteFully(int fd, std::string_view data);
 
 }  // namespace storegen
 

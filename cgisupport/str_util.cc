@@ -121,6 +121,13 @@ bool IsMasked(unsigned char c) {
 
 // ---- Character and position helpers -----------------------------------------
 
+std::string AsciiLowered(std::string_view s) {
+  std::string lowered(s);
+  for (char& c : lowered)
+    c = AsciiLower(c);
+  return lowered;
+}
+
 int is_white(int c) {
   return c == ' ' || c == '\t' ? 1 : 0;
 }

@@ -13,10 +13,20 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <string>
+#include <string_view>
 
 namespace storegen {
 
 // ---- Character and position helpers -----------------------------------------
+
+// |c| with 'A'-'Z' made 'a'-'z', every other byte as it is: tolower in the
+// "C" locale, without a call into the locale.
+inline char AsciiLower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+// |s| with AsciiLower applied to every byte.
+std::string AsciiLowered(std::string_view s);
 
 // 1 if |c| is ' ' or '\t' (nothing else, not LF or CR), else 0.
 int is_white(int c);

@@ -154,14 +154,12 @@ int GenerateAllPages() {
   if (st.dynamic & kDynProductPages) product_pages_wanted = 0;
   std::vector<const SkuList*> nodes;
   if (single || product_pages_wanted) {
-    int64_t pages = 0;
     for (const SkuList* node = walk; node != nullptr; node = node->next) {
-      pages += node->sku != nullptr;
       // A SKU the database does not know was reported already.
       if (node->sku != nullptr && !(single && node->tmplt == nullptr && node->record == nullptr))
         nodes.push_back(node);
     }
-    ProgressPlanPages(pages);
+    ProgressPlanPages(static_cast<int64_t>(nodes.size()));
   }
   auto write_home = [&] {
     if (!home) return;
@@ -177,12 +175,12 @@ int GenerateAllPages() {
     }
   };
   const GeneratorArgs args = GeneratorArgsForRun(full);
-  int rc = WriteRunPages(write_home, nodes, single ? 1 : PageProcesses(nodes.size()),
-                         [&args](const SkuList* node) {
-                           int rc = GenerateSkuPage(node, args);
-                           if (rc != 0) FileListAdd(&PageGenState.errlist, node->sku, rc);
-                           return rc;
-                         });
+  int rc =
+      WriteRunPages(write_home, nodes, PageProcesses(nodes.size()), [&args](const SkuList* node) {
+        int rc = GenerateSkuPage(node, args);
+        if (rc != 0) FileListAdd(&PageGenState.errlist, node->sku, rc);
+        return rc;
+      });
   if (rc != 0) result = rc;
 
   if (!single) {

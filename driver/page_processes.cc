@@ -2,6 +2,7 @@
 
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,6 +18,7 @@
 #include <string>
 #include <string_view>
 
+#include "cgisupport/file_identity.h"
 #include "cgisupport/file_util.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
@@ -124,16 +126,28 @@ void TakeEntries(FileList** list, Report* report) {
   *list = nullptr;
 }
 
-bool ReadEntries(ReportReader* in, FileList** list) {
+// An entry of a run's list as the child reported it.
+struct Entry {
+  bool has_text = false;
+  std::string text;
+  int64_t code = 0;
+};
+
+bool ReadEntries(ReportReader* in, std::vector<Entry>* entries) {
   int64_t n = 0;
-  if (!in->Number(&n)) return false;
+  if (!in->Number(&n) || n < 0) return false;
   for (int64_t i = 0; i < n; ++i) {
-    int64_t has_text = 0, code = 0;
-    std::string text;
-    if (!in->Number(&has_text) || !in->Text(&text) || !in->Number(&code)) return false;
-    FileListAdd(list, has_text ? text.c_str() : nullptr, static_cast<int32_t>(code));
+    Entry& e = entries->emplace_back();
+    int64_t has_text = 0;
+    if (!in->Number(&has_text) || !in->Text(&e.text) || !in->Number(&e.code)) return false;
+    e.has_text = has_text != 0;
   }
   return true;
+}
+
+void AddEntries(const std::vector<Entry>& entries, FileList** list) {
+  for (const Entry& e : entries)
+    FileListAdd(list, e.has_text ? e.text.c_str() : nullptr, static_cast<int32_t>(e.code));
 }
 
 // The entry value that reads as |node|: its names, and its flag behind the
@@ -148,26 +162,6 @@ std::string EntryValue(const TemplateNode& node) {
   }
   if (node.flag != 0) value += std::string(";") + node.flag;
   return value;
-}
-
-bool WriteAll(int fd, std::string_view data) {
-  while (!data.empty()) {
-    ssize_t n = write(fd, data.data(), data.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    data.remove_prefix(static_cast<std::size_t>(n));
-  }
-  return true;
-}
-
-// The whole content of the temporary file |fp|, from its start.
-bool ReadAll(FILE* fp, std::string* data) {
-  if (std::fseek(fp, 0, SEEK_SET) != 0) return false;
-  char buf[65536];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, fp)) > 0)
-    data->append(buf, n);
-  return std::ferror(fp) == 0;
 }
 
 using Pages = std::vector<const SkuList*>;
@@ -241,7 +235,7 @@ struct ChildPage {
     report.Text(out);
     report.Text(page->records.data());
   }
-  _exit(WriteAll(report_fd, report.data()) ? 0 : 1);
+  _exit(WriteFully(report_fd, report.data()) ? 0 : 1);
 }
 
 // Takes the child's report over when it is complete and covers |pages|
@@ -255,8 +249,8 @@ bool TakeOver(const std::string& data, std::size_t pages, int* result) {
   }
   struct Page {
     std::string out;
-    FileList* errors = nullptr;
-    FileList* deletions = nullptr;
+    std::vector<Entry> errors;
+    std::vector<Entry> deletions;
     std::vector<std::string> secure;
   };
   std::vector<Page> taken(pages);
@@ -277,21 +271,15 @@ bool TakeOver(const std::string& data, std::size_t pages, int* result) {
   if (ok) {
     std::fflush(stdout);
     for (const Page& page : taken) {
-      WriteAll(STDOUT_FILENO, page.out);
-      for (const FileList* e = page.errors; e != nullptr; e = e->next)
-        FileListAdd(&PageGenState.errlist, e->text, e->code);
-      for (const FileList* e = page.deletions; e != nullptr; e = e->next)
-        FileListAdd(&PageGenState.dellist, e->text, e->code);
+      WriteFully(STDOUT_FILENO, page.out);
+      AddEntries(page.errors, &PageGenState.errlist);
+      AddEntries(page.deletions, &PageGenState.dellist);
       // As the page added them: a name listed already is not listed again.
       for (const std::string& value : page.secure)
         PG_TpltAddSecureFile(PageGenState.pTpltSet, value.c_str());
     }
     ProgressAddWritten(written);
     if (child_result != 0) *result = static_cast<int>(child_result);
-  }
-  for (Page& page : taken) {
-    FreeFileList(page.errors);
-    FreeFileList(page.deletions);
   }
   return ok;
 }
@@ -308,7 +296,7 @@ int WriteInTwo(const std::function<void()>& head, const Pages& nodes, const Writ
 
   head();
   int result = 0;
-  std::size_t end = nodes.size();  // the pages from the front, written here
+  std::size_t rest = 0;  // the pages from here on are written below
   if (pid > 0) {
     for (std::size_t i; claims->Front(&i);) {
       if (int rc = write(nodes[i]); rc != 0) result = rc;
@@ -316,15 +304,17 @@ int WriteInTwo(const std::function<void()>& head, const Pages& nodes, const Writ
     int status = 0;
     const bool done =
         waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    end = claims->BackStart();
+    // The child's pages, unless its report is complete.
+    rest = claims->BackStart();
+    struct stat st;
     std::string data;
-    if (done && ReadAll(report.get(), &data) && TakeOver(data, nodes.size() - end, &result))
-      end = nodes.size();
-  } else {
-    end = 0;  // no child: every page is written here
+    const int report_fd = fileno(report.get());
+    if (done && fstat(report_fd, &st) == 0 && ReadWholeFile(report_fd, st.st_size, &data) &&
+        TakeOver(data, nodes.size() - rest, &result)) {
+      rest = nodes.size();
+    }
   }
-  // Without a complete report from the child, its pages are written here.
-  if (int rc = WriteRange(nodes, end, nodes.size(), write); rc != 0) result = rc;
+  if (int rc = WriteRange(nodes, rest, nodes.size(), write); rc != 0) result = rc;
   Claims::Destroy(claims);
   return result;
 }
@@ -332,15 +322,15 @@ int WriteInTwo(const std::function<void()>& head, const Pages& nodes, const Writ
 }  // namespace
 
 int PageProcesses(std::size_t pages) {
+  // A dynamic request is one page.
+  if ((PageGenState.dynamic & kDynSinglePage) != 0) return 1;
   if (const char* forced = std::getenv("STOREGEN_PAGE_PROCESSES")) {
     if (std::strcmp(forced, "1") == 0) return 1;
     if (std::strcmp(forced, "2") == 0) return 2;
   }
-  const bool static_run =
-      (PageGenState.dynamic & kDynSinglePage) == 0 &&
-      (GenerationOptionsForRun() & (kGenDynamicProducts | kGenDynamicLists)) == 0;
   // A product library may hold connections that must not cross a fork.
-  return pages >= kMinPagesForTwo && static_run && !Verbose() && hProdApiLib == nullptr &&
+  const bool dynamic = (GenerationOptionsForRun() & (kGenDynamicProducts | kGenDynamicLists)) != 0;
+  return pages >= kMinPagesForTwo && !dynamic && !Verbose() && hProdApiLib == nullptr &&
                  sysconf(_SC_NPROCESSORS_ONLN) > 1
              ? 2
              : 1;

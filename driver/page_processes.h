@@ -21,9 +21,9 @@ struct SkuList;
 // How many processes write |pages| product pages: 2 for a static run with
 // enough pages on a machine with more than one processor, when the run is
 // not verbose, reads the products with the built-in reader and serves no
-// pages dynamically; else 1. The environment variable
-// "STOREGEN_PAGE_PROCESSES" set to 1 or 2 decides instead (for comparisons
-// and tests).
+// pages dynamically; else 1. Outside dynamic requests (always 1), the
+// environment variable "STOREGEN_PAGE_PROCESSES" set to 1 or 2 decides
+// instead (for comparisons and tests).
 int PageProcesses(std::size_t pages);
 
 // Calls |head| (the shop home series), then |write| for every node of

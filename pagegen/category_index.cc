@@ -1,20 +1,10 @@
 #include "pagegen/category_index.h"
 
+#include "cgisupport/str_util.h"
 #include "storedata/product_api.h"
 #include "storedata/sku_list.h"
 
 namespace storegen {
-namespace {
-
-std::string Folded(std::string_view s) {
-  std::string folded(s);
-  for (char& c : folded) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return folded;
-}
-
-}  // namespace
 
 void CategoryIndex::Build() {
   built_ = true;
@@ -24,7 +14,7 @@ void CategoryIndex::Build() {
       by_category_.clear();
       return;
     }
-    by_category_[Folded(category->value)].push_back(node);
+    by_category_[AsciiLowered(category->value)].push_back(node);
   }
   usable_ = true;
 }
@@ -34,7 +24,7 @@ const std::vector<const SkuList*>* CategoryIndex::Products(const SkuList* list,
   if (list != list_) return nullptr;
   if (!built_) Build();
   if (!usable_) return nullptr;
-  auto it = by_category_.find(Folded(category));
+  auto it = by_category_.find(AsciiLowered(category));
   return it != by_category_.end() ? &it->second : &none_;
 }
 

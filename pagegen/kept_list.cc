@@ -87,7 +87,7 @@ ListRecording::~ListRecording() {
 }
 
 void ListRecording::StopCapture() {
-  if (block_ != nullptr && out_->capture == &text_) out_->capture = nullptr;
+  if (out_->capture == &text_) out_->capture = nullptr;
 }
 
 void ListRecording::Keep() {
@@ -97,11 +97,9 @@ void ListRecording::Keep() {
   if (g_page_dependent != page_dependent_) return;
   block_->text = std::move(text_);
   block_->end = std::ftell(in_->fp);
-  auto& kept = in_->kept_lists;
-  kept.erase(std::remove_if(kept.begin(), kept.end(),
-                            [&](const auto& k) { return k->offset == block_->offset; }),
-             kept.end());
-  kept.push_back(std::move(block_));
+  // No list of this place is kept: WriteKeptList dropped one it could not
+  // write.
+  in_->kept_lists.push_back(std::move(block_));
 }
 
 }  // namespace storegen

@@ -132,7 +132,7 @@ TemplateInput::ListResume* FindResume(TemplateInput* in, long offset, const std:
 }
 
 void SaveResume(TemplateInput* in, long offset, const std::string& category, int32_t page,
-                const SkuList* node, int32_t index, std::size_t slot) {
+                const SkuList* node, int32_t index) {
   TemplateInput::ListResume* r = FindResume(in, offset, category);
   if (r == nullptr) {
     r = &in->resume.emplace_back();
@@ -142,7 +142,6 @@ void SaveResume(TemplateInput* in, long offset, const std::string& category, int
   r->page = page;
   r->node = node;
   r->index = index;
-  r->slot = slot;
 }
 
 // Where the page's list starts; a negative start is the first position.
@@ -253,15 +252,13 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
       block->category.empty() || ctx.categories == nullptr
           ? nullptr
           : ctx.categories->Products(ctx.sku_list, block->category);
+  // The entry's place among the category's products: its position in the
+  // whole list less the list's start, and the entries of earlier pages still
+  // to pass over.
   std::size_t slot = 0;
   if (members != nullptr) {
-    const TemplateInput::ListResume* r = FindResume(in, offset, block->category);
-    if (r != nullptr && r->page == page) {
-      slot = r->slot;
-    } else {
-      slot = std::min(members->size(), static_cast<std::size_t>(skip));
-      index += static_cast<int32_t>(slot);
-    }
+    slot = std::min(members->size(), static_cast<std::size_t>(index - (start + 1) + skip));
+    index = start + 1 + static_cast<int32_t>(slot);
     skip = 0;
     node = slot < members->size() ? (*members)[slot] : nullptr;
   }
@@ -300,7 +297,7 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
   if (more) {
     CreateNext(out, page, ImageOrNull(block->next_image), ctx, block->category, size);
     if ((ctx.options & kGenDynamicLists) == 0) {
-      SaveResume(in, offset, block->category, page + 1, node, index, slot);
+      SaveResume(in, offset, block->category, page + 1, node, index);
       in->next_page = page + 1;
     }
   }

@@ -46,7 +46,6 @@ struct TemplateInput {
     int32_t page = 0;               // the page this resumes
     const SkuList* node = nullptr;  // the first entry of that page
     int32_t index = 0;              // its position in the whole list, from 1
-    std::size_t slot = 0;           // its place among its category's products
   };
   std::vector<ListResume> resume;
 

@@ -12,6 +12,14 @@ constexpr std::size_t kMaxInMemory = 4 << 20;
 // What a page's text starts with: most pages are a few kilobytes.
 constexpr std::size_t kInitialCapacity = 16 << 10;
 
+// Runs |attempt| to create a file at |path|, and once more after making its
+// directory when that is missing: the directory a run made may have been
+// removed meanwhile.
+template <typename Attempt>
+bool InDirectory(const std::string& path, Attempt attempt) {
+  return attempt() || (errno == ENOENT && EnsurePGPDir(path.c_str()) == 0 && attempt());
+}
+
 }  // namespace
 
 bool PageFile::Open(std::string path) {
@@ -34,10 +42,7 @@ ssize_t PageFile::Write(void* cookie, const char* data, std::size_t n) {
 bool PageFile::Append(const char* data, std::size_t n) {
   if (dropped_) return false;
   if (spill_.fp() == nullptr && text_.size() + n > kMaxInMemory) {
-    if (!spill_.Open(path_) &&
-        (errno != ENOENT || EnsurePGPDir(path_.c_str()) != 0 || !spill_.Open(path_))) {
-      return false;
-    }
+    if (!InDirectory(path_, [this] { return spill_.Open(path_); })) return false;
     if (!spill_.Write(text_.data(), text_.size())) return false;
     std::string().swap(text_);
   }
@@ -58,9 +63,7 @@ bool PageFile::Commit() {
     return false;
   }
   if (spill_.fp() != nullptr) return spill_.Commit(AtomicFile::Sync::kRename);
-  if (WriteWholeFile(path_, text_)) return true;
-  if (errno != ENOENT || EnsurePGPDir(path_.c_str()) != 0) return false;
-  return WriteWholeFile(path_, text_);
+  return InDirectory(path_, [this] { return WriteWholeFile(path_, text_); });
 }
 
 void PageFile::Abandon() {

@@ -31,6 +31,7 @@ double Now() {
 // what a longer earlier line left.
 void Draw(double now, bool last) {
   Progress& p = g_progress;
+  if (p.fd < 0) return;  // counting only
   const double elapsed = now - p.start;
   const double rate = elapsed > 0 ? static_cast<double>(p.written) / elapsed : 0;
   const int64_t total = p.planned > p.written ? p.planned : p.written;
@@ -41,7 +42,6 @@ void Draw(double now, bool last) {
            : std::snprintf(line, sizeof line, "\r%lld/%lld pages, %.0f pages/s\033[K",
                            static_cast<long long>(p.written), static_cast<long long>(total), rate);
   // A terminal that cannot be written to gets no further lines.
-  if (p.fd < 0) return;
   if (n > 0 && write(p.fd, line, static_cast<std::size_t>(n)) < 0) p.on = false;
   p.drawn = now;
 }

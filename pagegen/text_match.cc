@@ -7,16 +7,13 @@
 #include <algorithm>
 
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/str_util.h"
 
 namespace storegen {
 namespace {
 
-char Lower(char c) {
-  return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 bool SameNoCase(char a, char b) {
-  return Lower(a) == Lower(b);
+  return AsciiLower(a) == AsciiLower(b);
 }
 
 }  // namespace
@@ -46,7 +43,7 @@ std::size_t FindNoCase(std::string_view hay, std::string_view needle) {
   if (needle.size() > hay.size()) return std::string_view::npos;
   // Places where the first character stands, in either case, are found
   // sixteen bytes at a time; the rest is compared only there.
-  const char lower = Lower(needle[0]);
+  const char lower = AsciiLower(needle[0]);
   const char upper = lower >= 'a' && lower <= 'z' ? static_cast<char>(lower - 'a' + 'A') : lower;
   const std::string_view rest = needle.substr(1);
   const std::size_t last = hay.size() - needle.size();

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "cgisupport/dyn_lib.h"
+#include "cgisupport/str_util.h"
 #include "driver/runstate/run_state.h"
 #include "storedata/product_db.h"
 
@@ -37,14 +38,10 @@ bool Resolve(void* lib, const char* name, Fn* out) {
   return symbol != nullptr;
 }
 
-unsigned char FoldAscii(unsigned char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<unsigned char>(c - 'A' + 'a') : c;
-}
-
 bool SameNameNoCase(const char* a, const char* b) {
   for (;; ++a, ++b) {
-    const unsigned char x = FoldAscii(static_cast<unsigned char>(*a));
-    if (x != FoldAscii(static_cast<unsigned char>(*b))) return false;
+    const char x = AsciiLower(*a);
+    if (x != AsciiLower(*b)) return false;
     if (x == '\0') return true;
   }
 }
@@ -94,11 +91,9 @@ PAPI_Pair* FindProdAttr(PAPI_Pair* record, const char* name) {
   if (record == nullptr || name == nullptr) return nullptr;
   // Names are compared in ASCII case, as strcasecmp does in the C locale the
   // program runs in; the first letter decides for most pairs.
-  const unsigned char first = FoldAscii(static_cast<unsigned char>(name[0]));
+  const char first = AsciiLower(name[0]);
   for (PAPI_Pair* pair = record; pair->name != nullptr; ++pair) {
-    if (FoldAscii(static_cast<unsigned char>(pair->name[0])) == first &&
-        SameNameNoCase(pair->name, name))
-      return pair;
+    if (AsciiLower(pair->name[0]) == first && SameNameNoCase(pair->name, name)) return pair;
   }
   return nullptr;
 }
@@ -113,28 +108,37 @@ void FreeProdRecord(PAPI_Pair* record) {
 
 PAPI_Pair* CopyProdRecord(const PAPI_Pair* record) {
   if (record == nullptr) return nullptr;
-  std::size_t count = 0;
-  std::size_t text = 0;
-  for (; record[count].name != nullptr; ++count) {
-    text += std::strlen(record[count].name) + 1;
-    if (record[count].value != nullptr) text += std::strlen(record[count].value) + 1;
+  std::vector<ProdPairText> pairs;
+  for (const PAPI_Pair* pair = record; pair->name != nullptr; ++pair) {
+    pairs.push_back({pair->name, pair->value != nullptr
+                                     ? std::optional<std::string_view>(pair->value)
+                                     : std::nullopt});
   }
-  const std::size_t pairs = (count + 1) * sizeof(PAPI_Pair);
-  auto* copy = static_cast<PAPI_Pair*>(std::malloc(pairs + text));
-  if (copy == nullptr) return nullptr;
-  char* out = reinterpret_cast<char*>(copy) + pairs;
-  auto place = [&out](const char* s) {
-    std::size_t n = std::strlen(s) + 1;
-    char* at = static_cast<char*>(std::memcpy(out, s, n));
-    out += n;
+  return ProdRecordOf(pairs);
+}
+
+PAPI_Pair* ProdRecordOf(const std::vector<ProdPairText>& pairs) {
+  std::size_t text = 0;
+  for (const ProdPairText& pair : pairs)
+    text += pair.name.size() + 1 + (pair.value ? pair.value->size() + 1 : 0);
+  const std::size_t count = pairs.size();
+  const std::size_t array = (count + 1) * sizeof(PAPI_Pair);
+  auto* record = static_cast<PAPI_Pair*>(std::malloc(array + text));
+  if (record == nullptr) return nullptr;
+  char* out = reinterpret_cast<char*>(record) + array;
+  auto place = [&out](std::string_view s) {
+    char* at = out;
+    std::memcpy(out, s.data(), s.size());
+    out[s.size()] = '\0';
+    out += s.size() + 1;
     return at;
   };
   for (std::size_t i = 0; i < count; ++i) {
-    copy[i].name = place(record[i].name);
-    copy[i].value = record[i].value != nullptr ? place(record[i].value) : nullptr;
+    record[i].name = place(pairs[i].name);
+    record[i].value = pairs[i].value ? place(*pairs[i].value) : nullptr;
   }
-  copy[count] = PAPI_Pair{nullptr, nullptr};
-  return copy;
+  record[count] = PAPI_Pair{nullptr, nullptr};
+  return record;
 }
 
 }  // namespace storegen

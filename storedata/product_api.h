@@ -4,6 +4,10 @@
 #ifndef STOREGEN_STOREDATA_PRODUCT_API_H_
 #define STOREGEN_STOREDATA_PRODUCT_API_H_
 
+#include <optional>
+#include <string_view>
+#include <vector>
+
 #include "storedata/papi.h"
 
 namespace storegen {
@@ -47,7 +51,7 @@ void ShutdownProdAPI();
 PAPI_Pair* FindProdAttr(PAPI_Pair* record, const char* name);
 const PAPI_Pair* FindProdAttr(const PAPI_Pair* record, const char* name);
 
-// Frees a record made by CopyProdRecord. Null is ignored.
+// Frees a record made by CopyProdRecord or ProdRecordOf. Null is ignored.
 void FreeProdRecord(PAPI_Pair* record);
 
 // A deep copy of |record| in one malloc'd block: the pair array, then every
@@ -57,6 +61,15 @@ void FreeProdRecord(PAPI_Pair* record);
 // copy belongs to the generator and goes back through FreeProdRecord, never
 // to the product API.
 PAPI_Pair* CopyProdRecord(const PAPI_Pair* record);
+
+// The texts of one pair for ProdRecordOf; a value without text stays null.
+struct ProdPairText {
+  std::string_view name;
+  std::optional<std::string_view> value;
+};
+// A record of |pairs| in one malloc'd block laid out as CopyProdRecord lays
+// it out, to be freed with FreeProdRecord. Null when memory runs out.
+PAPI_Pair* ProdRecordOf(const std::vector<ProdPairText>& pairs);
 
 }  // namespace storegen
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "cgisupport/file_identity.h"
+#include "storedata/product_api.h"
 
 namespace storegen {
 namespace {
@@ -218,38 +219,6 @@ struct SplitNameLine {
   std::vector<std::string> names;
 };
 
-// The record of |names| and |values| in one block, as CopyProdRecord lays
-// it out: the pairs and their null pair, then the texts. A name without a
-// value gets psz_NA, as the record read pair by pair does. Null when memory
-// runs out.
-PAPI_Pair* RecordBlock(const std::vector<std::string>& names,
-                       const std::vector<std::string_view>& values) {
-  const std::size_t n = names.size();
-  auto value = [&](std::size_t i) {
-    return i < values.size() ? values[i] : std::string_view(psz_NA);
-  };
-  std::size_t text = 0;
-  for (std::size_t i = 0; i < n; ++i)
-    text += names[i].size() + 1 + value(i).size() + 1;
-  const std::size_t pairs = (n + 1) * sizeof(PAPI_Pair);
-  auto* record = static_cast<PAPI_Pair*>(std::malloc(pairs + text));
-  if (record == nullptr) return nullptr;
-  char* out = reinterpret_cast<char*>(record) + pairs;
-  auto place = [&out](std::string_view s) {
-    char* at = out;
-    std::memcpy(out, s.data(), s.size());
-    out[s.size()] = '\0';
-    out += s.size() + 1;
-    return at;
-  };
-  for (std::size_t i = 0; i < n; ++i) {
-    record[i].name = place(names[i]);
-    record[i].value = place(value(i));
-  }
-  record[n] = PAPI_Pair{nullptr, nullptr};
-  return record;
-}
-
 // Copies the piece of |length| bytes at |offset| into |buf| and terminates it.
 void ReadPiece(int fd, off_t offset, std::size_t length, char* buf) {
   std::size_t done = 0;
@@ -404,7 +373,13 @@ PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position) {
       split->names.emplace_back(name);
     split->valid = true;
   }
-  PAPI_Pair* record = RecordBlock(split->names, SkuFields(line.data()));
+  // A name without a value gets psz_NA, as in the record read pair by pair.
+  const std::vector<std::string_view> values = SkuFields(line.data());
+  std::vector<ProdPairText> pairs;
+  pairs.reserve(split->names.size());
+  for (std::size_t i = 0; i < split->names.size(); ++i)
+    pairs.push_back({split->names[i], i < values.size() ? values[i] : std::string_view(psz_NA)});
+  PAPI_Pair* record = ProdRecordOf(pairs);
   if (position != nullptr) *position = static_cast<int32_t>(std::ftell(fp));
   return record;
 }
