@@ -77,7 +77,7 @@ TEST(PageFileTest, LongPageIsWrittenWholeThroughItsTemporaryFile) {
   EXPECT_EQ(ListDir(dir.path()).size(), 1u);
 }
 
-TEST(PageFileTest, DirectoryRemovedMeanwhileIsMadeAgain) {
+TEST(PageFileTest, MissingDirectoryIsMade) {
   ScopedTempDir dir;
   const std::string path = dir.Path("shop/p.html");
   PageFile page;
