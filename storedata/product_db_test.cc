@@ -42,6 +42,14 @@ Pairs Take(PAPI_Pair* record) {
   return pairs;
 }
 
+// |first|, then a TAB and |prefix| followed by each number from 1 to
+// |count| - 1: a line of many columns.
+std::string Columns(std::string first, const std::string& prefix, int count) {
+  for (int i = 1; i < count; ++i)
+    first += "\t" + prefix + std::to_string(i);
+  return first;
+}
+
 class ProductDbTest : public ::testing::Test {
  protected:
   void Open(const std::string& content) {
@@ -92,13 +100,7 @@ TEST_F(ProductDbTest, RequestedNamesKeepTheCallersCase) {
 }
 
 TEST_F(ProductDbTest, AtMost99AttributesAreUsed) {
-  std::string names = "SKU";
-  std::string values = "X1";
-  for (int i = 1; i < 120; ++i) {
-    names += "\tA" + std::to_string(i);
-    values += "\t" + std::to_string(i);
-  }
-  Open(names + "\n" + values + "\n");
+  Open(Columns("SKU", "A", 120) + "\n" + Columns("X1", "", 120) + "\n");
   Pairs record = Lookup("X1");
   ASSERT_EQ(record.size(), 99u);
   EXPECT_EQ(record.back(), (std::pair<std::string, std::string>{"A98", "98"}));
@@ -126,12 +128,8 @@ TEST_F(ProductDbTest, NoProductsOrNoNameLineEndTheIteration) {
 // A walk that keeps its records gets them in one block each: the same pairs
 // as the walk pair by pair, for every kind of line, with lookups between.
 TEST_F(ProductDbTest, WalkInBlocksGivesTheRecordsOfTheWalk) {
-  std::string names = "SKU\t\tName\tPrice";
-  std::string wide = "W9";
-  for (int i = 1; i < 110; ++i) {
-    names += "\tA" + std::to_string(i);
-    wide += "\t" + std::to_string(i);
-  }
+  const std::string names = Columns("SKU\t\tName\tPrice", "A", 110);
+  const std::string wide = Columns("W9", "", 110);
   Open(names + "\r\nA1\tShirt\r\n\r\n\nB2\t\t9.99\t\nC3\t\t\n" + wide + "\nD4\tCap\t1\t2\t3\n");
   auto block = [](PAPI_Pair* record) {
     Pairs pairs;
