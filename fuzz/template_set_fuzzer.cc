@@ -13,6 +13,8 @@ namespace storegen {
 namespace {
 
 constexpr char kGuard = '\x5A';
+// The buffer display names are read into.
+constexpr int kNameSize = 300;
 
 // Calls |fn| with a buffer of |size| bytes between guard bytes and returns the
 // text it left (the guards and, on a 0 result, the buffer must be untouched).
@@ -48,8 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The n-th name of the iteration is the one that reference n resolves to.
     std::vector<std::string> names;
     for (const TemplateSet* start = set;; start = nullptr) {
-      auto [more, name] = Guarded(
-          300, [&](char* buf, int n) { return PG_TpltGetNextDisplayName(start, buf, n, kind); });
+      auto [more, name] = Guarded(kNameSize, [&](char* buf, int n) {
+        return PG_TpltGetNextDisplayName(start, buf, n, kind);
+      });
       if (!more) break;
       names.push_back(name);
       FUZZ_CHECK(names.size() < 100000, "the iteration does not end");
@@ -57,14 +60,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (std::size_t i = 0; i <= names.size(); ++i) {
       std::string ref = std::to_string(i + 1);
       // Lambdas cannot capture structured bindings in clang 14.
-      std::pair<int, std::string> answer = Guarded(300, [&](char* buf, int n) {
+      std::pair<int, std::string> answer = Guarded(kNameSize, [&](char* buf, int n) {
         return PG_TpltGetDisplayName(set, ref.c_str(), buf, n, kind);
       });
       int found = answer.first;
       const std::string name = answer.second;
       FUZZ_CHECK(found == (i < names.size() ? 1 : 0), "reference " + ref);
-      // An entry without display name is never found by name.
-      if (found && !name.empty()) {
+      // An entry without display name is never found by name, nor one
+      // whose name was cut to the buffer.
+      if (found && !name.empty() && name.size() + 1 < static_cast<std::size_t>(kNameSize)) {
         FUZZ_CHECK(name == names[i], "reference " + ref + " gave \"" + name + "\"");
         // The entry found by that name answers every field look-up, cut to a
         // small buffer.
