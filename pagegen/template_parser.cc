@@ -1,5 +1,6 @@
 #include "pagegen/template_parser.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -151,13 +152,23 @@ int Parser::Run() {
 }
 
 // Takes the longest run at |p| (at most |n| characters) that Feed would
-// only append to the plain text or to the open markup: in plain text
+// only append to the open tag, the plain text or the open markup: in a tag
+// anything but the last character of a closer; in plain text
 // anything but "<", "%" and CR; in markup anything but "<", ">" and "%",
 // and also not "-" in a "<!" markup (which counts dashes), stopping before
 // the character that would make the markup overlong. Returns its length.
 // The markup's second character always goes through the scanner.
 std::size_t Parser::TakeRun(const char* p, std::size_t n) {
-  if (in_tail_ || in_tag_ || !pending_.empty()) return 0;
+  if (in_tail_ || !pending_.empty()) return 0;
+  if (in_tag_) {
+    // Only a closer's last character ("%" or "5") can end a tag; anything
+    // else is added to it, up to the character that makes it overlong.
+    if (tag_.size() + 1 >= kTagSize) return 0;
+    const std::size_t k = SpanWithout(p, std::min(n, kTagSize - 1 - tag_.size()), kOpenPlain.back(),
+                                      kOpenEncoded.back(), kOpenPlain.back(), kOpenEncoded.back());
+    tag_.append(p, k);
+    return k;
+  }
   if (!in_markup_) {
     const std::size_t k = SpanWithout(p, n, '<', '%', '\r', '<');
     if (k > 0) AppendText(std::string_view(p, k));
@@ -328,7 +339,7 @@ Step Parser::CloseMarkup() {
       rc = ProcessAttributes(out_, m, ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
-    if (WriteStoreValueMarker(out_, m, ctx_, image_prefix_)) return Step::kGo;
+    if (WriteStoreValueMarker(out_, markers, ctx_, image_prefix_)) return Step::kGo;
     if (markers.Has("PAGEGEN_TEXT_BEGIN")) {
       ++g_page_dependent;
       rc = BeginTextBlock(out_, m, ctx_);
