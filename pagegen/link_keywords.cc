@@ -210,9 +210,13 @@ constexpr struct {
 // Expands the first keyword of the list found in the markup into |page|.
 // False when none applies.
 bool Expand(std::string_view markup, const PageContext& ctx, PageOutput* out, std::string* page) {
-  if (FindNoCase(markup, "PG_") == std::string_view::npos) return false;  // most markup
+  // Every keyword ends in "#": most markup has none, and is passed over by
+  // that alone.
+  if (markup.find('#') == std::string_view::npos) return false;
+  const MarkerFinder keywords(markup, "PG_");
+  if (!keywords.Any()) return false;
   for (const auto& k : kKeywords) {
-    std::size_t pos = FindNoCase(markup, k.text);
+    std::size_t pos = keywords.Find(k.text);
     if (pos == std::string_view::npos) continue;
     const Found f{markup, pos, k.text.size()};
     switch (k.keyword) {

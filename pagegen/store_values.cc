@@ -86,10 +86,10 @@ std::string StoreImagePath(std::string_view value, std::string_view page_path,
   return std::string(prefix) + std::string(value);
 }
 
-bool WriteStoreValueMarker(PageOutput* out, std::string_view marker, const PageContext& ctx,
+bool WriteStoreValueMarker(PageOutput* out, const MarkerFinder& markers, const PageContext& ctx,
                            std::string_view image_prefix) {
   static constexpr struct {
-    const char* marker;
+    std::string_view marker;
     const char* key;  // null: composed below
   } kMarkers[] = {
       {"PAGEGEN_STORENAME", "ShopName"},       {"PAGEGEN_BODYTAG", nullptr},
@@ -98,9 +98,8 @@ bool WriteStoreValueMarker(PageOutput* out, std::string_view marker, const PageC
       {"PAGEGEN_STOREADDR2", "StoreAddress2"}, {"PAGEGEN_STOREEMAIL", "StoreEmail"},
       {"PAGEGEN_CURRENCYSYMBOL", "Currency"},  {"PAGEGEN_STOREWELCOME", "StoreWelcome"},
   };
-  const MarkerFinder markers(marker);
   for (const auto& m : kMarkers) {
-    std::string_view name = m.marker;
+    const std::string_view name = m.marker;
     if (!markers.Has(name)) continue;
     std::string value;
     if (name == "PAGEGEN_BODYTAG") {

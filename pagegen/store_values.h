@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "pagegen/page_context.h"
+#include "pagegen/text_match.h"
 
 namespace storegen {
 
@@ -29,12 +30,12 @@ bool SetStoreConfigItem(const char* store_cfg, const char* key, const std::strin
 std::string StoreImagePath(std::string_view value, std::string_view page_path,
                            std::string_view prefix);
 
-// When |marker| holds one of the markers above (any case, tested in the order
-// listed), writes that marker's output in its place and returns true; returns
-// false, writing nothing, for any other markup. |image_prefix| is the prefix
+// When |markers| (the "PAGEGEN_" finder of a markup) finds one of the markers
+// above (any case, tested in the order listed), writes that marker's output in its place and
+// returns true; returns false, writing nothing, for any other markup. |image_prefix| is the prefix
 // of relative store images (see StoreImagePath). The images of the body tag
 // and the logo are registered as secure files of ctx.set.
-bool WriteStoreValueMarker(PageOutput* out, std::string_view marker, const PageContext& ctx,
+bool WriteStoreValueMarker(PageOutput* out, const MarkerFinder& markers, const PageContext& ctx,
                            std::string_view image_prefix);
 
 }  // namespace storegen

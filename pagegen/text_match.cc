@@ -64,26 +64,29 @@ bool EqualsNoCase(std::string_view a, std::string_view b) {
          std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return SameNoCase(x, y); });
 }
 
-MarkerFinder::MarkerFinder(std::string_view markup) : markup_(markup) {
-  constexpr std::string_view kPrefix = "PAGEGEN_";
+MarkerFinder::MarkerFinder(std::string_view markup, std::string_view prefix)
+    : markup_(markup), prefix_size_(prefix.size()) {
   for (std::size_t from = 0; from < markup.size();) {
-    const std::size_t at = FindNoCase(markup.substr(from), kPrefix);
+    const std::size_t at = FindNoCase(markup.substr(from), prefix);
     if (at == std::string_view::npos) break;
     if (count_ == at_.size()) {
       more_ = true;
       break;
     }
     at_[count_++] = from + at;
-    from += at + kPrefix.size();  // "PAGEGEN_" cannot overlap itself
+    from += at + prefix.size();  // the prefix cannot overlap itself
   }
 }
 
-bool MarkerFinder::Has(std::string_view name) const {
-  if (more_) return FindNoCase(markup_, name) != std::string_view::npos;
+std::size_t MarkerFinder::Find(std::string_view name) const {
+  if (more_) return FindNoCase(markup_, name);
+  // The prefix stands at every place found: only the rest of the name is
+  // compared there.
+  const std::string_view rest = name.substr(std::min(prefix_size_, name.size()));
   for (std::size_t i = 0; i < count_; ++i) {
-    if (StartsWithNoCase(markup_.substr(at_[i]), name)) return true;
+    if (StartsWithNoCase(markup_.substr(at_[i] + prefix_size_), rest)) return at_[i];
   }
-  return false;
+  return std::string_view::npos;
 }
 
 std::string_view BaseName(std::string_view path) {

@@ -24,20 +24,25 @@ bool StartsWithNoCase(std::string_view text, std::string_view prefix);
 // True when |a| and |b| are equal, ignoring ASCII case.
 bool EqualsNoCase(std::string_view a, std::string_view b);
 
-// Finds the page generator's markers ("PAGEGEN_...") in a markup: the
-// places of "PAGEGEN_" are found once, and each marker name is then
-// compared at those places only, so that looking a markup over for every
-// marker costs one search.
+// Finds names that share a prefix in a markup, ignoring ASCII case: the
+// page generator's markers ("PAGEGEN_...") or link keywords ("PG_..."). The
+// places of the prefix are found once, and each name is then compared at
+// those places only, so that looking a markup over for every name costs one
+// search. The prefix must not overlap itself (no proper suffix of it is also
+// its prefix), so that its places are all found by one pass.
 class MarkerFinder {
  public:
-  explicit MarkerFinder(std::string_view markup);
-  // FindNoCase(markup, name) != npos, for a |name| that starts with
-  // "PAGEGEN_".
-  bool Has(std::string_view name) const;
+  explicit MarkerFinder(std::string_view markup, std::string_view prefix = "PAGEGEN_");
+  // FindNoCase(markup, name), for a |name| that starts with the prefix.
+  std::size_t Find(std::string_view name) const;
+  bool Has(std::string_view name) const { return Find(name) != std::string_view::npos; }
+  // True when the prefix stands anywhere in the markup.
+  bool Any() const { return count_ > 0 || more_; }
 
  private:
   std::string_view markup_;
-  std::array<std::size_t, 4> at_{};  // where "PAGEGEN_" stands, in any case
+  std::size_t prefix_size_;
+  std::array<std::size_t, 4> at_{};  // where the prefix stands, in any case
   std::size_t count_ = 0;
   bool more_ = false;  // more places than |at_| holds: names are searched for
 };

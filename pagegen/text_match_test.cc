@@ -47,5 +47,31 @@ TEST(TextMatch, SearchesAgreeWithAByteByByteScan) {
   EXPECT_EQ(FindNoCase("<!-- pageGen_StoreName -->", "PAGEGEN_STORENAME"), 5u);
 }
 
+// The finder looks names up only where their prefix stands: it must find
+// what a search of the whole markup finds, also with more places of the
+// prefix than it keeps.
+TEST(TextMatch, MarkerFinderAgreesWithASearch) {
+  std::mt19937 rng(11);
+  const std::string alphabet = "pPgG_aA#";
+  auto text = [&](std::size_t n) {
+    std::string s;
+    for (std::size_t i = 0; i < n; ++i)
+      s += alphabet[rng() % alphabet.size()];
+    return s;
+  };
+  for (int round = 0; round < 3000; ++round) {
+    const std::string markup = text(rng() % 60);
+    const MarkerFinder finder(markup, "PG_");
+    EXPECT_EQ(finder.Any(), FindNoCase(markup, "PG_") != std::string_view::npos) << markup;
+    for (int k = 0; k < 4; ++k) {
+      const std::string name = "PG_" + text(rng() % 3);
+      EXPECT_EQ(finder.Find(name), FindNoCase(markup, name)) << markup << " / " << name;
+    }
+  }
+  const MarkerFinder markers("<!-- pagegen_storeName -->");
+  EXPECT_TRUE(markers.Has("PAGEGEN_STORENAME"));
+  EXPECT_FALSE(markers.Has("PAGEGEN_STORENAMES"));
+}
+
 }  // namespace
 }  // namespace storegen
