@@ -13,17 +13,21 @@ char Folded(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+// n characters drawn from alphabet: few letters, so that near misses and
+// matches at every offset are common.
+std::string RandomText(std::mt19937& rng, std::string_view alphabet, std::size_t n) {
+  std::string s;
+  for (std::size_t i = 0; i < n; ++i)
+    s += alphabet[rng() % alphabet.size()];
+  return s;
+}
+
 // The searches scan many bytes at a time: they must find what a byte by
 // byte comparison finds, at every length and alignment.
 TEST(TextMatch, SearchesAgreeWithAByteByByteScan) {
   std::mt19937 rng(7);
   const std::string alphabet = "pPgG_<>%-!aA\r0";
-  auto text = [&](std::size_t n) {
-    std::string s;
-    for (std::size_t i = 0; i < n; ++i)
-      s += alphabet[rng() % alphabet.size()];
-    return s;
-  };
+  auto text = [&](std::size_t n) { return RandomText(rng, alphabet, n); };
   for (int round = 0; round < 3000; ++round) {
     const std::string hay = text(rng() % 70);
     const std::string needle = text(1 + rng() % 4);
@@ -53,12 +57,7 @@ TEST(TextMatch, SearchesAgreeWithAByteByByteScan) {
 TEST(TextMatch, MarkerFinderAgreesWithASearch) {
   std::mt19937 rng(11);
   const std::string alphabet = "pPgG_aA#";
-  auto text = [&](std::size_t n) {
-    std::string s;
-    for (std::size_t i = 0; i < n; ++i)
-      s += alphabet[rng() % alphabet.size()];
-    return s;
-  };
+  auto text = [&](std::size_t n) { return RandomText(rng, alphabet, n); };
   for (int round = 0; round < 3000; ++round) {
     const std::string markup = text(rng() % 60);
     const MarkerFinder finder(markup, "PG_");
