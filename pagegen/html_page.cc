@@ -20,6 +20,7 @@
 #include "pagegen/page_file.h"
 #include "pagegen/progress.h"
 #include "pagegen/template_parser.h"
+#include "pagegen/template_pieces.h"
 #include "pagegen/text_blocks.h"
 #include "pagegen/text_match.h"
 #include "storedata/sku_list.h"
@@ -36,6 +37,8 @@ constexpr off_t kMaxTemplateInMemory = 256 * 1024;
 struct TemplateText {
   FileIdentity identity;
   std::string text;
+  // Cut as pages are written from this version.
+  std::unique_ptr<TemplatePieces> pieces;
 };
 
 // The settled templates' texts, by path. A page's stream holds its text, so
@@ -68,6 +71,7 @@ std::shared_ptr<const TemplateText> TemplateTextOf(const char* path) {
   close(fd);
   if (!ok) return nullptr;
   text->identity = FileIdentity(opened);
+  text->pieces = std::make_unique<TemplatePieces>(text->text);
   if (ChangedRecently(text->identity)) {
     if (it != kept.end()) kept.erase(it);
   } else {
@@ -96,6 +100,8 @@ class TemplateStream {
   // The text's version: the same while the file is unchanged; null when the
   // file itself is read.
   std::shared_ptr<const void> version() const { return text_; }
+  // The text's pieces; null when the file itself is read.
+  TemplatePieces* pieces() const { return text_ != nullptr ? text_->pieces.get() : nullptr; }
   void Close() {
     if (fp_ != nullptr) std::fclose(fp_);
     fp_ = nullptr;
@@ -213,6 +219,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
 
     in.fp = tmpl.get();
     in.text_version = tmpl.version();
+    in.pieces = tmpl.pieces();
     out.text_blocks = 0;
     int rc = ParseTemplate(&in, &out, ctx);
     AbandonTextBlock(&out);

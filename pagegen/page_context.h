@@ -21,6 +21,7 @@ struct AttributePool;
 class CategoryIndex;
 struct KeptListBlock;
 struct SkuList;
+class TemplatePieces;
 struct TemplateSet;
 
 // The open template. The parser keeps the stream position exact: after a
@@ -55,6 +56,10 @@ struct TemplateInput {
   // series are kept for the next while it stays the same (kept_list.h).
   std::shared_ptr<const void> text_version;
   std::vector<std::shared_ptr<KeptListBlock>> kept_lists;
+
+  // The pieces of the template text when it is in memory (the text |fp|
+  // reads), shared by the pages of that version; null: scanned as read.
+  TemplatePieces* pieces = nullptr;
 };
 
 // The page being written. All output goes through WriteOutput.

@@ -15,6 +15,7 @@
 #include "pagegen/list_blocks.h"
 #include "pagegen/store_values.h"
 #include "pagegen/tag_values.h"
+#include "pagegen/template_pieces.h"
 #include "pagegen/text_blocks.h"
 #include "pagegen/text_match.h"
 
@@ -24,19 +25,9 @@ int32_t g_template_nesting = 0;
 
 namespace {
 
-constexpr std::size_t kChunkSize = 1000;   // template reads
-constexpr std::size_t kTextSize = 1000;    // plain text written in blocks of this size
-constexpr std::size_t kMarkupSize = 2400;  // longer markup passes through unprocessed
-constexpr std::size_t kTagSize = 2400;     // longer tags pass through unprocessed
+constexpr std::size_t kChunkSize = 1000;  // template reads
+constexpr std::size_t kTextSize = 1000;   // plain text written in blocks of this size
 constexpr int32_t kMaxNesting = 10000;
-
-constexpr std::string_view kOpenPlain = "%%";
-constexpr std::string_view kOpenEncoded = "%25%25";
-
-bool EndsWithCloser(std::string_view s, std::size_t min_length) {
-  return (s.ends_with(kOpenPlain) && s.size() >= min_length + kOpenPlain.size()) ||
-         (s.ends_with(kOpenEncoded) && s.size() >= min_length + kOpenEncoded.size());
-}
 
 // What relative store images get in front: the secure store directory on
 // secure pages (when the store has one), else the page path.
@@ -66,15 +57,27 @@ using ListBlockFn = int (*)(TemplateInput*, PageOutput*, std::string_view, long,
 class Parser {
  public:
   Parser(TemplateInput* in, PageOutput* out, const PageContext& ctx)
-      : in_(in), out_(out), ctx_(ctx), chunk_(kChunkSize), image_prefix_(ImagePrefix(ctx)) {}
+      : in_(in),
+        out_(out),
+        ctx_(ctx),
+        pieces_(in != nullptr ? in->pieces : nullptr),
+        image_prefix_(ImagePrefix(ctx)) {
+    if (pieces_ == nullptr) chunk_.resize(kChunkSize);
+  }
 
   int Run();
 
  private:
+  // Not inlined into Run: Run's frame is on the stack once per nested list
+  // block.
+  [[gnu::noinline]] Step Scan(std::string_view chunk, long start);
+  bool Clean() const { return !in_markup_ && !in_tag_ && !in_tail_ && pending_.empty(); }
+  [[gnu::noinline]] Step TakePieces(std::size_t offset, std::size_t* next);
   Step Feed(char c);
   Step Ordinary(char c);
   std::size_t TakeRun(const char* p, std::size_t n);
   Step CloseMarkup();
+  Step HandleMarkup(std::string_view m);
   Step HandOver(ListBlockFn block, std::string marker);
   Step RunBlock();
   Step EndBlock();
@@ -95,7 +98,8 @@ class Parser {
   TemplateInput* in_;
   PageOutput* out_;
   const PageContext& ctx_;
-  std::vector<char> chunk_;
+  TemplatePieces* pieces_;    // the template's pieces, when its text is in memory
+  std::vector<char> chunk_;   // else: the template is read in chunks
   std::string image_prefix_;  // secure prefix, or the page path
 
   std::string text_;             // plain text not yet written
@@ -123,32 +127,94 @@ class Parser {
 // the heap.
 int Parser::Run() {
   FILE* fp = in_ != nullptr ? in_->fp : nullptr;
+  long at = fp != nullptr ? std::ftell(fp) : 0;
   while (fp != nullptr) {
-    long start = std::ftell(fp);
-    std::size_t n = std::fread(chunk_.data(), 1, chunk_.size(), fp);
-    if (std::ferror(fp)) {
-      VerbosePrintf("Error reading template file\n");
-      return -10;
+    std::string_view chunk;
+    if (pieces_ != nullptr) {
+      // The text in memory is one chunk; the stream's position is set only
+      // where a list block or the caller reads it.
+      const std::string_view text = pieces_->text();
+      chunk = text.substr(std::min(static_cast<std::size_t>(std::max(at, 0L)), text.size()));
+    } else {
+      const std::size_t n = std::fread(chunk_.data(), 1, chunk_.size(), fp);
+      if (std::ferror(fp)) {
+        VerbosePrintf("Error reading template file\n");
+        return -10;
+      }
+      chunk = std::string_view(chunk_.data(), n);
     }
-    if (n == 0) break;
-    Step step = Step::kGo;
-    for (std::size_t i = 0; i < n && step == Step::kGo; ++i) {
-      // A run of characters that change nothing but the text or markup
-      // being collected is taken at once; the character behind it goes
-      // through the scanner.
-      i += TakeRun(chunk_.data() + i, n - i);
-      if (i == n) break;
-      pos_ = start + static_cast<long>(i) + 1;
-      step = Feed(chunk_[i]);
+    if (chunk.empty()) break;
+    Step step = Scan(chunk, at);
+    if (step == Step::kGo) {
+      at += static_cast<long>(chunk.size());
+      continue;
     }
-    if (step == Step::kGo) pos_ = start + static_cast<long>(n);
     // After a list block the stream stands behind its end marker; the rest
     // of this chunk is read again from there.
     if (step == Step::kHandOver) step = RunBlock();
     if (step == Step::kReturn) return rc_;
+    at = std::ftell(fp);
   }
+  if (pieces_ != nullptr) std::fseek(fp, at, SEEK_SET);
   Finish();
   return result_;
+}
+
+// Scans |chunk|, which starts at the stream offset |start|, through the
+// pieces where the scanner stands clean and character by character
+// elsewhere. Returns kGo at the chunk's end.
+Step Parser::Scan(std::string_view chunk, long start) {
+  const char* p = chunk.data();
+  const std::size_t n = chunk.size();
+  for (std::size_t i = 0; i < n;) {
+    if (pieces_ != nullptr && Clean()) {
+      std::size_t next = 0;
+      const Step step = TakePieces(static_cast<std::size_t>(start) + i, &next);
+      if (step != Step::kGo) return step;
+      i = next - static_cast<std::size_t>(start);
+      if (i >= n) break;
+    }
+    // A run of characters that change nothing but the text or markup
+    // being collected is taken at once; the character behind it goes
+    // through the scanner.
+    i += TakeRun(p + i, n - i);
+    if (i == n) break;
+    pos_ = start + static_cast<long>(i) + 1;
+    const Step step = Feed(p[i++]);
+    if (step != Step::kGo) return step;
+  }
+  pos_ = start + static_cast<long>(n);
+  return Step::kGo;
+}
+
+// Writes pieces from |offset| on while they reach: each piece's text, then
+// its tag or markup handled as the scanner would. *next gets where the
+// scanner goes on (the text's end when the pieces reached it).
+Step Parser::TakePieces(std::size_t offset, std::size_t* next) {
+  FlushText();
+  for (;;) {
+    const TemplatePiece& piece = pieces_->At(offset, script_);
+    WriteOutput(out_, piece.text);
+    offset = piece.next;
+    *next = offset;
+    pos_ = static_cast<long>(offset);
+    switch (piece.end) {
+      case TemplatePiece::End::kScanner:
+      case TemplatePiece::End::kEndOfText:
+        return Step::kGo;
+      case TemplatePiece::End::kTag: {
+        int warning = 0;
+        WriteOutput(out_, ResolveTemplateTag(piece.item, ctx_, image_prefix_, &warning));
+        if (warning != 0) result_ = warning;
+        break;
+      }
+      case TemplatePiece::End::kMarkup: {
+        const Step step = HandleMarkup(piece.item);
+        if (step != Step::kGo) return step;
+        break;
+      }
+    }
+  }
 }
 
 // Takes the longest run at |p| (at most |n| characters) that Feed would
@@ -163,9 +229,10 @@ std::size_t Parser::TakeRun(const char* p, std::size_t n) {
   if (in_tag_) {
     // Only a closer's last character ("%" or "5") can end a tag; anything
     // else is added to it, up to the character that makes it overlong.
-    if (tag_.size() + 1 >= kTagSize) return 0;
-    const std::size_t k = SpanWithout(p, std::min(n, kTagSize - 1 - tag_.size()), kOpenPlain.back(),
-                                      kOpenEncoded.back(), kOpenPlain.back(), kOpenEncoded.back());
+    if (tag_.size() + 1 >= kTemplateTagSize) return 0;
+    const std::size_t k =
+        SpanWithout(p, std::min(n, kTemplateTagSize - 1 - tag_.size()), kTagOpenPlain.back(),
+                    kTagOpenEncoded.back(), kTagOpenPlain.back(), kTagOpenEncoded.back());
     tag_.append(p, k);
     return k;
   }
@@ -175,9 +242,9 @@ std::size_t Parser::TakeRun(const char* p, std::size_t n) {
     return k;
   }
   // The character behind the "<" decides whether dashes count.
-  if (markup_.size() < 2 || markup_.size() + 1 >= kMarkupSize) return 0;
+  if (markup_.size() < 2 || markup_.size() + 1 >= kTemplateMarkupSize) return 0;
   const bool dashes = markup_[1] == '!' && !script_;
-  const std::size_t room = kMarkupSize - 1 - markup_.size();
+  const std::size_t room = kTemplateMarkupSize - 1 - markup_.size();
   if (n > room) n = room;
   const std::size_t k = SpanWithout(p, n, '<', '>', '%', dashes ? '-' : '<');
   if (k > 0) {
@@ -199,14 +266,14 @@ Step Parser::Feed(char c) {
   if (pending_.empty() && c != '%') return Ordinary(c);
 
   pending_ += c;
-  if (pending_ == kOpenPlain || pending_ == kOpenEncoded) {
+  if (pending_ == kTagOpenPlain || pending_ == kTagOpenEncoded) {
     tag_ = std::move(pending_);
     pending_.clear();
     opener_length_ = tag_.size();
     in_tag_ = true;
     return Step::kGo;
   }
-  if (kOpenEncoded.starts_with(pending_)) return Step::kGo;
+  if (kTagOpenEncoded.starts_with(pending_)) return Step::kGo;
   // Not an opener after all: its "%" is an ordinary character, and the
   // characters behind it are looked at again.
   std::string rest = pending_.substr(1);
@@ -222,12 +289,12 @@ Step Parser::Feed(char c) {
 void Parser::TagChar(char c) {
   tag_ += c;
   // A closer ends with the last character of "%%" or "%25%25".
-  if ((c == kOpenPlain.back() || c == kOpenEncoded.back()) &&
-      EndsWithCloser(tag_, opener_length_)) {
+  if ((c == kTagOpenPlain.back() || c == kTagOpenEncoded.back()) &&
+      EndsWithTagCloser(tag_, opener_length_)) {
     in_tag_ = false;
     std::string tag = std::move(tag_);
     tag_.clear();
-    if (tag.size() >= kTagSize) {
+    if (tag.size() >= kTemplateTagSize) {
       Emit(tag);
     } else {
       int warning = 0;
@@ -236,12 +303,12 @@ void Parser::TagChar(char c) {
     }
     return;
   }
-  if (tag_.size() >= kTagSize) {
+  if (tag_.size() >= kTemplateTagSize) {
     // Written as it stands; its rest, up to and including the closer, is
     // plain text.
     in_tag_ = false;
     in_tail_ = true;
-    tail_ = tag_.substr(tag_.size() - (kOpenEncoded.size() - 1));
+    tail_ = tag_.substr(tag_.size() - (kTagOpenEncoded.size() - 1));
     std::string tag = std::move(tag_);
     tag_.clear();
     Emit(tag);
@@ -255,8 +322,8 @@ void Parser::TailChar(char c) {
     AppendText(std::string_view(&c, 1));
   }
   tail_ += c;
-  if (tail_.size() > kOpenEncoded.size()) tail_.erase(0, tail_.size() - kOpenEncoded.size());
-  if (EndsWithCloser(tail_, 0)) in_tail_ = false;
+  if (tail_.size() > kTagOpenEncoded.size()) tail_.erase(0, tail_.size() - kTagOpenEncoded.size());
+  if (EndsWithTagCloser(tail_, 0)) in_tail_ = false;
 }
 
 Step Parser::Ordinary(char c) {
@@ -286,7 +353,7 @@ Step Parser::Ordinary(char c) {
   }
   markup_ += c;
   if (c == '>' && !in_comment_) return CloseMarkup();
-  if (markup_.size() >= kMarkupSize) WriteMarkupAsText();
+  if (markup_.size() >= kTemplateMarkupSize) WriteMarkupAsText();
   return Step::kGo;
 }
 
@@ -295,12 +362,16 @@ Step Parser::CloseMarkup() {
   // that neither buffer is allocated again for every markup.
   closed_.swap(markup_);
   markup_.clear();
-  const std::string& m = closed_;
   in_markup_ = in_comment_ = dash_ = false;
-  if (m.size() >= kMarkupSize) {
-    WriteOutput(out_, m);
+  if (closed_.size() >= kTemplateMarkupSize) {
+    WriteOutput(out_, closed_);
     return Step::kGo;
   }
+  return HandleMarkup(closed_);
+}
+
+// Handles the closed markup |m|, shorter than the markup limit.
+Step Parser::HandleMarkup(std::string_view m) {
   const bool bang = m.size() >= 2 && m[1] == '!';
   // Markers are looked for in "<!" markup only.
   const MarkerFinder markers(bang ? std::string_view(m) : std::string_view());
@@ -311,7 +382,7 @@ Step Parser::CloseMarkup() {
         VerbosePrintf("No category database exists, and template set uses category tags\n");
         return Fail(-17);
       }
-      return HandOver(ProcessCatListBegin, m);
+      return HandOver(ProcessCatListBegin, std::string(m));
     }
     if (markers.Has("PAGEGEN_CATEGORYLIST_END") && CatList > 0) {
       --CatList;
@@ -322,7 +393,7 @@ Step Parser::CloseMarkup() {
     const bool lists = ctx_.product_lists || ctx_.sku_list != nullptr;
     if (lists && markers.Has("PAGEGEN_PRODUCTLIST_BEGIN")) {
       ++g_page_dependent;
-      return HandOver(ProcessProdListBegin, m);
+      return HandOver(ProcessProdListBegin, std::string(m));
     }
     if (lists && markers.Has("PAGEGEN_PRODUCTLIST_END") && ProdList > 0) {
       --ProdList;
@@ -409,7 +480,7 @@ void Parser::AppendText(std::string_view s) {
 
 void Parser::AppendMarkup(std::string_view s) {
   markup_ += s;
-  if (markup_.size() >= kMarkupSize) WriteMarkupAsText();
+  if (markup_.size() >= kTemplateMarkupSize) WriteMarkupAsText();
 }
 
 void Parser::StartMarkup() {
@@ -452,15 +523,17 @@ int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx) {
 }
 
 int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
-                      std::string_view page_file) {
+                      std::string_view page_file, bool pieces) {
   FilePtr in(text.empty() ? std::tmpfile()
                           : fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
   char* buf = nullptr;
   std::size_t length = 0;
   FILE* out_fp = open_memstream(&buf, &length);
 
+  TemplatePieces text_pieces(text);
   TemplateInput input;
   input.fp = in.get();
+  if (pieces && in != nullptr && !text.empty()) input.pieces = &text_pieces;
   PageOutput output;
   output.fp = out_fp;
   output.file_name = page_file;

@@ -2,9 +2,10 @@
 // and category tags ("%%PRODUCT.name%%", "%%CATEGORY.name%%" and their
 // "%25%25" forms), the "PAGEGEN_" markers inside "<!" markup (store values,
 // cached text blocks, list blocks, attribute controls), and handing every
-// other markup to link rewriting. The template is read in 1000-byte chunks and
-// never held whole in memory. Not reentrant: the nesting counter and the
-// list-block counters are process-wide.
+// other markup to link rewriting. A template held in memory is parsed through
+// its pieces (template_pieces.h), one read from its file in 1000-byte chunks
+// character by character, with the same result. Not reentrant: the nesting
+// counter and the list-block counters are process-wide.
 #ifndef STOREGEN_PAGEGEN_TEMPLATE_PARSER_H_
 #define STOREGEN_PAGEGEN_TEMPLATE_PARSER_H_
 
@@ -37,9 +38,11 @@ int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx);
 
 // Parses |text| as a template into |page| (replaced), for tests and fuzzers.
 // |page_file| is the page's file name, which keys the text-block caches
-// (empty: none). Returns what ParseTemplate returned.
+// (empty: none). With |pieces| the text is parsed through its pieces, as
+// templates in memory are; without, character by character, as templates
+// read from their files are. Returns what ParseTemplate returned.
 int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
-                      std::string_view page_file = "");
+                      std::string_view page_file = "", bool pieces = true);
 
 }  // namespace storegen
 

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <functional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -307,10 +308,67 @@ TEST_F(TemplateParserTest, OverlongMarkupAndTagsPassThroughUnchanged) {
 TEST_F(TemplateParserTest, TagsAndMarkupAcrossChunkBoundaries) {
   ctx_.product = kProduct;
   for (std::size_t pad = 985; pad <= 1001; ++pad) {
-    std::string lead(pad, '.');
-    EXPECT_EQ(Parse(lead + "%25%25PRODUCT.NAME%25%25|<!--PAGEGEN_STORENAME-->"),
-              lead + "Kettle|Corner Shop")
-        << pad;
+    const std::string lead(pad, '.');
+    std::string page;
+    // Read in chunks, as a template too large to be held in memory is.
+    ParseTemplateText(lead + "%25%25PRODUCT.NAME%25%25|<!--PAGEGEN_STORENAME-->", ctx_, &page, "",
+                      false);
+    EXPECT_EQ(page, lead + "Kettle|Corner Shop") << pad;
+  }
+}
+
+// Templates in memory are parsed through their pieces, others character by
+// character: both must write the same page and return the same code, for
+// any text, also where a piece hands over to the scanner.
+TEST_F(TemplateParserTest, PiecesAgreeWithTheScanner) {
+  static int connection = 0;  // outlives the fixture's context
+  ctx_.cat_db = &connection;
+  ctx_.product = kProduct;
+  const std::vector<std::string> fragments = {"text ",
+                                              "<",
+                                              ">",
+                                              "<!",
+                                              "-",
+                                              "--",
+                                              "%",
+                                              "%%",
+                                              "%2",
+                                              "%25",
+                                              "%25%25",
+                                              "5",
+                                              "\r",
+                                              "\n",
+                                              "x",
+                                              "%%PRODUCT.NAME%%",
+                                              "%25%25PRODUCT.PRICE%25%25",
+                                              "%%CATEGORY.BLURB%%",
+                                              "<b>",
+                                              "</b>",
+                                              "<a href=\"x.html\">",
+                                              "<img src=%%PRODUCT.GRAPHIC%%>",
+                                              "<SCRIPT>",
+                                              "</script>",
+                                              "<!-- PAGEGEN_STORENAME -->",
+                                              "<!-- a -- b -->",
+                                              "<!--PAGEGEN_CATEGORYLIST_BEGIN-->",
+                                              "<!--PAGEGEN_CATEGORYLIST_END-->",
+                                              "<!-- PG_HOME# -->",
+                                              "<a href=\"ADDTOCART#A-100\">",
+                                              std::string(2398, 'y')};
+  std::mt19937 rng(5);
+  for (int round = 0; round < 3000; ++round) {
+    std::string text;
+    for (int n = 1 + static_cast<int>(rng() % 25); n > 0; --n)
+      text += fragments[rng() % fragments.size()];
+    std::string scanned;
+    std::string cut;
+    const int scanned_rc = ParseTemplateText(text, ctx_, &scanned, "", false);
+    ASSERT_EQ(g_template_nesting, 0);
+    CatList = ProdList = 0;
+    const int cut_rc = ParseTemplateText(text, ctx_, &cut, "", true);
+    CatList = ProdList = 0;
+    ASSERT_EQ(cut, scanned) << text;
+    ASSERT_EQ(cut_rc, scanned_rc) << text;
   }
 }
 

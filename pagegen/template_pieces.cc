@@ -1,0 +1,119 @@
+#include "pagegen/template_pieces.h"
+
+namespace storegen {
+namespace {
+
+// The length of the tag opener at |at|, or 0. *open_at_end tells that the
+// text ends in what could still have become an opener.
+std::size_t OpenerAt(std::string_view text, std::size_t at, bool* open_at_end) {
+  const std::string_view rest = text.substr(at);
+  if (rest.starts_with(kTagOpenPlain)) return kTagOpenPlain.size();
+  if (rest.starts_with(kTagOpenEncoded)) return kTagOpenEncoded.size();
+  *open_at_end = kTagOpenEncoded.starts_with(rest);
+  return 0;
+}
+
+}  // namespace
+
+TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool script) {
+  TemplatePiece piece;
+  // Where the scanner takes over when the piece cannot reach further: a
+  // place where it stands clean, as at the piece's start.
+  auto hand_to_scanner = [&](std::size_t at) {
+    piece.end = TemplatePiece::End::kScanner;
+    piece.next = at;
+    return piece;
+  };
+  std::size_t i = offset;
+  while (i < text.size()) {
+    const char c = text[i];
+    if (c == '\r') {
+      ++i;
+      continue;
+    }
+    if (c == '%') {
+      bool open_at_end = false;
+      const std::size_t opener = OpenerAt(text, i, &open_at_end);
+      if (open_at_end) return hand_to_scanner(i);
+      if (opener == 0) {
+        piece.text += c;
+        ++i;
+        continue;
+      }
+      std::string tag(text.substr(i, opener));
+      for (std::size_t k = i + opener; k < text.size(); ++k) {
+        const char t = text[k];
+        tag += t;
+        if (tag.size() >= kTemplateTagSize) break;
+        if ((t == kTagOpenPlain.back() || t == kTagOpenEncoded.back()) &&
+            EndsWithTagCloser(tag, opener)) {
+          piece.item = std::move(tag);
+          piece.end = TemplatePiece::End::kTag;
+          piece.next = k + 1;
+          return piece;
+        }
+      }
+      return hand_to_scanner(i);  // overlong, or open at the end
+    }
+    if (c != '<') {
+      piece.text += c;
+      ++i;
+      continue;
+    }
+    // A markup: up to its ">" outside a comment. Another "<" outside a
+    // comment writes what came before as text and starts again there.
+    std::string markup = "<";
+    bool in_comment = false;
+    bool dash = false;
+    std::size_t k = i + 1;
+    for (;; ++k) {
+      if (k == text.size()) return hand_to_scanner(i);  // dropped at the end
+      const char m = text[k];
+      if (m == '%') {
+        bool open_at_end = false;
+        if (OpenerAt(text, k, &open_at_end) != 0 || open_at_end) return hand_to_scanner(i);
+      }
+      if (m == '<' && !in_comment) {
+        piece.text += markup;
+        markup.assign(1, '<');
+        dash = false;
+        i = k;
+        continue;
+      }
+      // In "<!" markup outside scripts, a pair of dashes opens or closes a
+      // comment.
+      if (markup.size() >= 2 && markup[1] == '!' && !script) {
+        if (m != '-') {
+          dash = false;
+        } else if (dash) {
+          in_comment = !in_comment;
+          dash = false;
+        } else {
+          dash = true;
+        }
+      }
+      markup += m;
+      if (markup.size() >= kTemplateMarkupSize) return hand_to_scanner(i);
+      if (m == '>' && !in_comment) break;
+    }
+    piece.item = std::move(markup);
+    piece.end = TemplatePiece::End::kMarkup;
+    piece.next = k + 1;
+    return piece;
+  }
+  piece.end = TemplatePiece::End::kEndOfText;
+  piece.next = text.size();
+  return piece;
+}
+
+const TemplatePiece& TemplatePieces::At(std::size_t offset, bool script) {
+  if (index_.empty()) index_.assign(2 * (text_.size() + 1), 0);
+  int32_t& slot = index_[2 * offset + (script ? 1 : 0)];
+  if (slot == 0) {
+    pieces_.push_back(CutTemplatePiece(text_, offset, script));
+    slot = static_cast<int32_t>(pieces_.size());
+  }
+  return pieces_[static_cast<std::size_t>(slot - 1)];
+}
+
+}  // namespace storegen

@@ -1,0 +1,76 @@
+// A template's text cut into pieces ahead of parsing. From a place where the
+// template scanner stands in plain text with nothing open, a piece is the
+// literal text up to the next tag or markup, and that tag or markup. The
+// pieces of one template version are cut once, on first use of each place,
+// and serve every page written from that version: the parser then handles
+// each tag and markup once instead of looking at every character again.
+//
+// A piece reaches only as far as the scanner's work depends on the text
+// alone: a markup holding a tag, an overlong tag or markup, or an opener
+// or markup left open at the end of the text ends the piece before it,
+// and the scanner takes over there.
+#ifndef STOREGEN_PAGEGEN_TEMPLATE_PIECES_H_
+#define STOREGEN_PAGEGEN_TEMPLATE_PIECES_H_
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace storegen {
+
+// What the template scanner and the pieces agree on: markup and tags this
+// long or longer pass through unprocessed; tags open and close with "%%" or
+// its URL-encoded form.
+inline constexpr std::size_t kTemplateMarkupSize = 2400;
+inline constexpr std::size_t kTemplateTagSize = 2400;
+inline constexpr std::string_view kTagOpenPlain = "%%";
+inline constexpr std::string_view kTagOpenEncoded = "%25%25";
+
+// Whether the tag text |s|, opened by |min_length| characters, ends with a
+// closer behind its opener.
+inline bool EndsWithTagCloser(std::string_view s, std::size_t min_length) {
+  return (s.ends_with(kTagOpenPlain) && s.size() >= min_length + kTagOpenPlain.size()) ||
+         (s.ends_with(kTagOpenEncoded) && s.size() >= min_length + kTagOpenEncoded.size());
+}
+
+struct TemplatePiece {
+  enum class End : uint8_t {
+    kScanner,    // the scanner goes on at |next|
+    kTag,        // |item| is a whole tag, opener and closer included
+    kMarkup,     // |item| is a closed markup, from its "<" to its ">"
+    kEndOfText,  // nothing follows
+  };
+  std::string text;  // written as it stands (carriage returns of plain text dropped)
+  std::string item;
+  End end = End::kScanner;
+  std::size_t next = 0;  // offset behind the item (for kScanner: where the scanner goes on)
+};
+
+class TemplatePieces {
+ public:
+  // |text| must outlive this object and stay unchanged.
+  explicit TemplatePieces(std::string_view text) : text_(text) {}
+  TemplatePieces(const TemplatePieces&) = delete;
+  TemplatePieces& operator=(const TemplatePieces&) = delete;
+
+  std::string_view text() const { return text_; }
+
+  // The piece at |offset| (at most the text's size) for a scanner standing
+  // clean there, inside a script element or not. The reference stays valid
+  // while this object lives, also when further pieces are cut.
+  const TemplatePiece& At(std::size_t offset, bool script);
+
+ private:
+  std::string_view text_;
+  std::vector<int32_t> index_;        // by offset and script: the piece's number + 1, or 0
+  std::deque<TemplatePiece> pieces_;  // references stay valid as it grows
+};
+
+// Cuts the piece at |offset| (exposed for tests).
+TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool script);
+
+}  // namespace storegen
+
+#endif  // STOREGEN_PAGEGEN_TEMPLATE_PIECES_H_
