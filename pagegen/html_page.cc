@@ -211,6 +211,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
         break;
       }
       out.fp = file.fp();
+      out.file = &file;
     } else {
       out.fp = nullptr;
     }
@@ -226,6 +227,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     CatList = ProdList = 0;  // a block left open by a broken template ends with its page
     in.fp = nullptr;
     out.fp = nullptr;
+    out.file = nullptr;
     tmpl.Close();
     if (dynamic) {
       std::fflush(stdout);

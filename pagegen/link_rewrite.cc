@@ -216,9 +216,12 @@ std::string RewriteLinkTag(std::string_view markup, const PageContext& ctx) {
 }
 
 int WriteLinkTag(PageOutput* out, std::string_view markup, const PageContext& ctx) {
+  return WriteLinkTag(out, markup, FindHTMLTagRow(markup), ctx);
+}
+
+int WriteLinkTag(PageOutput* out, std::string_view markup, int row, const PageContext& ctx) {
   // Most markup is no link tag: it is written as it stands, without a copy.
-  const int row = LinkTagRow(markup, ctx);
-  if (row < 0) return WriteOutput(out, markup);
+  if (row < 0 || !(ctx.options & kGenRewriteLinks)) return WriteOutput(out, markup);
   return WriteOutput(out, RewriteTagRow(markup, row, ctx));
 }
 

@@ -93,6 +93,8 @@ int ExpandLinkKeyword(PageOutput* out, std::string_view markup, const PageContex
 // Writes |markup|, a closed markup that does not begin "<!", through
 // RewriteLinkTag. Returns 0.
 int WriteLinkTag(PageOutput* out, std::string_view markup, const PageContext& ctx);
+// The same for a markup whose FindHTMLTagRow is known to be |row|.
+int WriteLinkTag(PageOutput* out, std::string_view markup, int row, const PageContext& ctx);
 
 }  // namespace storegen
 

@@ -21,6 +21,7 @@ struct AttributePool;
 class CategoryIndex;
 struct KeptListBlock;
 struct SkuList;
+class PageFile;
 class TemplatePieces;
 struct TemplateSet;
 
@@ -65,6 +66,8 @@ struct TemplateInput {
 // The page being written. All output goes through WriteOutput.
 struct PageOutput {
   FILE* fp = nullptr;       // the page stream, not owned; null discards the output
+  // The page file whose stream |fp| is while it is: written to directly.
+  PageFile* file = nullptr;
   std::string file_name;    // page file name (no directory); empty: text blocks
                             // are not cached (dynamic requests)
   int32_t text_blocks = 0;  // cached text blocks met so far on this page

@@ -29,7 +29,7 @@ bool PageFile::Open(std::string path) {
   fp_ = fopencookie(this, "w", io);
   if (fp_ == nullptr) return false;
   path_ = std::move(path);
-  dropped_ = false;
+  dropped_ = failed_ = false;
   text_.clear();
   text_.reserve(kInitialCapacity);
   return true;
@@ -53,7 +53,7 @@ bool PageFile::Append(const char* data, std::size_t n) {
 
 bool PageFile::Commit() {
   if (fp_ == nullptr) return false;
-  const bool written = std::fflush(fp_) == 0 && std::ferror(fp_) == 0;
+  const bool written = std::fflush(fp_) == 0 && std::ferror(fp_) == 0 && !failed_;
   const int err = errno;
   std::fclose(fp_);
   fp_ = nullptr;

@@ -26,6 +26,12 @@ class PageFile {
   bool Open(std::string path);
   // The page's stream; null before Open and after Commit or Abandon.
   FILE* fp() const { return fp_; }
+  // Adds |n| bytes to the page as a write to its stream would, without
+  // going through the stream's buffer; the stream must have nothing
+  // buffered. A failure makes Commit fail.
+  void Add(const char* data, std::size_t n) {
+    if (!Append(data, n)) failed_ = true;
+  }
   // Writes the page to its file (WriteWholeFile; a directory removed since
   // the run made it is made again). False when the page could not be
   // written, with errno kept; an older file then stays as it was.
@@ -40,6 +46,7 @@ class PageFile {
   FILE* fp_ = nullptr;
   std::string path_;
   bool dropped_ = false;  // Abandon: the stream's last output is not kept
+  bool failed_ = false;   // an Add failed
   std::string text_;      // the page so far, while it is kept in memory
   AtomicFile spill_;      // the page's temporary file, once it has grown too long
 };

@@ -77,7 +77,7 @@ class Parser {
   Step Ordinary(char c);
   std::size_t TakeRun(const char* p, std::size_t n);
   Step CloseMarkup();
-  Step HandleMarkup(std::string_view m);
+  Step HandleMarkup(std::string_view m, const MarkupFacts& facts);
   Step HandOver(ListBlockFn block, std::string marker);
   Step RunBlock();
   Step EndBlock();
@@ -209,7 +209,7 @@ Step Parser::TakePieces(std::size_t offset, std::size_t* next) {
         break;
       }
       case TemplatePiece::End::kMarkup: {
-        const Step step = HandleMarkup(piece.item);
+        const Step step = HandleMarkup(piece.item, *piece.facts);
         if (step != Step::kGo) return step;
         break;
       }
@@ -367,14 +367,14 @@ Step Parser::CloseMarkup() {
     WriteOutput(out_, closed_);
     return Step::kGo;
   }
-  return HandleMarkup(closed_);
+  return HandleMarkup(closed_, MarkupFacts(closed_));
 }
 
 // Handles the closed markup |m|, shorter than the markup limit.
-Step Parser::HandleMarkup(std::string_view m) {
-  const bool bang = m.size() >= 2 && m[1] == '!';
+Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
+  const bool bang = facts.bang;
   // Markers are looked for in "<!" markup only.
-  const MarkerFinder markers(bang ? std::string_view(m) : std::string_view());
+  const MarkerFinder& markers = facts.markers;
   if (bang) {
     if (markers.Has("PAGEGEN_CATEGORYLIST_BEGIN")) {
       ++g_page_dependent;
@@ -400,7 +400,7 @@ Step Parser::HandleMarkup(std::string_view m) {
       return EndBlock();
     }
   }
-  int rc = ExpandLinkKeyword(out_, m, ctx_);
+  int rc = facts.keywords ? ExpandLinkKeyword(out_, m, ctx_) : 0;
   if (rc < 0) return Fail(rc);
   if (rc > 0) return Step::kGo;
 
@@ -429,12 +429,10 @@ Step Parser::HandleMarkup(std::string_view m) {
     WriteOutput(out_, m);
     return Step::kGo;
   }
-  if (StartsWithNoCase(m, "<SCRIPT")) {
-    script_ = true;
-  } else if (StartsWithNoCase(m, "</SCRIPT")) {
-    script_ = false;
+  if (facts.script != 0) {
+    script_ = facts.script > 0;
   } else if (ctx_.options & kGenRewriteLinks) {
-    rc = WriteLinkTag(out_, m, ctx_);
+    rc = WriteLinkTag(out_, m, facts.link_row, ctx_);
     return rc < 0 ? Fail(rc) : Step::kGo;
   }
   WriteOutput(out_, m);

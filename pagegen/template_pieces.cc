@@ -1,5 +1,7 @@
 #include "pagegen/template_pieces.h"
 
+#include "pagegen/link_rewrite.h"
+
 namespace storegen {
 namespace {
 
@@ -14,6 +16,17 @@ std::size_t OpenerAt(std::string_view text, std::size_t at, bool* open_at_end) {
 }
 
 }  // namespace
+
+MarkupFacts::MarkupFacts(std::string_view markup)
+    : bang(markup.size() >= 2 && markup[1] == '!'),
+      keywords(markup.find('#') != std::string_view::npos &&
+               FindNoCase(markup, "PG_") != std::string_view::npos),
+      markers(bang ? markup : std::string_view()),
+      script(bang                                   ? 0
+             : StartsWithNoCase(markup, "<SCRIPT")  ? 1
+             : StartsWithNoCase(markup, "</SCRIPT") ? -1
+                                                    : 0),
+      link_row(bang ? -1 : FindHTMLTagRow(markup)) {}
 
 TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool script) {
   TemplatePiece piece;
@@ -110,10 +123,13 @@ const TemplatePiece& TemplatePieces::At(std::size_t offset, bool script) {
   if (index_.empty()) index_.assign(2 * (text_.size() + 1), 0);
   int32_t& slot = index_[2 * offset + (script ? 1 : 0)];
   if (slot == 0) {
-    pieces_.push_back(CutTemplatePiece(text_, offset, script));
+    auto piece = std::make_unique<TemplatePiece>(CutTemplatePiece(text_, offset, script));
+    // The facts view the item: found where it stays.
+    if (piece->end == TemplatePiece::End::kMarkup) piece->facts.emplace(piece->item);
+    pieces_.push_back(std::move(piece));
     slot = static_cast<int32_t>(pieces_.size());
   }
-  return pieces_[static_cast<std::size_t>(slot - 1)];
+  return *pieces_[static_cast<std::size_t>(slot - 1)];
 }
 
 }  // namespace storegen

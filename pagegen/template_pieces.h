@@ -13,12 +13,27 @@
 #define STOREGEN_PAGEGEN_TEMPLATE_PIECES_H_
 
 #include <cstdint>
-#include <deque>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "pagegen/text_match.h"
+
 namespace storegen {
+
+// What the parser's handling of a closed markup depends on in its text
+// alone: found once for each markup of a piece, and for each markup the
+// scanner closes.
+struct MarkupFacts {
+  explicit MarkupFacts(std::string_view markup);
+  bool bang;             // a "<!" markup: markers are looked for in it
+  bool keywords;         // may hold a link keyword: a "#" and "PG_"
+  MarkerFinder markers;  // the markers of a "<!" markup; none in others
+  int8_t script;         // 1: opens a script element, -1: closes one, 0: neither
+  int link_row;          // FindHTMLTagRow of the markup
+};
 
 // What the template scanner and the pieces agree on: markup and tags this
 // long or longer pass through unprocessed; tags open and close with "%%" or
@@ -44,6 +59,7 @@ struct TemplatePiece {
   };
   std::string text;  // written as it stands (carriage returns of plain text dropped)
   std::string item;
+  std::optional<MarkupFacts> facts;  // of a markup item
   End end = End::kScanner;
   std::size_t next = 0;  // offset behind the item (for kScanner: where the scanner goes on)
 };
@@ -64,8 +80,8 @@ class TemplatePieces {
 
  private:
   std::string_view text_;
-  std::vector<int32_t> index_;        // by offset and script: the piece's number + 1, or 0
-  std::deque<TemplatePiece> pieces_;  // references stay valid as it grows
+  std::vector<int32_t> index_;  // by offset and script: the piece's number + 1, or 0
+  std::vector<std::unique_ptr<TemplatePiece>> pieces_;
 };
 
 // Cuts the piece at |offset| (exposed for tests).
