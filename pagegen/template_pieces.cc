@@ -109,6 +109,11 @@ TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool s
       if (markup.size() >= kTemplateMarkupSize) return hand_to_scanner(i);
       if (m == '>' && !in_comment) break;
     }
+    if (MarkupFacts(markup).WrittenAsItStands()) {
+      piece.text += markup;
+      i = k + 1;
+      continue;
+    }
     piece.item = std::move(markup);
     piece.end = TemplatePiece::End::kMarkup;
     piece.next = k + 1;

@@ -1,6 +1,7 @@
 // A template's text cut into pieces ahead of parsing. From a place where the
 // template scanner stands in plain text with nothing open, a piece is the
-// literal text up to the next tag or markup, and that tag or markup. The
+// literal text up to the next tag or markup that depends on the page, and
+// that tag or markup; markup written as it stands is part of the text. The
 // pieces of one template version are cut once, on first use of each place,
 // and serve every page written from that version: the parser then handles
 // each tag and markup once instead of looking at every character again.
@@ -33,6 +34,12 @@ struct MarkupFacts {
   MarkerFinder markers;  // the markers of a "<!" markup; none in others
   int8_t script;         // 1: opens a script element, -1: closes one, 0: neither
   int link_row;          // FindHTMLTagRow of the markup
+
+  // Whether the markup is written as it stands on every page: no marker,
+  // no link keyword, no script boundary, no link to rewrite.
+  bool WrittenAsItStands() const {
+    return !keywords && (bang ? !markers.Any() : script == 0 && link_row < 0);
+  }
 };
 
 // What the template scanner and the pieces agree on: markup and tags this
