@@ -73,6 +73,7 @@ class Parser {
   [[gnu::noinline]] Step Scan(std::string_view chunk, long start);
   bool Clean() const { return !in_markup_ && !in_tag_ && !in_tail_ && pending_.empty(); }
   [[gnu::noinline]] Step TakePieces(std::size_t offset, std::size_t* next);
+  std::string_view RewrittenLink(const TemplatePiece& piece);
   Step Feed(char c);
   Step Ordinary(char c);
   std::size_t TakeRun(const char* p, std::size_t n);
@@ -209,12 +210,31 @@ Step Parser::TakePieces(std::size_t offset, std::size_t* next) {
         break;
       }
       case TemplatePiece::End::kMarkup: {
+        if (piece.facts->LinkOnly() && (ctx_.options & kGenRewriteLinks)) {
+          WriteOutput(out_, RewrittenLink(piece));
+          break;
+        }
         const Step step = HandleMarkup(piece.item, *piece.facts);
         if (step != Step::kGo) return step;
         break;
       }
     }
   }
+}
+
+// The link-only markup of |piece| rewritten for this page; kept with the
+// piece while the page path and the link alias stay the same.
+std::string_view Parser::RewrittenLink(const TemplatePiece& piece) {
+  TemplatePiece::RewrittenLink& link = piece.link;
+  const std::string_view path = ctx_.page_path != nullptr ? ctx_.page_path : "";
+  const std::string_view alias = PageGenState.szHtmlAlias;
+  if (!link.valid || link.page_path != path || link.alias != alias) {
+    link.markup = RewriteLinkTag(piece.item, ctx_);
+    link.page_path.assign(path);
+    link.alias.assign(alias);
+    link.valid = true;
+  }
+  return link.markup;
 }
 
 // Takes the longest run at |p| (at most |n| characters) that Feed would

@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <random>
@@ -10,9 +12,11 @@
 
 #include <gtest/gtest.h>
 
+#include "cgisupport/file_util.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/list_blocks.h"
+#include "pagegen/template_pieces.h"
 #include "storedata/product_api.h"
 #include "templateset/template_set.h"
 #include "tests/support/test_util.h"
@@ -370,6 +374,35 @@ TEST_F(TemplateParserTest, PiecesAgreeWithTheScanner) {
     ASSERT_EQ(cut, scanned) << text;
     ASSERT_EQ(cut_rc, scanned_rc) << text;
   }
+}
+
+// The pieces of a template version serve many pages: what a piece keeps
+// for one page (a rewritten link) must follow the next page's path.
+TEST_F(TemplateParserTest, KeptPiecesFollowEachPagesPath) {
+  const std::string text = "<a href=\"x.html\">%%PRODUCT.NAME%%<img src=y.png><A HREF=/abs>";
+  TemplatePieces pieces(text);
+  auto page = [&](const char* path) {
+    FilePtr in(fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
+    char* buf = nullptr;
+    std::size_t length = 0;
+    FILE* out_fp = open_memstream(&buf, &length);
+    TemplateInput input;
+    input.fp = in.get();
+    input.pieces = &pieces;
+    PageOutput output;
+    output.fp = out_fp;
+    ctx_.page_path = path;
+    EXPECT_EQ(ParseTemplate(&input, &output, ctx_), 0);
+    std::fclose(out_fp);
+    std::string written(buf, length);
+    std::free(buf);
+    return written;
+  };
+  ctx_.product = kProduct;
+  EXPECT_EQ(page("/shop/"), "<a href=\"/shop/x.html\">Kettle<img src=/shop/y.png><A HREF=/abs>");
+  EXPECT_EQ(page("/shop/tea/"),
+            "<a href=\"/shop/tea/x.html\">Kettle<img src=/shop/tea/y.png><A HREF=/abs>");
+  EXPECT_EQ(page("/shop/"), "<a href=\"/shop/x.html\">Kettle<img src=/shop/y.png><A HREF=/abs>");
 }
 
 TEST_F(TemplateParserTest, ListBlocksNeedTheirData) {

@@ -40,6 +40,8 @@ struct MarkupFacts {
   bool WrittenAsItStands() const {
     return !keywords && (bang ? !markers.Any() : script == 0 && link_row < 0);
   }
+  // Whether the markup's handling is only the rewriting of its link.
+  bool LinkOnly() const { return !bang && !keywords && script == 0 && link_row >= 0; }
 };
 
 // What the template scanner and the pieces agree on: markup and tags this
@@ -67,6 +69,16 @@ struct TemplatePiece {
   std::string text;  // written as it stands (carriage returns of plain text dropped)
   std::string item;
   std::optional<MarkupFacts> facts;  // of a markup item
+
+  // A link-only markup item as last rewritten, and for which page path and
+  // link alias: pages mostly share them.
+  struct RewrittenLink {
+    bool valid = false;
+    std::string page_path;
+    std::string alias;
+    std::string markup;
+  };
+  mutable RewrittenLink link;
   End end = End::kScanner;
   std::size_t next = 0;  // offset behind the item (for kScanner: where the scanner goes on)
 };
