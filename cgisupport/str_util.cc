@@ -1,6 +1,9 @@
 #include "cgisupport/str_util.h"
 
 #include <strings.h>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include <algorithm>
 #include <cctype>
@@ -118,6 +121,26 @@ bool IsMasked(unsigned char c) {
 }
 
 }  // namespace
+
+// The length of the longest prefix of the |n| bytes at |p| that holds none
+// of |a|, |b|, |c| and |d|; sixteen bytes at a time where the processor can.
+std::size_t SpanWithout(const char* p, std::size_t n, char a, char b, char c, char d) {
+  std::size_t k = 0;
+#if defined(__SSE2__)
+  const __m128i va = _mm_set1_epi8(a), vb = _mm_set1_epi8(b);
+  const __m128i vc = _mm_set1_epi8(c), vd = _mm_set1_epi8(d);
+  for (; k + 16 <= n; k += 16) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + k));
+    const __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(x, va), _mm_cmpeq_epi8(x, vb)),
+                                     _mm_or_si128(_mm_cmpeq_epi8(x, vc), _mm_cmpeq_epi8(x, vd)));
+    if (const int mask = _mm_movemask_epi8(hit); mask != 0)
+      return k + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
+  }
+#endif
+  while (k < n && p[k] != a && p[k] != b && p[k] != c && p[k] != d)
+    ++k;
+  return k;
+}
 
 // ---- Character and position helpers -----------------------------------------
 

@@ -28,6 +28,10 @@ inline char AsciiLower(char c) {
 // |s| with AsciiLower applied to every byte.
 std::string AsciiLowered(std::string_view s);
 
+// The length of the longest prefix of the |n| bytes at |p| that holds none
+// of |a|, |b|, |c| and |d| (give one twice for fewer).
+std::size_t SpanWithout(const char* p, std::size_t n, char a, char b, char c, char d);
+
 // 1 if |c| is ' ' or '\t' (nothing else, not LF or CR), else 0.
 int is_white(int c);
 // The first occurrence of byte |c| in |set|; null if absent, if |set| is null

@@ -8,11 +8,9 @@
 #include <string>
 #include <string_view>
 
-namespace storegen {
+#include "cgisupport/str_util.h"
 
-// The length of the longest prefix of the |n| bytes at |p| that holds none
-// of |a|, |b|, |c| and |d| (give one twice for fewer).
-std::size_t SpanWithout(const char* p, std::size_t n, char a, char b, char c, char d);
+namespace storegen {
 
 // Position of the first occurrence of |needle| in |hay|, ignoring ASCII case;
 // std::string_view::npos when there is none. An empty needle is found at 0.

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "cgisupport/file_identity.h"
+#include "cgisupport/str_util.h"
 #include "storedata/product_api.h"
 
 namespace storegen {
@@ -51,11 +52,12 @@ std::vector<std::string_view> NameFields(std::string_view line, std::size_t limi
 std::vector<std::string_view> SkuFields(std::string_view line) {
   std::vector<std::string_view> fields;
   std::size_t start = 0;
-  for (std::size_t i = 0; i < line.size(); ++i) {
-    if (IsSeparator(line[i])) {
-      fields.push_back(line.substr(start, i - start));
-      start = i + 1;
-    }
+  for (;;) {
+    const std::size_t i = start + SpanWithout(line.data() + start, line.size() - start, psz_Tab[0],
+                                              psz_Tab[1], psz_Tab[2], psz_Tab[2]);
+    if (i == line.size()) break;
+    fields.push_back(line.substr(start, i - start));
+    start = i + 1;
   }
   if (start < line.size()) fields.push_back(line.substr(start));
   return fields;
