@@ -86,35 +86,45 @@ std::string StoreImagePath(std::string_view value, std::string_view page_path,
   return std::string(prefix) + std::string(value);
 }
 
-bool WriteStoreValueMarker(PageOutput* out, const MarkerFinder& markers, const PageContext& ctx,
-                           std::string_view image_prefix) {
-  static constexpr struct {
-    std::string_view marker;
-    const char* key;  // null: composed below
-  } kMarkers[] = {
-      {"PAGEGEN_STORENAME", "ShopName"},       {"PAGEGEN_BODYTAG", nullptr},
-      {"PAGEGEN_STORELOGO", nullptr},          {"PAGEGEN_STOREPHONE", "StorePhone"},
-      {"PAGEGEN_STOREFAX", "StoreFax"},        {"PAGEGEN_STOREADDR1", "StoreAddress1"},
-      {"PAGEGEN_STOREADDR2", "StoreAddress2"}, {"PAGEGEN_STOREEMAIL", "StoreEmail"},
-      {"PAGEGEN_CURRENCYSYMBOL", "Currency"},  {"PAGEGEN_STOREWELCOME", "StoreWelcome"},
-  };
-  for (const auto& m : kMarkers) {
-    const std::string_view name = m.marker;
-    if (!markers.Has(name)) continue;
-    std::string value;
-    if (name == "PAGEGEN_BODYTAG") {
-      value = BodyTag(ctx, image_prefix);
-    } else if (name == "PAGEGEN_STORELOGO") {
-      value = StoreLogo(ctx, image_prefix);
-    } else {
-      value = StoreConfigValue(ctx.store_cfg, m.key);
-      if (name == "PAGEGEN_CURRENCYSYMBOL" && value.empty()) value = "$";
-      if (name == "PAGEGEN_STOREWELCOME") unmaskSpecialChars(value.data());
-    }
-    WriteOutput(out, value);
-    return true;
+namespace {
+
+constexpr struct {
+  std::string_view marker;
+  const char* key;  // null: composed in WriteStoreValue
+} kStoreValueMarkers[] = {
+    {"PAGEGEN_STORENAME", "ShopName"},       {"PAGEGEN_BODYTAG", nullptr},
+    {"PAGEGEN_STORELOGO", nullptr},          {"PAGEGEN_STOREPHONE", "StorePhone"},
+    {"PAGEGEN_STOREFAX", "StoreFax"},        {"PAGEGEN_STOREADDR1", "StoreAddress1"},
+    {"PAGEGEN_STOREADDR2", "StoreAddress2"}, {"PAGEGEN_STOREEMAIL", "StoreEmail"},
+    {"PAGEGEN_CURRENCYSYMBOL", "Currency"},  {"PAGEGEN_STOREWELCOME", "StoreWelcome"},
+};
+
+}  // namespace
+
+int FindStoreValueMarker(const MarkerFinder& markers) {
+  if (!markers.Any()) return -1;
+  for (std::size_t i = 0; i < std::size(kStoreValueMarkers); ++i) {
+    if (markers.Has(kStoreValueMarkers[i].marker)) return static_cast<int>(i);
   }
-  return false;
+  return -1;
+}
+
+void WriteStoreValue(PageOutput* out, int marker, const PageContext& ctx,
+                     std::string_view image_prefix) {
+  if (marker < 0 || static_cast<std::size_t>(marker) >= std::size(kStoreValueMarkers)) return;
+  const auto& m = kStoreValueMarkers[marker];
+  const std::string_view name = m.marker;
+  std::string value;
+  if (name == "PAGEGEN_BODYTAG") {
+    value = BodyTag(ctx, image_prefix);
+  } else if (name == "PAGEGEN_STORELOGO") {
+    value = StoreLogo(ctx, image_prefix);
+  } else {
+    value = StoreConfigValue(ctx.store_cfg, m.key);
+    if (name == "PAGEGEN_CURRENCYSYMBOL" && value.empty()) value = "$";
+    if (name == "PAGEGEN_STOREWELCOME") unmaskSpecialChars(value.data());
+  }
+  WriteOutput(out, value);
 }
 
 }  // namespace storegen

@@ -30,13 +30,17 @@ bool SetStoreConfigItem(const char* store_cfg, const char* key, const std::strin
 std::string StoreImagePath(std::string_view value, std::string_view page_path,
                            std::string_view prefix);
 
-// When |markers| (the "PAGEGEN_" finder of a markup) finds one of the markers
-// above (any case, tested in the order listed), writes that marker's output in its place and
-// returns true; returns false, writing nothing, for any other markup. |image_prefix| is the prefix
-// of relative store images (see StoreImagePath). The images of the body tag
+// The store value marker that |markers| (the "PAGEGEN_" finder of a markup)
+// finds first of the markers above (any case, tested in the order listed),
+// as a number for WriteStoreValue; -1 when it finds none.
+int FindStoreValueMarker(const MarkerFinder& markers);
+
+// Writes the output of the store value marker |marker| (from
+// FindStoreValueMarker) in its place. |image_prefix| is the prefix of
+// relative store images (see StoreImagePath). The images of the body tag
 // and the logo are registered as secure files of ctx.set.
-bool WriteStoreValueMarker(PageOutput* out, const MarkerFinder& markers, const PageContext& ctx,
-                           std::string_view image_prefix);
+void WriteStoreValue(PageOutput* out, int marker, const PageContext& ctx,
+                     std::string_view image_prefix);
 
 }  // namespace storegen
 

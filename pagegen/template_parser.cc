@@ -394,9 +394,8 @@ Step Parser::CloseMarkup() {
 Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
   const bool bang = facts.bang;
   // Markers are looked for in "<!" markup only.
-  const MarkerFinder& markers = facts.markers;
   if (bang) {
-    if (markers.Has("PAGEGEN_CATEGORYLIST_BEGIN")) {
+    if (facts.Has(MarkupFacts::kCategoryListBegin)) {
       ++g_page_dependent;
       if (ctx_.cat_db == nullptr) {
         VerbosePrintf("No category database exists, and template set uses category tags\n");
@@ -404,18 +403,18 @@ Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
       }
       return HandOver(ProcessCatListBegin, std::string(m));
     }
-    if (markers.Has("PAGEGEN_CATEGORYLIST_END") && CatList > 0) {
+    if (facts.Has(MarkupFacts::kCategoryListEnd) && CatList > 0) {
       --CatList;
       return EndBlock();
     }
     // Product lists exist only on pages that list products; elsewhere their
     // markers are ordinary comments.
     const bool lists = ctx_.product_lists || ctx_.sku_list != nullptr;
-    if (lists && markers.Has("PAGEGEN_PRODUCTLIST_BEGIN")) {
+    if (lists && facts.Has(MarkupFacts::kProductListBegin)) {
       ++g_page_dependent;
       return HandOver(ProcessProdListBegin, std::string(m));
     }
-    if (lists && markers.Has("PAGEGEN_PRODUCTLIST_END") && ProdList > 0) {
+    if (lists && facts.Has(MarkupFacts::kProductListEnd) && ProdList > 0) {
       --ProdList;
       return EndBlock();
     }
@@ -425,23 +424,26 @@ Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
   if (rc > 0) return Step::kGo;
 
   if (bang) {
-    if (markers.Has("PAGEGEN_ATTRIBUTES")) {
+    if (facts.Has(MarkupFacts::kAttributes)) {
       ++g_page_dependent;
       rc = ProcessAttributes(out_, m, ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
-    if (WriteStoreValueMarker(out_, markers, ctx_, image_prefix_)) return Step::kGo;
-    if (markers.Has("PAGEGEN_TEXT_BEGIN")) {
+    if (facts.store_value >= 0) {
+      WriteStoreValue(out_, facts.store_value, ctx_, image_prefix_);
+      return Step::kGo;
+    }
+    if (facts.Has(MarkupFacts::kTextBegin)) {
       ++g_page_dependent;
       rc = BeginTextBlock(out_, m, ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
-    if (markers.Has("PAGEGEN_TEXT_END")) {
+    if (facts.Has(MarkupFacts::kTextEnd)) {
       ++g_page_dependent;
       EndTextBlock(out_, m);
       return Step::kGo;
     }
-    if (markers.Has("PAGEGEN_CARDTYPE")) {
+    if (facts.Has(MarkupFacts::kCardType)) {
       ++g_page_dependent;
       rc = ProcessCardType(out_, m, ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;

@@ -1,6 +1,7 @@
 #include "pagegen/template_pieces.h"
 
 #include "pagegen/link_rewrite.h"
+#include "pagegen/store_values.h"
 
 namespace storegen {
 namespace {
@@ -22,11 +23,23 @@ MarkupFacts::MarkupFacts(std::string_view markup)
       keywords(markup.find('#') != std::string_view::npos &&
                FindNoCase(markup, "PG_") != std::string_view::npos),
       markers(bang ? markup : std::string_view()),
+      found(0),
+      store_value(static_cast<int8_t>(FindStoreValueMarker(markers))),
       script(bang                                   ? 0
              : StartsWithNoCase(markup, "<SCRIPT")  ? 1
              : StartsWithNoCase(markup, "</SCRIPT") ? -1
                                                     : 0),
-      link_row(bang ? -1 : FindHTMLTagRow(markup)) {}
+      link_row(bang ? -1 : FindHTMLTagRow(markup)) {
+  static constexpr std::string_view kNames[] = {
+      "PAGEGEN_CATEGORYLIST_BEGIN", "PAGEGEN_CATEGORYLIST_END", "PAGEGEN_PRODUCTLIST_BEGIN",
+      "PAGEGEN_PRODUCTLIST_END",    "PAGEGEN_ATTRIBUTES",       "PAGEGEN_TEXT_BEGIN",
+      "PAGEGEN_TEXT_END",           "PAGEGEN_CARDTYPE",
+  };
+  if (!markers.Any()) return;
+  for (uint32_t m = 0; m < std::size(kNames); ++m) {
+    if (markers.Has(kNames[m])) found |= 1u << m;
+  }
+}
 
 TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool script) {
   TemplatePiece piece;

@@ -28,10 +28,27 @@ namespace storegen {
 // alone: found once for each markup of a piece, and for each markup the
 // scanner closes.
 struct MarkupFacts {
+  // The markers the parser handles itself; store value markers are found by
+  // FindStoreValueMarker.
+  enum Marker : uint8_t {
+    kCategoryListBegin,
+    kCategoryListEnd,
+    kProductListBegin,
+    kProductListEnd,
+    kAttributes,
+    kTextBegin,
+    kTextEnd,
+    kCardType,
+  };
+
   explicit MarkupFacts(std::string_view markup);
+  bool Has(Marker m) const { return (found & (1u << m)) != 0; }
+
   bool bang;             // a "<!" markup: markers are looked for in it
   bool keywords;         // may hold a link keyword: a "#" and "PG_"
   MarkerFinder markers;  // the markers of a "<!" markup; none in others
+  uint32_t found;        // the markers it holds (bit 1 << Marker)
+  int8_t store_value;    // its store value marker (FindStoreValueMarker), or -1
   int8_t script;         // 1: opens a script element, -1: closes one, 0: neither
   int link_row;          // FindHTMLTagRow of the markup
 
