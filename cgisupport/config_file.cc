@@ -355,6 +355,10 @@ void ConfigWatch::Stop() {
   }
 }
 
+bool ConfigWatch::Recording() {
+  return g_watch != nullptr;
+}
+
 bool ConfigWatch::Unchanged() const {
   if (recording_ || start_ != stop_) return false;
   for (const std::string& file : files_) {

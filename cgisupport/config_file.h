@@ -66,6 +66,9 @@ class ConfigWatch {
   // under the current snapshot) the version those lookups saw, and every
   // value was answered from kept values of one version of its file.
   bool Unchanged() const;
+  // True while any watch records: output reused instead of made again would
+  // escape its record.
+  static bool Recording();
 
  private:
   ConfigWatch* outer_;

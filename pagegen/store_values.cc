@@ -109,9 +109,13 @@ int FindStoreValueMarker(const MarkerFinder& markers) {
   return -1;
 }
 
-void WriteStoreValue(PageOutput* out, int marker, const PageContext& ctx,
-                     std::string_view image_prefix) {
-  if (marker < 0 || static_cast<std::size_t>(marker) >= std::size(kStoreValueMarkers)) return;
+bool StoreValueFromConfigOnly(int marker) {
+  return marker >= 0 && static_cast<std::size_t>(marker) < std::size(kStoreValueMarkers) &&
+         kStoreValueMarkers[marker].key != nullptr;
+}
+
+std::string StoreValue(int marker, const PageContext& ctx, std::string_view image_prefix) {
+  if (marker < 0 || static_cast<std::size_t>(marker) >= std::size(kStoreValueMarkers)) return "";
   const auto& m = kStoreValueMarkers[marker];
   const std::string_view name = m.marker;
   std::string value;
@@ -124,7 +128,7 @@ void WriteStoreValue(PageOutput* out, int marker, const PageContext& ctx,
     if (name == "PAGEGEN_CURRENCYSYMBOL" && value.empty()) value = "$";
     if (name == "PAGEGEN_STOREWELCOME") unmaskSpecialChars(value.data());
   }
-  WriteOutput(out, value);
+  return value;
 }
 
 }  // namespace storegen

@@ -35,12 +35,16 @@ std::string StoreImagePath(std::string_view value, std::string_view page_path,
 // as a number for WriteStoreValue; -1 when it finds none.
 int FindStoreValueMarker(const MarkerFinder& markers);
 
-// Writes the output of the store value marker |marker| (from
-// FindStoreValueMarker) in its place. |image_prefix| is the prefix of
-// relative store images (see StoreImagePath). The images of the body tag
-// and the logo are registered as secure files of ctx.set.
-void WriteStoreValue(PageOutput* out, int marker, const PageContext& ctx,
-                     std::string_view image_prefix);
+// The output of the store value marker |marker| (from FindStoreValueMarker).
+// |image_prefix| is the prefix of relative store images (see
+// StoreImagePath). The images of the body tag and the logo are registered as
+// secure files of ctx.set.
+std::string StoreValue(int marker, const PageContext& ctx, std::string_view image_prefix);
+
+// Whether the output of the store value marker |marker| is made from values
+// of the store configuration alone: not from the page, and registering
+// nothing.
+bool StoreValueFromConfigOnly(int marker);
 
 }  // namespace storegen
 

@@ -74,6 +74,7 @@ class Parser {
   bool Clean() const { return !in_markup_ && !in_tag_ && !in_tail_ && pending_.empty(); }
   [[gnu::noinline]] Step TakePieces(std::size_t offset, std::size_t* next);
   std::string_view RewrittenLink(const TemplatePiece& piece);
+  std::string_view KeptStoreValue(const TemplatePiece& piece);
   Step Feed(char c);
   Step Ordinary(char c);
   std::size_t TakeRun(const char* p, std::size_t n);
@@ -214,6 +215,11 @@ Step Parser::TakePieces(std::size_t offset, std::size_t* next) {
           WriteOutput(out_, RewrittenLink(piece));
           break;
         }
+        if (piece.facts->StoreValueOnly() && StoreValueFromConfigOnly(piece.facts->store_value) &&
+            !ConfigWatch::Recording()) {
+          WriteOutput(out_, KeptStoreValue(piece));
+          break;
+        }
         const Step step = HandleMarkup(piece.item, *piece.facts);
         if (step != Step::kGo) return step;
         break;
@@ -235,6 +241,20 @@ std::string_view Parser::RewrittenLink(const TemplatePiece& piece) {
     link.valid = true;
   }
   return link.markup;
+}
+
+// The store value of |piece|, made from configuration values alone; kept
+// with the piece while those values would be looked up alike.
+std::string_view Parser::KeptStoreValue(const TemplatePiece& piece) {
+  auto& kept = piece.store_value;
+  const std::string_view cfg = ctx_.store_cfg != nullptr ? ctx_.store_cfg : "";
+  if (kept == nullptr || kept->store_cfg != cfg || !kept->watch.Unchanged()) {
+    kept = std::make_unique<TemplatePiece::KeptStoreValue>();  // records from here
+    kept->store_cfg.assign(cfg);
+    kept->text = StoreValue(piece.facts->store_value, ctx_, image_prefix_);
+    kept->watch.Stop();
+  }
+  return kept->text;
 }
 
 // Takes the longest run at |p| (at most |n| characters) that Feed would
@@ -430,7 +450,7 @@ Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
     if (facts.store_value >= 0) {
-      WriteStoreValue(out_, facts.store_value, ctx_, image_prefix_);
+      WriteOutput(out_, StoreValue(facts.store_value, ctx_, image_prefix_));
       return Step::kGo;
     }
     if (facts.Has(MarkupFacts::kTextBegin)) {

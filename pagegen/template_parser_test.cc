@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cgisupport/config_file.h"
 #include "cgisupport/file_util.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
@@ -377,11 +378,14 @@ TEST_F(TemplateParserTest, PiecesAgreeWithTheScanner) {
 }
 
 // The pieces of a template version serve many pages: what a piece keeps
-// for one page (a rewritten link) must follow the next page's path.
-TEST_F(TemplateParserTest, KeptPiecesFollowEachPagesPath) {
-  const std::string text = "<a href=\"x.html\">%%PRODUCT.NAME%%<img src=y.png><A HREF=/abs>";
+// for one page (a rewritten link, a store value) must follow the next page's
+// path and the store configuration as it is then.
+TEST_F(TemplateParserTest, KeptPiecesFollowEachPage) {
+  const std::string text =
+      "<a href=\"x.html\">%%PRODUCT.NAME%%<img src=y.png><A HREF=/abs><!-- PAGEGEN_STORENAME -->";
   TemplatePieces pieces(text);
   auto page = [&](const char* path) {
+    ConfigSnapshot snapshot;  // as every page is written
     FilePtr in(fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
     char* buf = nullptr;
     std::size_t length = 0;
@@ -399,10 +403,13 @@ TEST_F(TemplateParserTest, KeptPiecesFollowEachPagesPath) {
     return written;
   };
   ctx_.product = kProduct;
-  EXPECT_EQ(page("/shop/"), "<a href=\"/shop/x.html\">Kettle<img src=/shop/y.png><A HREF=/abs>");
+  const std::string shop = "<a href=\"/shop/x.html\">Kettle<img src=/shop/y.png><A HREF=/abs>";
+  EXPECT_EQ(page("/shop/"), shop + "Corner Shop");
   EXPECT_EQ(page("/shop/tea/"),
-            "<a href=\"/shop/tea/x.html\">Kettle<img src=/shop/tea/y.png><A HREF=/abs>");
-  EXPECT_EQ(page("/shop/"), "<a href=\"/shop/x.html\">Kettle<img src=/shop/y.png><A HREF=/abs>");
+            "<a href=\"/shop/tea/x.html\">Kettle<img src=/shop/tea/y.png><A HREF=/abs>Corner Shop");
+  EXPECT_EQ(page("/shop/"), shop + "Corner Shop");
+  WriteFile(cfg_, "ShopName\tThe Other Shop\n");
+  EXPECT_EQ(page("/shop/"), shop + "The Other Shop");
 }
 
 TEST_F(TemplateParserTest, ListBlocksNeedTheirData) {

@@ -45,10 +45,10 @@ TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool s
   TemplatePiece piece;
   // Where the scanner takes over when the piece cannot reach further: a
   // place where it stands clean, as at the piece's start.
-  auto hand_to_scanner = [&](std::size_t at) {
+  auto hand_to_scanner = [&](std::size_t at) -> TemplatePiece {
     piece.end = TemplatePiece::End::kScanner;
     piece.next = at;
-    return piece;
+    return std::move(piece);
   };
   std::size_t i = offset;
   while (i < text.size()) {

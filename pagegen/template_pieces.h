@@ -20,6 +20,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cgisupport/config_file.h"
 #include "pagegen/text_match.h"
 
 namespace storegen {
@@ -59,6 +60,8 @@ struct MarkupFacts {
   }
   // Whether the markup's handling is only the rewriting of its link.
   bool LinkOnly() const { return !bang && !keywords && script == 0 && link_row >= 0; }
+  // Whether the markup's handling is only the writing of a store value.
+  bool StoreValueOnly() const { return bang && !keywords && found == 0 && store_value >= 0; }
 };
 
 // What the template scanner and the pieces agree on: markup and tags this
@@ -96,6 +99,15 @@ struct TemplatePiece {
     std::string markup;
   };
   mutable RewrittenLink link;
+
+  // A store value markup item's output, made from configuration values
+  // alone: kept while the lookups it was made from would answer alike.
+  struct KeptStoreValue {
+    ConfigWatch watch;  // the lookups it was made from
+    std::string store_cfg;
+    std::string text;
+  };
+  mutable std::unique_ptr<KeptStoreValue> store_value;
   End end = End::kScanner;
   std::size_t next = 0;  // offset behind the item (for kScanner: where the scanner goes on)
 };
