@@ -1,5 +1,7 @@
 #include "pagegen/tag_values.h"
 
+#include <cstring>
+
 #include "cgisupport/form_decode.h"
 #include "driver/runstate/run_state.h"
 #include "pagegen/filelist/file_list.h"
@@ -75,6 +77,26 @@ bool CategoryValue(const std::string& name, const PageContext& ctx, std::string*
 }
 
 }  // namespace
+
+TagParts::TagParts(std::string_view tag) {
+  if (const std::size_t n = PrefixLength(tag, "PRODUCT."); n != 0) {
+    product = true;
+    product_name = AttributeName(tag, n);
+    picture = IsPicture(product_name);
+  }
+}
+
+void WriteTemplateTag(PageOutput* out, std::string_view tag, const TagParts& parts,
+                      const PageContext& ctx, std::string_view image_prefix, int* warning) {
+  if (parts.product && !parts.picture && ctx.product != nullptr) {
+    const PAPI_Pair* pair = FindProdAttr(ctx.product, parts.product_name.c_str());
+    if (pair != nullptr && IsUsable(pair->value)) {
+      WriteOutput(out, pair->value, std::strlen(pair->value));
+      return;
+    }
+  }
+  WriteOutput(out, ResolveTemplateTag(tag, ctx, image_prefix, warning));
+}
 
 std::string ResolveTemplateTag(std::string_view tag, const PageContext& ctx,
                                std::string_view image_prefix, int* warning) {

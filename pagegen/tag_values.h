@@ -26,6 +26,19 @@ namespace storegen {
 std::string ResolveTemplateTag(std::string_view tag, const PageContext& ctx,
                                std::string_view image_prefix, int* warning);
 
+// What a tag names, found once for a tag that many pages show.
+struct TagParts {
+  explicit TagParts(std::string_view tag);
+  bool product = false;      // a product tag
+  bool picture = false;      // naming GRAPHIC or THUMBNAIL
+  std::string product_name;  // the attribute a product tag names
+};
+
+// Writes ResolveTemplateTag(tag, ...) to |out|, |parts| being the parts of
+// |tag|: a product value that stands as it is is written without a copy.
+void WriteTemplateTag(PageOutput* out, std::string_view tag, const TagParts& parts,
+                      const PageContext& ctx, std::string_view image_prefix, int* warning);
+
 }  // namespace storegen
 
 #endif  // STOREGEN_PAGEGEN_TAG_VALUES_H_

@@ -206,7 +206,7 @@ Step Parser::TakePieces(std::size_t offset, std::size_t* next) {
         return Step::kGo;
       case TemplatePiece::End::kTag: {
         int warning = 0;
-        WriteOutput(out_, ResolveTemplateTag(piece.item, ctx_, image_prefix_, &warning));
+        WriteTemplateTag(out_, piece.item, *piece.tag, ctx_, image_prefix_, &warning);
         if (warning != 0) result_ = warning;
         break;
       }

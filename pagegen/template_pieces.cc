@@ -144,6 +144,7 @@ const TemplatePiece& TemplatePieces::At(std::size_t offset, bool script) {
     auto piece = std::make_unique<TemplatePiece>(CutTemplatePiece(text_, offset, script));
     // The facts view the item: found where it stays.
     if (piece->end == TemplatePiece::End::kMarkup) piece->facts.emplace(piece->item);
+    if (piece->end == TemplatePiece::End::kTag) piece->tag.emplace(piece->item);
     pieces_.push_back(std::move(piece));
     slot = static_cast<int32_t>(pieces_.size());
   }

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "cgisupport/config_file.h"
+#include "pagegen/tag_values.h"
 #include "pagegen/text_match.h"
 
 namespace storegen {
@@ -89,6 +90,7 @@ struct TemplatePiece {
   std::string text;  // written as it stands (carriage returns of plain text dropped)
   std::string item;
   std::optional<MarkupFacts> facts;  // of a markup item
+  std::optional<TagParts> tag;       // of a tag item
 
   // A link-only markup item as last rewritten, and for which page path and
   // link alias: pages mostly share them.
