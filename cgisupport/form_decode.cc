@@ -1,6 +1,6 @@
 #include "cgisupport/form_decode.h"
 
-#include <cctype>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 
@@ -13,21 +13,31 @@ int HexDigit(unsigned char c) {
   return c >= 'A' ? (c & 0xdf) - 'A' + 10 : c - '0';
 }
 
-bool KeptInUrl(unsigned char c) {
-  return std::isalnum(c) != 0 || std::strchr("/~_-.*", c) != nullptr;
-}
+// The bytes a URL keeps as they are: letters and digits (of the "C" locale
+// the program runs in) and "/~_-.*".
+constexpr std::array<bool, 256> kKeptInUrl = [] {
+  std::array<bool, 256> kept{};
+  for (int c = 0; c < 256; ++c) {
+    kept[c] = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+              std::string_view("/~_-.*").find(static_cast<char>(c)) != std::string_view::npos;
+  }
+  return kept;
+}();
 
 void AppendEscaped(std::string& out, std::string_view src) {
   static constexpr char kHex[] = "0123456789ABCDEF";
-  for (char ch : src) {
-    unsigned char c = static_cast<unsigned char>(ch);
-    if (c != '\0' && KeptInUrl(c)) {
-      out.push_back(ch);
-    } else {
-      out.push_back('%');
-      out.push_back(kHex[c >> 4]);
-      out.push_back(kHex[c & 0x0f]);
-    }
+  std::size_t i = 0;
+  while (i < src.size()) {
+    // A run of kept bytes is appended at once.
+    std::size_t end = i;
+    while (end < src.size() && kKeptInUrl[static_cast<unsigned char>(src[end])])
+      ++end;
+    out.append(src.substr(i, end - i));
+    if (end == src.size()) break;
+    const unsigned char c = static_cast<unsigned char>(src[end]);
+    const char escaped[] = {'%', kHex[c >> 4], kHex[c & 0x0f]};
+    out.append(escaped, sizeof escaped);
+    i = end + 1;
   }
 }
 

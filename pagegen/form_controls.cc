@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 #include <new>
 #include <string>
@@ -39,10 +40,17 @@ template <typename Fn>
 void ForEachValue(AttributePool* pool, int32_t attribute, std::string_view values, Fn fn) {
   while (!values.empty()) {
     std::size_t comma = values.find(',');
-    OwnedText value(AD_GetAttributeValue(pool, attribute, Number(values.substr(0, comma))));
-    if (value != nullptr && *value != '\0') fn(std::string(value.get()));
+    const char* value = AD_GetAttributeValuePTR(pool, attribute, Number(values.substr(0, comma)));
+    if (value != nullptr && *value != '\0') fn(std::string_view(value));
     values = comma == std::string_view::npos ? std::string_view() : values.substr(comma + 1);
   }
+}
+
+// Appends every piece of |pieces| to |out|: one control's HTML is composed
+// in one string, without a temporary string per piece.
+void Append(std::string* out, std::initializer_list<std::string_view> pieces) {
+  for (std::string_view piece : pieces)
+    out->append(piece);
 }
 
 }  // namespace
@@ -51,11 +59,12 @@ void DisplayListBox(PageOutput* out, AttributePool* pool, int32_t attribute,
                     std::string_view values, int32_t size, bool multiple) {
   OwnedText label = Label(pool, attribute);
   if (label == nullptr) return;
-  std::string html = std::string(label.get()) + "<BR>\n<SELECT SIZE=\"" + std::to_string(size) +
-                     "\" NAME=\"" + label.get() + "\"" + (multiple ? " MULTIPLE" : "") + ">\n";
+  std::string html;
+  Append(&html, {label.get(), "<BR>\n<SELECT SIZE=\"", std::to_string(size), "\" NAME=\"",
+                 label.get(), "\"", multiple ? " MULTIPLE" : "", ">\n"});
   bool first = true;
-  ForEachValue(pool, attribute, values, [&](const std::string& v) {
-    html += "<OPTION VALUE=\"" + v + "\" " + (first ? "SELECTED" : "") + ">" + v + "</OPTION>\n";
+  ForEachValue(pool, attribute, values, [&](std::string_view v) {
+    Append(&html, {"<OPTION VALUE=\"", v, "\" ", first ? "SELECTED" : "", ">", v, "</OPTION>\n"});
     first = false;
   });
   html += "</SELECT>\n";
@@ -67,13 +76,14 @@ void DisplayButtons(PageOutput* out, AttributePool* pool, int32_t attribute,
   OwnedText label = Label(pool, attribute);
   if (label == nullptr) return;
   const bool radio = type == 3;
-  std::string html = std::string(label.get()) + "<BR>\n";
+  std::string html;
+  Append(&html, {label.get(), "<BR>\n"});
   bool first = true;
-  ForEachValue(pool, attribute, values, [&](const std::string& v) {
-    html += std::string("<INPUT TYPE=\"") + (radio ? "RADIO" : "CHECKBOX") + "\" NAME=\"" +
-            (radio ? std::string(label.get()) : v) + "\" ";
-    if (radio) html += "VALUE=\"" + v + "\" ";
-    html += std::string(first ? "CHECKED" : "") + ">" + v + "<BR>\n";
+  ForEachValue(pool, attribute, values, [&](std::string_view v) {
+    Append(&html, {"<INPUT TYPE=\"", radio ? "RADIO" : "CHECKBOX", "\" NAME=\"",
+                   radio ? std::string_view(label.get()) : v, "\" "});
+    if (radio) Append(&html, {"VALUE=\"", v, "\" "});
+    Append(&html, {first ? "CHECKED" : "", ">", v, "<BR>\n"});
     first = false;
   });
   WriteOutput(out, html);
