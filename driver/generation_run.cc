@@ -106,6 +106,14 @@ int FillSkuData() {
   return result;
 }
 
+// The run's product list is freed when the next run in this process starts,
+// or not at all when the process ends first: freeing tens of thousands of
+// records one by one just before the process exits would only delay its end.
+void KeepUntilNextRun(SkuList* list) {
+  static SkuList* kept = nullptr;  // reachable until the process ends
+  FreeSkuList(std::exchange(kept, list));
+}
+
 // GeneratePages without its category-connection scope and progress display.
 int GenerateAllPages() {
   RunState& st = PageGenState;
@@ -210,7 +218,7 @@ int GenerateAllPages() {
     }
   }
 
-  FreeSkuList(full);
+  KeepUntilNextRun(full);
   return result;
 }
 
