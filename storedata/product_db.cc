@@ -51,6 +51,7 @@ std::vector<std::string_view> NameFields(std::string_view line, std::size_t limi
 // columns aligned; a separator at the very end adds no empty last field.
 std::vector<std::string_view> SkuFields(std::string_view line) {
   std::vector<std::string_view> fields;
+  fields.reserve(32);  // product lines mostly have fewer fields: one allocation
   std::size_t start = 0;
   for (;;) {
     const std::size_t i = start + SpanWithout(line.data() + start, line.size() - start, psz_Tab[0],
