@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,24 @@ Strings Tokens(std::string text, const char* delims) {
     out.push_back(t);
   }
   return out;
+}
+
+// SpanWithout looks at sixteen bytes at a time: it must stop where a byte by
+// byte scan stops, at every length and alignment.
+TEST(StrUtil, SpanWithoutAgreesWithAByteByByteScan) {
+  std::mt19937 rng(3);
+  const std::string alphabet = "ab<%\r-\xff";
+  for (int round = 0; round < 3000; ++round) {
+    std::string text;
+    for (std::size_t n = rng() % 70; n > 0; --n)
+      text += alphabet[rng() % alphabet.size()];
+    const std::size_t from = text.empty() ? 0 : rng() % text.size();
+    std::size_t k = from;
+    while (k < text.size() && text[k] != '<' && text[k] != '%' && text[k] != '\r' && text[k] != '-')
+      ++k;
+    EXPECT_EQ(SpanWithout(text.data() + from, text.size() - from, '<', '%', '\r', '-'), k - from)
+        << text;
+  }
 }
 
 TEST(StrUtil, ValidatorsAndSetMembership) {
