@@ -60,6 +60,7 @@ void DisplayListBox(PageOutput* out, AttributePool* pool, int32_t attribute,
   OwnedText label = Label(pool, attribute);
   if (label == nullptr) return;
   std::string html;
+  html.reserve(1024);  // most controls fit: one allocation
   Append(&html, {label.get(), "<BR>\n<SELECT SIZE=\"", std::to_string(size), "\" NAME=\"",
                  label.get(), "\"", multiple ? " MULTIPLE" : "", ">\n"});
   bool first = true;
@@ -77,6 +78,7 @@ void DisplayButtons(PageOutput* out, AttributePool* pool, int32_t attribute,
   if (label == nullptr) return;
   const bool radio = type == 3;
   std::string html;
+  html.reserve(1024);
   Append(&html, {label.get(), "<BR>\n"});
   bool first = true;
   ForEachValue(pool, attribute, values, [&](std::string_view v) {
