@@ -381,16 +381,8 @@ Step Parser::Ordinary(char c) {
     StartMarkup();
     return Step::kGo;
   }
-  if (markup_.size() >= 2 && markup_[1] == '!' && !script_) {
-    if (c != '-') {
-      dash_ = false;
-    } else if (dash_) {
-      in_comment_ = !in_comment_;
-      dash_ = false;
-    } else {
-      dash_ = true;
-    }
-  }
+  if (markup_.size() >= 2 && markup_[1] == '!' && !script_)
+    CountCommentDash(c, &dash_, &in_comment_);
   markup_ += c;
   if (c == '>' && !in_comment_) return CloseMarkup();
   if (markup_.size() >= kTemplateMarkupSize) WriteMarkupAsText();

@@ -106,18 +106,8 @@ TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool s
         i = k;
         continue;
       }
-      // In "<!" markup outside scripts, a pair of dashes opens or closes a
-      // comment.
-      if (markup.size() >= 2 && markup[1] == '!' && !script) {
-        if (m != '-') {
-          dash = false;
-        } else if (dash) {
-          in_comment = !in_comment;
-          dash = false;
-        } else {
-          dash = true;
-        }
-      }
+      if (markup.size() >= 2 && markup[1] == '!' && !script)
+        CountCommentDash(m, &dash, &in_comment);
       markup += m;
       if (markup.size() >= kTemplateMarkupSize) return hand_to_scanner(i);
       if (m == '>' && !in_comment) break;

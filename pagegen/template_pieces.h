@@ -80,6 +80,20 @@ inline bool EndsWithTagCloser(std::string_view s, std::size_t min_length) {
          (s.ends_with(kTagOpenEncoded) && s.size() >= min_length + kTagOpenEncoded.size());
 }
 
+// The comment rule of "<!" markup outside scripts, for the character |c|
+// added to such a markup: a pair of dashes opens or closes a comment.
+// |dash| tells whether the character before was an unpaired dash.
+inline void CountCommentDash(char c, bool* dash, bool* in_comment) {
+  if (c != '-') {
+    *dash = false;
+  } else if (*dash) {
+    *in_comment = !*in_comment;
+    *dash = false;
+  } else {
+    *dash = true;
+  }
+}
+
 struct TemplatePiece {
   enum class End : uint8_t {
     kScanner,    // the scanner goes on at |next|
