@@ -6,10 +6,12 @@
 // and that the nesting and list-block counters are back at zero after every
 // page, whatever the template holds, and that a template parsed through
 // its pieces and one read character by character give the same page.
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <memory>
 #include <string>
 
 #include "driver/runstate/run_state.h"
@@ -87,12 +89,16 @@ void SetUpStore() {
   if (chdir(s.dir.c_str()) != 0) std::abort();
 }
 
-// Removes the text-block caches a page left, so that every input runs alike.
+// Removes the text-block caches a page left (every ".tmp" file of the
+// template directory), so that every input, and each of its two parses,
+// starts alike.
 void RemoveCaches() {
-  std::string dir = TheStore().dir + "/templates";
-  for (int n = 1; n < 64; ++n) {
-    std::string name = dir + "/page" + std::to_string(n) + ".tmp";
-    if (unlink(name.c_str()) != 0 && n > 8) break;
+  const std::string dir = TheStore().dir + "/templates";
+  std::unique_ptr<DIR, int (*)(DIR*)> d(opendir(dir.c_str()), closedir);
+  if (d == nullptr) return;
+  while (const dirent* e = readdir(d.get())) {
+    const std::string_view name = e->d_name;
+    if (name.size() > 4 && name.ends_with(".tmp")) unlink((dir + "/" + std::string(name)).c_str());
   }
 }
 
