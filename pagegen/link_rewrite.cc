@@ -216,7 +216,7 @@ std::string RewriteLinkTag(std::string_view markup, const PageContext& ctx) {
 }
 
 int WriteLinkTag(PageOutput* out, std::string_view markup, const PageContext& ctx) {
-  return WriteLinkTag(out, markup, FindHTMLTagRow(markup), ctx);
+  return WriteLinkTag(out, markup, LinkTagRow(markup, ctx), ctx);
 }
 
 int WriteLinkTag(PageOutput* out, std::string_view markup, int row, const PageContext& ctx) {

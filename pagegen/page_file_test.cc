@@ -1,6 +1,7 @@
 #include "pagegen/page_file.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -23,10 +24,12 @@ mode_t ModeOf(const std::string& path) {
   return st.st_mode & 07777;
 }
 
+// Writes |text| as pages are written: added directly, not through the
+// stream.
 bool WritePage(const std::string& path, const std::string& text) {
   PageFile page;
   if (!page.Open(path)) return false;
-  std::fwrite(text.data(), 1, text.size(), page.fp());
+  page.Add(text.data(), text.size());
   return page.Commit();
 }
 
@@ -75,6 +78,23 @@ TEST(PageFileTest, LongPageIsWrittenWholeThroughItsTemporaryFile) {
   ASSERT_TRUE(WritePage(path, text));
   EXPECT_EQ(ReadFile(path), text);
   EXPECT_EQ(ListDir(dir.path()).size(), 1u);
+}
+
+// A page whose text could not all be added is never written, not even
+// the part that could: here the long page's temporary file cannot be made
+// while a file stands where its directory should be.
+TEST(PageFileTest, AFailedAdditionFailsThePage) {
+  ScopedTempDir dir;
+  const std::string path = dir.Path("shop/p.html");
+  PageFile page;
+  ASSERT_TRUE(page.Open(path));
+  page.Add("<p>head</p>", 11);
+  WriteFile(dir.Path("shop"), "not a directory");
+  const std::string big(5 << 20, 'x');
+  page.Add(big.data(), big.size());
+  ASSERT_EQ(unlink(dir.Path("shop").c_str()), 0);
+  EXPECT_FALSE(page.Commit());
+  EXPECT_FALSE(FileExists(path));
 }
 
 TEST(PageFileTest, MissingDirectoryIsMade) {

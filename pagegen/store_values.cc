@@ -90,7 +90,7 @@ namespace {
 
 constexpr struct {
   std::string_view marker;
-  const char* key;  // null: composed in WriteStoreValue
+  const char* key;  // null: composed in StoreValue
 } kStoreValueMarkers[] = {
     {"PAGEGEN_STORENAME", "ShopName"},       {"PAGEGEN_BODYTAG", nullptr},
     {"PAGEGEN_STORELOGO", nullptr},          {"PAGEGEN_STOREPHONE", "StorePhone"},

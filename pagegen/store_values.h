@@ -32,7 +32,7 @@ std::string StoreImagePath(std::string_view value, std::string_view page_path,
 
 // The store value marker that |markers| (the "PAGEGEN_" finder of a markup)
 // finds first of the markers above (any case, tested in the order listed),
-// as a number for WriteStoreValue; -1 when it finds none.
+// as a number for StoreValue; -1 when it finds none.
 int FindStoreValueMarker(const MarkerFinder& markers);
 
 // The output of the store value marker |marker| (from FindStoreValueMarker).

@@ -41,11 +41,16 @@ std::string ProductSku(const PAPI_Pair* product) {
   return sku->name != nullptr && sku->value != nullptr ? sku->value : "";
 }
 
+// The product's value of |name| when it is usable, else null.
+const char* UsableValue(const PAPI_Pair* product, const std::string& name) {
+  const PAPI_Pair* pair = FindProdAttr(product, name.c_str());
+  return pair != nullptr && IsUsable(pair->value) ? pair->value : nullptr;
+}
+
 std::string ProductTag(std::string_view tag, const std::string& name, const PageContext& ctx,
                        std::string_view image_prefix) {
-  const PAPI_Pair* pair = FindProdAttr(ctx.product, name.c_str());
-  if (pair != nullptr && IsUsable(pair->value)) {
-    return IsPicture(name) ? EscapeUrl(pair->value) : std::string(pair->value);
+  if (const char* value = UsableValue(ctx.product, name)) {
+    return IsPicture(name) ? EscapeUrl(value) : std::string(value);
   }
   const std::string* fallback = nullptr;
   if (ctx.set != nullptr && EqualsNoCase(name, "GRAPHIC")) {
@@ -88,12 +93,14 @@ TagParts::TagParts(std::string_view tag) {
 
 void WriteTemplateTag(PageOutput* out, std::string_view tag, const TagParts& parts,
                       const PageContext& ctx, std::string_view image_prefix, int* warning) {
-  if (parts.product && !parts.picture && ctx.product != nullptr) {
-    const PAPI_Pair* pair = FindProdAttr(ctx.product, parts.product_name.c_str());
-    if (pair != nullptr && IsUsable(pair->value)) {
-      WriteOutput(out, pair->value, std::strlen(pair->value));
-      return;
+  if (parts.product && ctx.product != nullptr) {
+    const char* value = parts.picture ? nullptr : UsableValue(ctx.product, parts.product_name);
+    if (value != nullptr) {
+      WriteOutput(out, value, std::strlen(value));
+    } else {
+      WriteOutput(out, ProductTag(tag, parts.product_name, ctx, image_prefix));
     }
+    return;
   }
   WriteOutput(out, ResolveTemplateTag(tag, ctx, image_prefix, warning));
 }

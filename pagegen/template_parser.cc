@@ -556,16 +556,21 @@ int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx) {
 
 int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
                       std::string_view page_file, bool pieces) {
+  TemplatePieces text_pieces(text);
+  return ParseTemplateText(text, ctx, page, page_file, pieces ? &text_pieces : nullptr);
+}
+
+int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
+                      std::string_view page_file, TemplatePieces* pieces) {
   FilePtr in(text.empty() ? std::tmpfile()
                           : fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
   char* buf = nullptr;
   std::size_t length = 0;
   FILE* out_fp = open_memstream(&buf, &length);
 
-  TemplatePieces text_pieces(text);
   TemplateInput input;
   input.fp = in.get();
-  if (pieces && in != nullptr && !text.empty()) input.pieces = &text_pieces;
+  if (in != nullptr && !text.empty()) input.pieces = pieces;
   PageOutput output;
   output.fp = out_fp;
   output.file_name = page_file;

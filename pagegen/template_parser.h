@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "pagegen/page_context.h"
+#include "pagegen/template_pieces.h"
 
 namespace storegen {
 
@@ -43,6 +44,10 @@ int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx);
 // read from their files are. Returns what ParseTemplate returned.
 int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
                       std::string_view page_file = "", bool pieces = true);
+// The same through |pieces|, the pieces of |text| (null: character by
+// character), kept from one call to the next as from one page to the next.
+int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
+                      std::string_view page_file, TemplatePieces* pieces);
 
 }  // namespace storegen
 

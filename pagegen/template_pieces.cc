@@ -16,31 +16,7 @@ std::size_t OpenerAt(std::string_view text, std::size_t at, bool* open_at_end) {
   return 0;
 }
 
-}  // namespace
-
-MarkupFacts::MarkupFacts(std::string_view markup)
-    : bang(markup.size() >= 2 && markup[1] == '!'),
-      keywords(markup.find('#') != std::string_view::npos &&
-               FindNoCase(markup, "PG_") != std::string_view::npos),
-      markers(bang ? markup : std::string_view()),
-      found(0),
-      store_value(static_cast<int8_t>(FindStoreValueMarker(markers))),
-      script(bang                                   ? 0
-             : StartsWithNoCase(markup, "<SCRIPT")  ? 1
-             : StartsWithNoCase(markup, "</SCRIPT") ? -1
-                                                    : 0),
-      link_row(bang ? -1 : FindHTMLTagRow(markup)) {
-  static constexpr std::string_view kNames[] = {
-      "PAGEGEN_CATEGORYLIST_BEGIN", "PAGEGEN_CATEGORYLIST_END", "PAGEGEN_PRODUCTLIST_BEGIN",
-      "PAGEGEN_PRODUCTLIST_END",    "PAGEGEN_ATTRIBUTES",       "PAGEGEN_TEXT_BEGIN",
-      "PAGEGEN_TEXT_END",           "PAGEGEN_CARDTYPE",
-  };
-  if (!markers.Any()) return;
-  for (uint32_t m = 0; m < std::size(kNames); ++m) {
-    if (markers.Has(kNames[m])) found |= 1u << m;
-  }
-}
-
+// The piece of |text| at |offset| for a scanner standing clean there.
 TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool script) {
   TemplatePiece piece;
   // Where the scanner takes over when the piece cannot reach further: a
@@ -125,6 +101,31 @@ TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool s
   piece.end = TemplatePiece::End::kEndOfText;
   piece.next = text.size();
   return piece;
+}
+
+}  // namespace
+
+MarkupFacts::MarkupFacts(std::string_view markup)
+    : bang(markup.size() >= 2 && markup[1] == '!'),
+      keywords(markup.find('#') != std::string_view::npos &&
+               FindNoCase(markup, "PG_") != std::string_view::npos),
+      markers(bang ? markup : std::string_view()),
+      found(0),
+      store_value(static_cast<int8_t>(FindStoreValueMarker(markers))),
+      script(bang                                   ? 0
+             : StartsWithNoCase(markup, "<SCRIPT")  ? 1
+             : StartsWithNoCase(markup, "</SCRIPT") ? -1
+                                                    : 0),
+      link_row(bang ? -1 : FindHTMLTagRow(markup)) {
+  static constexpr std::string_view kNames[] = {
+      "PAGEGEN_CATEGORYLIST_BEGIN", "PAGEGEN_CATEGORYLIST_END", "PAGEGEN_PRODUCTLIST_BEGIN",
+      "PAGEGEN_PRODUCTLIST_END",    "PAGEGEN_ATTRIBUTES",       "PAGEGEN_TEXT_BEGIN",
+      "PAGEGEN_TEXT_END",           "PAGEGEN_CARDTYPE",
+  };
+  if (!markers.Any()) return;
+  for (uint32_t m = 0; m < std::size(kNames); ++m) {
+    if (markers.Has(kNames[m])) found |= 1u << m;
+  }
 }
 
 const TemplatePiece& TemplatePieces::At(std::size_t offset, bool script) {

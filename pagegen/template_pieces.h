@@ -148,9 +148,6 @@ class TemplatePieces {
   std::vector<std::unique_ptr<TemplatePiece>> pieces_;
 };
 
-// Cuts the piece at |offset| (exposed for tests).
-TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool script);
-
 }  // namespace storegen
 
 #endif  // STOREGEN_PAGEGEN_TEMPLATE_PIECES_H_
