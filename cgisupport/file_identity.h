@@ -34,6 +34,10 @@ struct FileIdentity {
 // such a file must not be taken as unchanged on its identity alone.
 bool ChangedRecently(const FileIdentity& id);
 
+// Seconds by which the clock that ChangedRecently reads runs ahead of the
+// real one: 0, except in tests that let time pass without waiting.
+extern time_t g_settle_clock_ahead;
+
 // Reads the whole regular file open as |fd|, |size| bytes by its fstat, into
 // |text|, from its start and without moving the descriptor's offset. False on a read error, or when
 // the file's length no longer matches |size| (it changed while being read).

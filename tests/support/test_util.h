@@ -10,7 +10,7 @@
 
 namespace storegen::testing {
 
-// A fresh directory under $TMPDIR (or /tmp), removed with everything in it on
+// A fresh directory under $TMPDIR (or /dev/shm, else /tmp), removed with everything in it on
 // destruction. With |enter|, the process changes into it and back on
 // destruction.
 class ScopedTempDir {
