@@ -1,7 +1,7 @@
 # storegen_module(<name> SOURCES ... [DEPS ...] [TESTS ...] [TEST_DEPS ...])
 #
-# Builds the static library storegen_<name> from SOURCES and, when testing is
-# on and TESTS are given, the GoogleTest binary <name>_test whose cases CTest
+# Builds the static library storegen_<name> from SOURCES and, when the tests
+# are built (STOREGEN_TESTS) and TESTS are given, the GoogleTest binary <name>_test whose cases CTest
 # discovers one by one (label <name>). Tests find their input files through
 # TESTDATA_DIR, the module's testdata/ folder, and the program under test
 # through STOREGEN_BIN.
@@ -10,7 +10,7 @@ function(storegen_module name)
   add_library(storegen_${name} STATIC ${M_SOURCES})
   target_include_directories(storegen_${name} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(storegen_${name} PUBLIC ${M_DEPS})
-  if(BUILD_TESTING AND M_TESTS)
+  if(STOREGEN_TESTS AND M_TESTS)
     add_executable(${name}_test ${M_TESTS})
     target_link_libraries(${name}_test PRIVATE storegen_${name} ${M_TEST_DEPS}
                           storegen_testsupport GTest::gtest_main)

@@ -1,0 +1,123 @@
+"""Runs the tutorial docs/getting-started.md as a reader would and checks
+what it shows.
+
+The tutorial marks its code blocks with HTML comments, invisible on a code
+host:
+
+  <!-- tutorial: run -->          the sh block is run in bash (the directory
+                                  it ends in carries over to the next block)
+  <!-- tutorial: file PATH -->    the block is the whole content of PATH
+  <!-- tutorial: output -->       the words of the last run block's output
+                                  (standard output and error), in any order
+  <!-- tutorial: page PATH -->    the block stands, byte for byte, in PATH
+
+HOME is a fresh directory whose storegen/build/bin/storegen is the program
+under test, the checkout the tutorial assumes. After the last block the
+store is checked as a whole: every page the tutorial promises exists, no
+template syntax is left in a page, and every link into the store leads to a
+file the run wrote.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+import urllib.parse
+
+DOC = os.path.join(os.environ["STOREGEN_SOURCE_DIR"], "docs", "getting-started.md")
+PROGRAM = os.path.join(os.environ["STOREGEN_BUILD_DIR"], "bin", "storegen")
+MARK = re.compile(r"^<!-- tutorial: (run|file|output|page)\s*(\S*)\s*-->$")
+
+
+def steps(text):
+    """(kind, argument, block text) for each marked fenced block, in order."""
+    lines = text.split("\n")
+    found = []
+    i = 0
+    while i < len(lines):
+        m = MARK.match(lines[i])
+        i += 1
+        if not m:
+            continue
+        if i >= len(lines) or not lines[i].startswith("```"):
+            raise AssertionError(f"marker without a code block: {lines[i - 1]}")
+        end = lines.index("```", i + 1)
+        found.append((m.group(1), m.group(2), "\n".join(lines[i + 1:end]) + "\n"))
+        i = end + 1
+    return found
+
+
+class TutorialTest(unittest.TestCase):
+    def setUp(self):
+        self.home = tempfile.mkdtemp(prefix="tutorial-")
+        self.addCleanup(shutil.rmtree, self.home, ignore_errors=True)
+        bin_dir = os.path.join(self.home, "storegen", "build", "bin")
+        os.makedirs(bin_dir)
+        os.symlink(PROGRAM, os.path.join(bin_dir, "storegen"))
+        self.cwd = self.home
+        self.env = {"HOME": self.home, "PATH": "/usr/local/bin:/usr/bin:/bin", "LC_ALL": "C.UTF-8"}
+        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"):
+            if name in os.environ:
+                self.env[name] = os.environ[name]
+
+    def run_block(self, script):
+        state = os.path.join(self.home, ".tutorial-cwd")
+        run = subprocess.run(["bash", "-e", "-c", f"{script}\npwd > {state}"], cwd=self.cwd,
+                             env=self.env, capture_output=True, text=True, timeout=120)
+        if os.path.exists(state):
+            with open(state, encoding="utf-8") as f:
+                self.cwd = f.read().strip()
+        return run
+
+    def test_tutorial(self):
+        with open(DOC, encoding="utf-8") as f:
+            blocks = steps(f.read())
+        self.assertGreater(len(blocks), 10)
+        output = None
+        for kind, arg, text in blocks:
+            with self.subTest(kind=kind, arg=arg, text=text[:60]):
+                if kind == "run":
+                    run = self.run_block(text)
+                    output = run.stdout + run.stderr
+                    # A block may end in a failing command on purpose (its
+                    # output then shows the failure); an earlier one may not.
+                    if run.returncode != 0:
+                        last = text.strip().split("\n")[-1]
+                        self.assertIn(last.split()[0], ("ls",), f"block failed:\n{output}")
+                elif kind == "file":
+                    path = os.path.join(self.cwd, arg)
+                    os.makedirs(os.path.dirname(path), exist_ok=True)
+                    with open(path, "w", encoding="utf-8") as f:
+                        f.write(text)
+                elif kind == "output":
+                    self.assertEqual(sorted(output.split()), sorted(text.split()))
+                else:
+                    with open(os.path.join(self.cwd, arg), encoding="utf-8") as f:
+                        self.assertIn(text, f.read())
+        self.check_store(os.path.join(self.cwd, "www"))
+
+    def check_store(self, root):
+        store = os.path.join(root, "hilltop")
+        pages = sorted(n for n in os.listdir(store) if n.endswith(".html"))
+        skus = [f"T-10{i}" for i in range(1, 8)] + ["W-201", "W-202", "W-203", "W-205"]
+        self.assertEqual(pages, sorted(["about.html", "c-Tea.html", "c-Teaware.html", "index.html",
+                                        "index1.html", "index2.html"] +
+                                       [f"p-{s}.html" for s in skus]))
+        self.assertTrue(os.path.isfile(os.path.join(store, "css", "style.css")))
+        for name in pages:
+            with open(os.path.join(store, name), encoding="utf-8") as f:
+                page = f.read()
+            self.assertNotRegex(page, r"%%|PAGEGEN_|PG_\w+#", name)
+            for target in re.findall(r'(?:href|HREF|src)="([^"]*)"', page):
+                target = target.split("#", 1)[-1] if target.startswith("ADDTOCART#") else target
+                with self.subTest(page=name, link=target):
+                    path = urllib.parse.urljoin("/hilltop/" + name, target)
+                    self.assertTrue(path.startswith("/hilltop/"))
+                    self.assertTrue(os.path.isfile(os.path.join(root, path.lstrip("/"))))
+
+
+if __name__ == "__main__":
+    sys.exit(unittest.main())
