@@ -10,8 +10,8 @@
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/path_util.h"
 #include "cgisupport/result_codes.h"
+#include "cgisupport/run_state.h"
 #include "driver/run_files.h"
-#include "driver/runstate/run_state.h"
 #include "index/search_index.h"
 #include "storedata/sku_list.h"
 

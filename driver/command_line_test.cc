@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "cgisupport/result_codes.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "index/search_index.h"
 #include "storedata/sku_list.h"
 #include "tests/support/test_util.h"

@@ -14,8 +14,8 @@
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/result_codes.h"
+#include "cgisupport/run_state.h"
 #include "driver/run_files.h"
-#include "driver/runstate/run_state.h"
 #include "templateset/template_set.h"
 
 namespace storegen {

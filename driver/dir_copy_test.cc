@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "cgisupport/copy_truncated.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "templateset/template_set.h"
 #include "tests/support/test_util.h"
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/run_state.h"
 #include "driver/page_processes.h"
-#include "driver/runstate/run_state.h"
 #include "index/search_index.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/page_generators.h"

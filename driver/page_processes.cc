@@ -20,7 +20,7 @@
 
 #include "cgisupport/file_identity.h"
 #include "cgisupport/file_util.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/page_generators.h"
 #include "pagegen/progress.h"

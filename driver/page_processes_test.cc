@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 
 namespace storegen {
 namespace {

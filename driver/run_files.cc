@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "cgisupport/file_util.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "templateset/management.h"
 
 namespace storegen {

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "fuzz/fuzz_util.h"
 #include "pagegen/link_rewrite.h"
 #include "pagegen/page_context.h"

@@ -14,7 +14,7 @@
 #include <memory>
 #include <string>
 
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "fuzz/fuzz_util.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/list_blocks.h"

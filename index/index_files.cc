@@ -9,7 +9,7 @@
 #include "cgisupport/atomic_file.h"
 #include "cgisupport/config_line.h"
 #include "cgisupport/copy_truncated.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "index/index_lines.h"
 #include "index/search_index.h"
 

@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "cgisupport/copy_truncated.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "index/index_test_support.h"
 #include "storedata/product_db.h"
 

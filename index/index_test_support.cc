@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "index/index_state.h"
 
 namespace storegen::testing {

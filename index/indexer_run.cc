@@ -12,7 +12,7 @@
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "index/index_files.h"
 #include "index/index_lines.h"
 #include "index/search_index.h"

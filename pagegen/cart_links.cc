@@ -8,7 +8,7 @@
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/path_util.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/text_match.h"
 
 namespace storegen {

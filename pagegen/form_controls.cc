@@ -8,7 +8,7 @@
 #include <string>
 
 #include "cgisupport/config_file.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/link_rewrite.h"
 #include "storedata/attribute_db.h"
 #include "storedata/product_api.h"

@@ -14,7 +14,7 @@
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/file_identity.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/list_blocks.h"
 #include "pagegen/page_file.h"

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "cgisupport/file_identity.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/page_context.h"
 #include "storedata/sku_list.h"

@@ -7,7 +7,7 @@
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/file_identity.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/list_blocks.h"
 #include "storedata/product_api.h"
 

@@ -7,7 +7,7 @@
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/form_decode.h"
 #include "cgisupport/path_util.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "index/search_index.h"
 #include "pagegen/cart_links.h"
 #include "pagegen/link_rewrite.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "cgisupport/copy_truncated.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/text_match.h"
 
 namespace storegen {

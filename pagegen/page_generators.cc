@@ -5,7 +5,7 @@
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/path_util.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "index/search_index.h"
 #include "pagegen/category_index.h"
 #include "pagegen/html_page.h"

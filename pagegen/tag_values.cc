@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "cgisupport/form_decode.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/text_match.h"
 #include "storedata/product_api.h"

@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "cgisupport/config_file.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/list_blocks.h"
 #include "pagegen/template_pieces.h"

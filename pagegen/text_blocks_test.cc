@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/template_parser.h"
 #include "templateset/template_set.h"
 #include "tests/support/test_util.h"

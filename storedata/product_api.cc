@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "cgisupport/dyn_lib.h"
+#include "cgisupport/run_state.h"
 #include "cgisupport/str_util.h"
-#include "driver/runstate/run_state.h"
 #include "storedata/product_db.h"
 
 namespace storegen {

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "storedata/product_db.h"
 #include "tests/support/test_util.h"
 

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "cgisupport/result_codes.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "storedata/product_api.h"
 #include "storedata/product_db.h"

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "storedata/product_api.h"
 #include "templateset/template_set.h"

@@ -7,7 +7,7 @@
 
 #include "cgisupport/atomic_file.h"
 #include "cgisupport/file_util.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 
 namespace storegen {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "tests/support/test_util.h"
 
 namespace storegen {

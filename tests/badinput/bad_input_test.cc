@@ -15,7 +15,7 @@
 #include "cgisupport/config_file.h"
 #include "cgisupport/config_item_list.h"
 #include "cgisupport/file_util.h"
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 #include "index/index_files.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/list_blocks.h"

@@ -1,7 +1,19 @@
-// The run's state: one process-wide record filled by start-up and read by the
-// generation run, the page generators and the directory copy. Not reentrant.
-#ifndef STOREGEN_DRIVER_RUNSTATE_RUN_STATE_H_
-#define STOREGEN_DRIVER_RUNSTATE_RUN_STATE_H_
+// The run's state: one process-wide record. Not reentrant.
+//
+// Who writes which field (every module may read any of them):
+// - the driver's command line and start-up: the options and paths (verbose,
+//   sz* paths and names, pszShopHome, szCategory, szSitePageIdx,
+//   szFirstSkuIdx, szAllowIndex, szExcludeDirs, sitepages, copydirs, dynamic),
+//   the objects it opens (pSkuList, pTpltSet, ad_handle) and the process's
+//   files (fdPID, fpRedirect);
+// - the page generators: szShopHomeName and szTemplateFile, the output file
+//   and template of the shop home page or category list being written (the
+//   driver sets them first for a list request);
+// - errlist and dellist collect failed pages and files to delete: the
+//   page generators, the SKU-list builder and the generation run add to them,
+//   the driver's page processes move them between processes and report them.
+#ifndef STOREGEN_CGISUPPORT_RUN_STATE_H_
+#define STOREGEN_CGISUPPORT_RUN_STATE_H_
 
 #include <cstdint>
 #include <cstdio>
@@ -15,17 +27,17 @@ struct FileList;
 
 // Bits of RunState::dynamic.
 enum DynamicBits : uint32_t {
-  kDynSinglePage = 1,        // "-p" or "-f": one page to standard output
-  kDynProductPages = 2,      // the store serves product pages dynamically
-  kDynListRequest = 4,       // "-f": this request is a product list page
-  kDynListPages = 8,         // the store serves product list pages dynamically
+  kDynSinglePage = 1,    // "-p" or "-f": one page to standard output
+  kDynProductPages = 2,  // the store serves product pages dynamically
+  kDynListRequest = 4,   // "-f": this request is a product list page
+  kDynListPages = 8,     // the store serves product list pages dynamically
 };
 
 // Bits of the template parser's generation options.
 enum GenerationOptions : uint32_t {
-  kGenRewriteLinks = 1,      // always set by the page generators
-  kGenDynamicProducts = 2,   // = kDynProductPages
-  kGenDynamicLists = 8,      // = kDynListPages
+  kGenRewriteLinks = 1,     // always set by the page generators
+  kGenDynamicProducts = 2,  // = kDynProductPages
+  kGenDynamicLists = 8,     // = kDynListPages
 };
 
 inline constexpr int kPathSize = 256;
@@ -76,7 +88,9 @@ struct RunState {
 extern RunState PageGenState;
 
 // True when "-v" was given: progress and error messages go to standard output.
-inline bool Verbose() { return PageGenState.verbose != 0; }
+inline bool Verbose() {
+  return PageGenState.verbose != 0;
+}
 
 // printf to standard output, only in verbose mode.
 void VerbosePrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
@@ -90,4 +104,4 @@ void ResetRunState();
 
 }  // namespace storegen
 
-#endif  // STOREGEN_DRIVER_RUNSTATE_RUN_STATE_H_
+#endif  // STOREGEN_CGISUPPORT_RUN_STATE_H_

@@ -1,4 +1,4 @@
-#include "driver/runstate/run_state.h"
+#include "cgisupport/run_state.h"
 
 #include <cstdarg>
 
