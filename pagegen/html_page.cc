@@ -133,6 +133,14 @@ int EnsurePageDir(const char* output_path) {
   return rc;
 }
 
+// The page |output_path| named by its path below the store's output
+// directory |out_dir|; a page outside it by its file name.
+std::string_view StorePath(std::string_view output_path, std::string_view out_dir) {
+  if (!out_dir.empty() && output_path.starts_with(out_dir))
+    return output_path.substr(out_dir.size());
+  return BaseName(output_path);
+}
+
 }  // namespace
 
 std::string PageFileName(std::string_view path, int page_number) {
@@ -169,7 +177,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
       VerbosePrintf("Unable to open file %s\n", output_path);
       return -8;
     }
-    out.file_name = BaseName(output_path);
+    out.series_name = StorePath(output_path, ctx.out_dir);
   }
 
   // Pages written from the list block of another page (category pages),
@@ -218,6 +226,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     if (has_output) VerbosePrintf("\nGenerating Page: %s\n", name.c_str());
     VerbosePrintf("Using template %s\n", template_path);
 
+    if (!out.series_name.empty()) out.file_name = PageFileName(out.series_name, page);
     in.fp = tmpl.get();
     in.text_version = tmpl.version();
     in.pieces = tmpl.pieces();

@@ -166,10 +166,10 @@ void WritePagingLink(PageOutput* out, const std::string& target, const char* ima
 }
 
 // A page of the same series: the page path when it is absolute, and the
-// page's own file name numbered for |page|.
+// series' path below the store's directory numbered for |page|.
 std::string SeriesPage(const PageOutput* out, const PageContext& ctx, int32_t page) {
   std::string link = IsDirSlash(ctx.page_path[0]) ? ctx.page_path : "";
-  return link + PageFileName(out->file_name, page);
+  return link + PageFileName(out->series_name, page);
 }
 
 }  // namespace

@@ -64,7 +64,7 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
 // link tag, then "</A>". With list pages served dynamically (kGenDynamicLists)
 // the target is DynamicProdListHref for the list start ctx.list_start minus
 // (plus) |page_size|. Otherwise it is the page path (when absolute) and
-// out->file_name numbered for page |page_number| - 1 (+ 1), the first page
+// out->series_name numbered for page |page_number| - 1 (+ 1), the first page
 // without number; CreatePrevious writes nothing for a page number below 1.
 void CreatePrevious(PageOutput* out, int32_t page_number, const char* image, const PageContext& ctx,
                     std::string_view category, int32_t page_size);

@@ -102,13 +102,16 @@ class ListBlockTest : public ::testing::Test {
     WriteFile(dir_.Path("list.tmpl"), text);
     return PagesOf(dir_.Path("list.tmpl"));
   }
-  std::vector<std::string> PagesOf(const std::string& tmpl, int rc = 0) {
+  // |page| is the first page's path below the test directory.
+  std::vector<std::string> PagesOf(const std::string& tmpl, int rc = 0,
+                                   const std::string& page = "list.html") {
+    const std::string path = dir_.Path(page);
     for (int n = 0; n < 10; ++n)
-      std::remove(PageFileName(dir_.Path("list.html"), n).c_str());
-    EXPECT_EQ(GenerateHtmlPage(tmpl.c_str(), dir_.Path("list.html").c_str(), nullptr, ctx_), rc);
+      std::remove(PageFileName(path, n).c_str());
+    EXPECT_EQ(GenerateHtmlPage(tmpl.c_str(), path.c_str(), nullptr, ctx_), rc);
     std::vector<std::string> pages;
-    for (int n = 0; FileExists(PageFileName(dir_.Path("list.html"), n)); ++n)
-      pages.push_back(ReadFile(PageFileName(dir_.Path("list.html"), n)));
+    for (int n = 0; FileExists(PageFileName(path, n)); ++n)
+      pages.push_back(ReadFile(PageFileName(path, n)));
     EXPECT_EQ(CatList + ProdList, 0);
     return pages;
   }
@@ -154,6 +157,26 @@ TEST_F(ListBlockTest, PagedListWritesEachPageWithItsLinks) {
             (std::vector<std::string>{
                 "P1P2P3P4<A HREF=\"/shop/list1.html\"><IMG SRC=\"/shop/n.gif\" BORDER=0></A>",
                 "P5P6<A HREF=\"/shop/list.html\"><IMG SRC=\"/shop/p.gif\" BORDER=0></A>"}));
+}
+
+// A page series in a subdirectory of the store: its paging links name the
+// subdirectory, and each page keeps its own text-block caches (a cached
+// list would otherwise repeat the first page's entries).
+TEST_F(ListBlockTest, PageSeriesInASubdirectory) {
+  Products({"Tea", "Tea", "Tea"});
+  const std::string out_dir = dir_.path() + "/";
+  ctx_.out_dir = out_dir.c_str();
+  WriteFile(dir_.Path("list.tmpl"),
+            "<!--PAGEGEN_TEXT_BEGIN--><!--PAGEGEN_PRODUCTLIST_BEGIN MaxPerPage=2-->"
+            "%%PRODUCT.SKU%%<!--PAGEGEN_PRODUCTLIST_END--><!--PAGEGEN_TEXT_END-->");
+  const std::vector<std::string> pages = {
+      "<!--PAGEGEN_TEXT_BEGIN-->P1P2<A HREF=\"/shop/sub/list1.html\">&gt;&gt;</A>"
+      "<!--PAGEGEN_TEXT_END-->",
+      "<!--PAGEGEN_TEXT_BEGIN-->P3<A HREF=\"/shop/sub/list.html\">&lt;&lt;</A>"
+      "<!--PAGEGEN_TEXT_END-->"};
+  EXPECT_EQ(PagesOf(dir_.Path("list.tmpl"), 0, "sub/list.html"), pages);
+  EXPECT_EQ(PagesOf(dir_.Path("list.tmpl"), 0, "sub/list.html"), pages);  // from the caches
+  EXPECT_TRUE(FileExists(dir_.Path("sub/list11.tmp")));
 }
 
 TEST_F(ListBlockTest, PageSizes) {

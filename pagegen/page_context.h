@@ -65,11 +65,16 @@ struct TemplateInput {
 
 // The page being written. All output goes through WriteOutput.
 struct PageOutput {
-  FILE* fp = nullptr;       // the page stream, not owned; null discards the output
+  FILE* fp = nullptr;  // the page stream, not owned; null discards the output
   // The page file whose stream |fp| is while it is: written to directly.
   PageFile* file = nullptr;
-  std::string file_name;    // page file name (no directory); empty: text blocks
-                            // are not cached (dynamic requests)
+  // The page's path below the store's directory ("sub/list1.html" for the
+  // second page of "sub/list.html"), which names its text-block caches;
+  // empty: text blocks are not cached (dynamic requests).
+  std::string file_name;
+  // The first page's path of the page's series, which names the pages its
+  // paging links lead to.
+  std::string series_name;
   int32_t text_blocks = 0;  // cached text blocks met so far on this page
 
   // State of an open cached text block (see text_blocks.h).

@@ -26,7 +26,9 @@ class PageGeneratorsTest : public ::testing::Test {
               "SitePage2\tOrder Form;page.html;/forms/order.html;S\n"
               "TillboxPage1\tTake Order;page.html;/order.html\n"
               "TillboxPage2\tshow cart;page.html;cart.html\n"
-              "TillboxPage3\tThanks;page.html;thanks.html\n");
+              "TillboxPage3\tThanks;page.html;thanks.html\n"
+              "SitePage3\tA;a.html;a/about.html\n"
+              "SitePage4\tB;b.html;b/about.html\n");
     set_ = PG_InitTemplateSet(dir_.Path("set.cfg").c_str());
     ASSERT_NE(set_, nullptr);
     args_.html_path = "/shop/";
@@ -67,6 +69,21 @@ TEST_F(PageGeneratorsTest, SitePages) {
   EXPECT_TRUE(FileExists(out_ + "forms/order.html"));
   EXPECT_EQ(set_->secure_files.size(), 1u);
   EXPECT_EQ(set_->secure_files[0].display_name, "/forms/order.html");
+}
+
+// Pages of the same name in different directories keep their own cached
+// text blocks.
+TEST_F(PageGeneratorsTest, TextBlockCachesAreNamedByThePagesPath) {
+  for (const char* page : {"a", "b"})
+    WriteFile(dir_.Path(std::string(page) + ".html"),
+              std::string("<!--PAGEGEN_TEXT_BEGIN-->") + page + "<!--PAGEGEN_TEXT_END-->");
+  for (int run = 0; run < 2; ++run) {
+    EXPECT_EQ(GenerateSitePage("A", args_, 1), 0);
+    EXPECT_EQ(GenerateSitePage("B", args_, 1), 0);
+    EXPECT_EQ(ReadFile(out_ + "a/about.html"), "<!--PAGEGEN_TEXT_BEGIN-->a<!--PAGEGEN_TEXT_END-->");
+    EXPECT_EQ(ReadFile(out_ + "b/about.html"), "<!--PAGEGEN_TEXT_BEGIN-->b<!--PAGEGEN_TEXT_END-->");
+  }
+  EXPECT_EQ(ReadFile(dir_.Path("b/about1.tmp")), "b");
 }
 
 TEST_F(PageGeneratorsTest, CartPagesAnnounceTheirAddress) {

@@ -573,7 +573,7 @@ int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string
   if (in != nullptr && !text.empty()) input.pieces = pieces;
   PageOutput output;
   output.fp = out_fp;
-  output.file_name = page_file;
+  output.file_name = output.series_name = page_file;
   int rc = ParseTemplate(&input, &output, ctx);
   AbandonTextBlock(&output);
   if (out_fp != nullptr) std::fclose(out_fp);

@@ -38,9 +38,9 @@ extern int32_t g_template_nesting;
 int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx);
 
 // Parses |text| as a template into |page| (replaced), for tests and fuzzers.
-// |page_file| is the page's file name, which keys the text-block caches
-// (empty: none). With |pieces| the text is parsed through its pieces, as
-// templates in memory are; without, character by character, as templates
+// |page_file| is the page's path below the store's directory, which names
+// its text-block caches and its paging links (empty: no caches). With |pieces| the text is parsed
+// through its pieces, as templates in memory are; without, character by character, as templates
 // read from their files are. Returns what ParseTemplate returned.
 int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
                       std::string_view page_file = "", bool pieces = true);
