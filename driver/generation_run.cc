@@ -86,26 +86,6 @@ int GenerateSitePages(bool* done) {
   return result;
 }
 
-// Gives every command-line SKU of a dynamic product request its template and
-// record. A SKU the database does not know keeps neither (and gets no page).
-int FillSkuData() {
-  RunState& st = PageGenState;
-  int result = 0;
-  for (SkuList* node = st.pSkuList; node != nullptr; node = node->next) {
-    if (node->sku == nullptr) continue;
-    SkuList* found =
-        FindSkuData(node->sku, st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir, st.pTpltSet);
-    if (found == nullptr) {
-      result = -2;
-      continue;
-    }
-    std::swap(node->tmplt, found->tmplt);
-    std::swap(node->record, found->record);
-    FreeSkuList(found);
-  }
-  return result;
-}
-
 // The run's product list is freed when the next run in this process starts,
 // or not at all when the process ends first: freeing tens of thousands of
 // records one by one just before the process exits would only delay its end.
@@ -131,19 +111,25 @@ int GenerateAllPages() {
   SkuList* walk = nullptr;  // the products whose pages are written
   if (st.dynamic & kDynListRequest) {
     SkuList* list = BuildAllSkuList(st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir,
-                                    st.pTpltSet, st.szCategory, st.szFirstSkuIdx, 0);
+                                    st.pTpltSet, st.szCategory, st.szFirstSkuIdx, 1, &st.errlist);
     result = GenerateProdListPage(GeneratorArgsForRun(list), st.szFirstSkuIdx, st.szCategory);
     FreeSkuList(list);
     return result;
   }
   if (single && st.pSkuList != nullptr) {
-    if (int rc = FillSkuData(); rc != 0) result = rc;
+    // A SKU the database does not know keeps no template and record (and
+    // gets no page).
+    if (int rc = FillSkuData(st.pSkuList, st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir,
+                             st.pTpltSet, &st.errlist);
+        rc != 0) {
+      result = rc;
+    }
     walk = st.pSkuList;
   } else if (!single && (st.dynamic & kDynProductPages) == 0) {
     // Static product pages are wanted also when only the list pages are
     // served dynamically, since those link to them.
     full = BuildAllSkuList(st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir, st.pTpltSet,
-                           nullptr, nullptr, 0);
+                           nullptr, nullptr, 0, &st.errlist);
     walk = full;
     if (st.pSkuList != nullptr) {
       if (!CopySkuData(st.pSkuList, full)) result = -1;
@@ -156,7 +142,7 @@ int GenerateAllPages() {
   const bool home = !single && ShopHomeIsSet();
   if (home && full == nullptr) {
     full = BuildAllSkuList(st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir, st.pTpltSet,
-                           nullptr, nullptr, 1);
+                           nullptr, nullptr, 1, &st.errlist);
   }
   int product_pages_wanted = home ? PG_TpltAreThereProdPages(st.pTpltSet, st.pszShopHome) : 1;
   if (st.dynamic & kDynProductPages) product_pages_wanted = 0;

@@ -82,7 +82,7 @@ void SetUpStore() {
   if (s.set == nullptr || InitProdAPI("") != 1) std::abort();
   s.cat_db = pdbInit(kPapiKey, s.cdb.c_str(), s.cfg.c_str(), "", "");
   s.skus = BuildAllSkuList((s.dir + "/products.txt").c_str(), s.cfg.c_str(), "", "", s.set, nullptr,
-                           nullptr, 0);
+                           nullptr, 0, nullptr);
   s.attrs = AD_InitAttributePool((s.dir + "/products.adb").c_str());
   if (s.cat_db == nullptr || s.skus == nullptr || s.attrs == nullptr) std::abort();
   // Relative template and cache paths resolve in the store's directory.

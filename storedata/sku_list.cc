@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "cgisupport/result_codes.h"
-#include "cgisupport/run_state.h"
+#include "cgisupport/run_state.h"  // VerbosePrintf
 #include "pagegen/filelist/file_list.h"
 #include "storedata/product_api.h"
 #include "storedata/product_db.h"
@@ -129,9 +129,9 @@ DefaultTemplate ReadDefaultTemplate(const TemplateSet* set) {
 // Chooses the product's page template: the product page its "TILLBOXTEMPLATE"
 // names, else the default product page. Returns 0 (the product is left out)
 // when neither exists or the template is empty; the latter is recorded with
-// -15 under |sku|.
+// -15 under |sku| in *errors (when |errors| is not null).
 int ChooseTemplate(const TemplateSet* set, const PAPI_Pair* record, const char* sku,
-                   const DefaultTemplate& fallback, std::string* tmplt) {
+                   const DefaultTemplate& fallback, std::string* tmplt, FileList** errors) {
   char named[kTemplateSize];
   const PAPI_Pair* display_name = FindProdAttr(record, "TILLBOXTEMPLATE");
   if (set != nullptr && display_name != nullptr && display_name->value != nullptr &&
@@ -146,7 +146,7 @@ int ChooseTemplate(const TemplateSet* set, const PAPI_Pair* record, const char* 
   }
   if (tmplt->empty()) {
     VerbosePrintf("No template specified, skipping sku %s\n", sku);
-    FileListAdd(&PageGenState.errlist, sku, kNoTemplateForProduct);
+    if (errors != nullptr) FileListAdd(errors, sku, kNoTemplateForProduct);
     return 0;
   }
   return 1;
@@ -176,34 +176,6 @@ SkuList* NewFilledNode(const char* sku, const std::string& tmplt, Item* item) {
   return node;
 }
 
-// FindSkuData with the reason for a null result in *code.
-SkuList* LookUpSku(const char* sku, const char* db, const char* store_cfg, const char* api_cfg,
-                   const char* cart_dir, TemplateSet* set, int* code) {
-  *code = kFileNotFound;
-  if (sku == nullptr) return nullptr;
-  Connection conn(db, store_cfg, api_cfg, cart_dir);
-  if (!conn.ok()) {
-    VerbosePrintf("Error opening database\n");
-    return nullptr;
-  }
-  DefaultTemplate fallback = ReadDefaultTemplate(set);
-  Item item(&conn, conn.Retrieve(sku));
-  if (!item) return nullptr;
-  std::string tmplt;
-  if (!ChooseTemplate(set, item.get(), sku, fallback, &tmplt)) {
-    *code = kNoTemplateForProduct;
-    return nullptr;
-  }
-  SkuList* node = NewFilledNode(sku, tmplt, &item);
-  if (node == nullptr) {
-    VerbosePrintf("Out of memory\n");
-    *code = kOutOfMemory;
-    return nullptr;
-  }
-  *code = kOk;
-  return node;
-}
-
 }  // namespace
 
 SkuList* NewSkuNode() {
@@ -212,7 +184,7 @@ SkuList* NewSkuNode() {
 
 SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_cfg,
                          const char* cart_dir, TemplateSet* set, const char* category,
-                         const char* first_index, int page_flag) {
+                         const char* first_index, int page_flag, FileList** errors) {
   Connection conn(db, store_cfg, api_cfg, cart_dir);
   if (!conn.ok()) {
     VerbosePrintf("Error opening database\n");
@@ -237,7 +209,7 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
       return nullptr;
     }
     std::string tmplt;
-    if (!ChooseTemplate(set, item.get(), "", fallback, &tmplt) ||
+    if (!ChooseTemplate(set, item.get(), "", fallback, &tmplt, errors) ||
         !InCategory(item.get(), category)) {
       continue;
     }
@@ -246,18 +218,17 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
   }
 
   // One page more than the page size proves that a further page exists.
-  bool limited = page_flag != 0 || (PageGenState.dynamic & kDynSinglePage) != 0;
   int32_t page_size = set != nullptr ? set->max_prod_per_page : 0;
   SkuList* head = nullptr;
   SkuList** tail = &head;
   int32_t taken = 0;
   for (; item; item.Advance(&position)) {
-    if (limited && page_size > 0 && page_size < taken) break;
+    if (page_flag != 0 && page_size > 0 && page_size < taken) break;
     if (!InCategory(item.get(), category)) continue;
     const PAPI_Pair* sku = FindProdAttr(item.get(), "SKU");
     if (sku == nullptr || sku->value == nullptr) continue;
     std::string tmplt;
-    if (!ChooseTemplate(set, item.get(), sku->value, fallback, &tmplt)) continue;
+    if (!ChooseTemplate(set, item.get(), sku->value, fallback, &tmplt, errors)) continue;
     SkuList* node = NewFilledNode(sku->value, tmplt, &item);
     if (node == nullptr) {
       VerbosePrintf("Out of memory\n");
@@ -276,28 +247,35 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
 }
 
 SkuList* FindSkuData(const char* sku, const char* db, const char* store_cfg, const char* api_cfg,
-                     const char* cart_dir, TemplateSet* set) {
-  int code;
-  return LookUpSku(sku, db, store_cfg, api_cfg, cart_dir, set, &code);
+                     const char* cart_dir, TemplateSet* set, FileList** errors) {
+  if (sku == nullptr) return nullptr;
+  Connection conn(db, store_cfg, api_cfg, cart_dir);
+  if (!conn.ok()) {
+    VerbosePrintf("Error opening database\n");
+    return nullptr;
+  }
+  DefaultTemplate fallback = ReadDefaultTemplate(set);
+  Item item(&conn, conn.Retrieve(sku));
+  if (!item) return nullptr;
+  std::string tmplt;
+  if (!ChooseTemplate(set, item.get(), sku, fallback, &tmplt, errors)) return nullptr;
+  SkuList* node = NewFilledNode(sku, tmplt, &item);
+  if (node == nullptr) VerbosePrintf("Out of memory\n");
+  return node;
 }
 
 int FillSkuData(SkuList* list, const char* db, const char* store_cfg, const char* api_cfg,
-                const char* cart_dir, TemplateSet* set) {
+                const char* cart_dir, TemplateSet* set, FileList** errors) {
   int result = kOk;
   for (SkuList* node = list; node != nullptr; node = node->next) {
     if (node->sku == nullptr) continue;
-    int code;
-    SkuList* found = LookUpSku(node->sku, db, store_cfg, api_cfg, cart_dir, set, &code);
+    SkuList* found = FindSkuData(node->sku, db, store_cfg, api_cfg, cart_dir, set, errors);
     if (found == nullptr) {
-      result = code;
+      result = kFileNotFound;
       continue;
     }
-    std::free(node->tmplt);
-    FreeProdRecord(node->record);
-    node->tmplt = found->tmplt;
-    node->record = found->record;
-    found->tmplt = nullptr;
-    found->record = nullptr;
+    std::swap(node->tmplt, found->tmplt);
+    std::swap(node->record, found->record);
     FreeSkuList(found);
   }
   return result;

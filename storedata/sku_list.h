@@ -7,6 +7,7 @@
 
 namespace storegen {
 
+struct FileList;
 struct TemplateSet;
 
 // One node; the strings and the record are malloc'd and owned by the node.
@@ -24,26 +25,27 @@ SkuList* NewSkuNode();
 // are passed to the product API). |category| (null or "" for none) keeps
 // products of that category and products without one; |first_index| (null or
 // "" for none) passes over that many qualifying products first; |page_flag|
-// (or a dynamic single-page run) stops after MaxProdPerPage + 1 nodes.
-// Products without a usable template are left out (-15 in the error list for
-// an empty one). Returns the head, or null when nothing was collected.
+// (set for a dynamic request's one page) stops after MaxProdPerPage + 1 nodes.
+// Products without a usable template are left out; an empty one is entered
+// with -15 under the SKU in *errors (nothing is recorded when |errors| is
+// null). Returns the head, or null when nothing was collected.
 SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_cfg,
                          const char* cart_dir, TemplateSet* set, const char* category,
-                         const char* first_index, int page_flag);
+                         const char* first_index, int page_flag, FileList** errors);
 
 // A one-node list for |sku| through PAPI_RetrieveInfo, with the same template
-// choice and messages, or null.
+// choice, messages and |errors| entries, or null.
 SkuList* FindSkuData(const char* sku, const char* db, const char* store_cfg, const char* api_cfg,
-                     const char* cart_dir, TemplateSet* set);
+                     const char* cart_dir, TemplateSet* set, FileList** errors);
 
 // For every node of the command-line list |list| that has a SKU, replaces its
 // template and record with those FindSkuData finds. Returns 0 when every SKU
-// was found; otherwise the code of the last one that was not: -2 (no such
-// SKU, or the database cannot be opened), -15 (the product has no usable
-// template) or -1 (out of memory). Such a node keeps its template and record
-// (null on a node made from the command line).
+// was filled, else -2: the request cannot show a SKU that the database does
+// not know, that has no usable template or that memory ran out for. Such a
+// node keeps its template and record (null on a node made from the command
+// line).
 int FillSkuData(SkuList* list, const char* db, const char* store_cfg, const char* api_cfg,
-                const char* cart_dir, TemplateSet* set);
+                const char* cart_dir, TemplateSet* set, FileList** errors);
 
 // For every node of |target|, copies the template and a deep copy of the
 // record of the |source| node with the same SKU (exact comparison). Returns 1,

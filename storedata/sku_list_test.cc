@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "storedata/product_api.h"
@@ -30,14 +31,6 @@ Strings Take(SkuList* list) {
   return nodes;
 }
 
-Strings Errors() {
-  Strings errors;
-  for (FileList* e = PageGenState.errlist; e != nullptr; e = e->next) {
-    errors.push_back(std::string(e->text) + "=" + std::to_string(e->code));
-  }
-  return errors;
-}
-
 class SkuListTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -47,7 +40,7 @@ class SkuListTest : public ::testing::Test {
     set_.default_product_page = {{"Default", "product.html", "", 0}};
   }
   void TearDown() override {
-    FreeFileList(PageGenState.errlist);
+    FreeFileList(errors_);
     ShutdownProdAPI();
     ResetRunState();
   }
@@ -68,12 +61,21 @@ class SkuListTest : public ::testing::Test {
   Strings Build(const char* category, const char* first_index, int page_flag, std::string* out) {
     ::testing::internal::CaptureStdout();
     SkuList* list = BuildAllSkuList(db_.c_str(), "store.cfg", api_cfg_.c_str(), "cart", &set_,
-                                    category, first_index, page_flag);
+                                    category, first_index, page_flag, &errors_);
     *out = ::testing::internal::GetCapturedStdout();
     return Take(list);
   }
 
+  // The entries recorded so far, "text=code" each.
+  Strings Errors() const {
+    Strings errors;
+    for (FileList* e = errors_; e != nullptr; e = e->next)
+      errors.push_back(std::string(e->text) + "=" + std::to_string(e->code));
+    return errors;
+  }
+
   ScopedTempDir dir_;
+  FileList* errors_ = nullptr;
   std::string db_;
   std::string api_cfg_;
   TemplateSet set_;
@@ -126,14 +128,13 @@ TEST_F(SkuListTest, PagesHoldOneProductMoreThanThePageSize) {
   EXPECT_EQ(Build("main", nullptr, 0, &out).size(), 5u);  // no page flag: no limit
   EXPECT_EQ(Build("main", nullptr, 1, &out),
             (Strings{"P1:product.html", "P2:product.html", "P4:product.html"}));
-  PageGenState.dynamic = kDynSinglePage;
-  EXPECT_EQ(Build("main", "2", 0, &out),
+  EXPECT_EQ(Build("main", "2", 1, &out),
             (Strings{"P4:product.html", "P5:product.html", "P7:product.html"}));
-  EXPECT_EQ(Build("main", "4", 0, &out), Strings{"P7:product.html"});
-  EXPECT_EQ(Build("main", "-3", 0, &out).size(), 3u);
+  EXPECT_EQ(Build("main", "4", 1, &out), Strings{"P7:product.html"});
+  EXPECT_EQ(Build("main", "-3", 1, &out).size(), 3u);
   EXPECT_EQ(out, "");
   for (const char* past_the_end : {"5", "20"}) {
-    EXPECT_EQ(Build("main", past_the_end, 0, &out), Strings{});
+    EXPECT_EQ(Build("main", past_the_end, 1, &out), Strings{});
     EXPECT_EQ(out, "No more products for product list\n");
   }
   set_.max_prod_per_page = 0;
@@ -156,7 +157,7 @@ TEST_F(SkuListTest, SingleSkusAreFoundFilledAndCopied) {
       "SKU\tName\tTILLBOXTEMPLATE\n"
       "A1\tShirt\tFancy\n"
       "A2\tHat\tBlank\n");
-  SkuList* one = FindSkuData("a1", db_.c_str(), "", "", "", &set_);
+  SkuList* one = FindSkuData("a1", db_.c_str(), "", "", "", &set_, &errors_);
   ASSERT_NE(one, nullptr);
   EXPECT_STREQ(one->tmplt, "fancy.html");
   EXPECT_STREQ(FindProdAttr(one->record, "Name")->value, "Shirt");
@@ -170,14 +171,16 @@ TEST_F(SkuListTest, SingleSkusAreFoundFilledAndCopied) {
     (*tail)->sku = strdup(sku);
     tail = &(*tail)->next;
   }
-  EXPECT_EQ(FillSkuData(wanted, db_.c_str(), "", "", "", &set_), -15);
+  // An unknown SKU and one without a usable template both fail the request.
+  EXPECT_EQ(FillSkuData(wanted, db_.c_str(), "", "", "", &set_, &errors_), kFileNotFound);
+  EXPECT_EQ(Errors(), Strings{"A2=-15"});
   EXPECT_STREQ(wanted->tmplt, "fancy.html");
   EXPECT_EQ(wanted->next->record, nullptr);
   EXPECT_EQ(wanted->next->next->record, nullptr);
   FreeProdRecord(wanted->record);
   wanted->record = nullptr;
 
-  SkuList* all = BuildAllSkuList(db_.c_str(), "", "", "", &set_, nullptr, nullptr, 0);
+  SkuList* all = BuildAllSkuList(db_.c_str(), "", "", "", &set_, nullptr, nullptr, 0, nullptr);
   ASSERT_NE(all, nullptr);
   std::free(wanted->tmplt);
   wanted->tmplt = nullptr;

@@ -208,16 +208,14 @@ TEST(BadDatabases, ProductDatabaseWithoutNameLine) {
   set.default_product_page.push_back({"Standard", "product.html", "", 0});
   for (const char* content : {"", "\n", "\nA1\tShirt\t12\n", "\r\nA1\tShirt\n\nB2\tHat\n"}) {
     WriteFile("products.txt", content);
-    SkuList* list = BuildAllSkuList("products.txt", "", "", "", &set, nullptr, nullptr, 0);
+    SkuList* list = BuildAllSkuList("products.txt", "", "", "", &set, nullptr, nullptr, 0, nullptr);
     EXPECT_EQ(list, nullptr) << content;
     FreeSkuList(list);
-    SkuList* one = FindSkuData("A1", "products.txt", "", "", "", &set);
+    SkuList* one = FindSkuData("A1", "products.txt", "", "", "", &set, nullptr);
     EXPECT_TRUE(one == nullptr || one->record == nullptr || one->record[0].name == nullptr)
         << content;
     FreeSkuList(one);
   }
-  FreeFileList(PageGenState.errlist);
-  PageGenState.errlist = nullptr;
 }
 
 // Whole static runs over a store with one thing wrong: each ends with a clear
