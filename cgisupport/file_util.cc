@@ -111,6 +111,19 @@ int closelock(int fd) {
   return close(fd);
 }
 
+bool IsLockedElsewhere(const char* path) {
+  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  struct flock probe = {};
+  probe.l_type = F_WRLCK;
+  probe.l_whence = SEEK_SET;
+  probe.l_start = 0;
+  probe.l_len = 1;
+  bool locked = fcntl(fd, F_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
+  close(fd);
+  return locked;
+}
+
 int tb_mkdir(const char* path, mode_t mode) {
   if (path == nullptr || *path == '\0') return 0;
   std::string p(path);

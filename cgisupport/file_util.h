@@ -27,6 +27,12 @@ using FilePtr = std::unique_ptr<FILE, FileCloser>;
 int openlock(const char* path, int timeout_seconds, mode_t mode);
 // Unlocks and closes |fd|; returns the result of close.
 int closelock(int fd);
+// Whether another process holds a lock (as openlock takes) on the first byte
+// of |path|. Only looks: takes no lock and creates nothing, so it never keeps
+// the holder-to-be out. A missing or unopenable file is not locked. Not for a
+// process that holds a lock on |path| itself: closing the descriptor it opens
+// would release that lock.
+bool IsLockedElsewhere(const char* path);
 
 // Creates |path| and any missing parents with |mode|. Returns 0 on success, if
 // it already exists, or for a null or empty path; -1 on failure.

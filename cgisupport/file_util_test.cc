@@ -96,9 +96,12 @@ TEST(TbFind, AttribTimeAndHandles) {
 TEST(OpenLock, RefusesASecondHolderUntilReleased) {
   ScopedTempDir dir;
   const std::string path = dir.Path("pgstatus.pid");
+  EXPECT_FALSE(IsLockedElsewhere(path.c_str()));
+  EXPECT_FALSE(testing::FileExists(path));  // looking creates nothing
   {
     testing::HeldInChild holder([&] { return openlock(path.c_str(), 0, 0644) >= 0; });
     ASSERT_TRUE(holder.held());
+    EXPECT_TRUE(IsLockedElsewhere(path.c_str()));
     for (int timeout : {0, 1}) {
       errno = 0;
       EXPECT_EQ(openlock(path.c_str(), timeout, 0644), -1) << timeout;
@@ -107,6 +110,7 @@ TEST(OpenLock, RefusesASecondHolderUntilReleased) {
   }
   int fd = openlock(path.c_str(), 0, 0644);
   EXPECT_GE(fd, 0);
+  EXPECT_FALSE(IsLockedElsewhere(path.c_str()));  // this process's own lock
   EXPECT_EQ(closelock(fd), 0);
   EXPECT_EQ(ReadFile(path), "");  // never written
   EXPECT_EQ(openlock(dir.Path("missing/lock").c_str(), 0, 0644), -1);

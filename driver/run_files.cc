@@ -17,6 +17,23 @@ namespace {
 
 std::string g_program_dir;
 int g_companion_fd = -1;
+// The standard output the program started with, while "-b" output is held.
+int g_original_stdout = -1;
+
+int OpenStatusLog() {
+  return open(ProgramFile(kStatusLogFile).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+}
+
+// Copies everything written to file |from| (from its start) to |to|.
+void CopyFrom(int from, int to) {
+  char buf[8192];
+  off_t at = 0;
+  ssize_t n;
+  while ((n = pread(from, buf, sizeof buf, at)) > 0 &&
+         WriteFully(to, std::string_view(buf, static_cast<std::size_t>(n)))) {
+    at += n;
+  }
+}
 
 // The directory part of |argv0| (up to and including its last separator, at
 // most the first 255 bytes considered), or of the running executable when
@@ -88,13 +105,58 @@ void ReleaseRunLock() {
 }
 
 void RedirectOutputToStatusLog() {
-  // Opened apart first, so that a log that cannot be made leaves standard
-  // output as it was.
-  int fd = open(ProgramFile(kStatusLogFile).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  if (fd < 0) return;
+  if (PageGenState.fpRedirect != nullptr) return;  // a second "-b" changes nothing
   std::fflush(stdout);
+  if (FILE* held = std::tmpfile()) {
+    int saved = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+    if (saved >= 0 && dup2(fileno(held), STDOUT_FILENO) >= 0) {
+      g_original_stdout = saved;
+      PageGenState.fpRedirect = stdout;
+    } else if (saved >= 0) {
+      close(saved);
+    }
+    std::fclose(held);  // standard output keeps the file open
+    if (g_original_stdout >= 0) return;
+  }
+  int fd = OpenStatusLog();
+  if (fd < 0) return;
   if (dup2(fd, STDOUT_FILENO) >= 0) PageGenState.fpRedirect = stdout;
   close(fd);
+}
+
+void SettleStatusLog() {
+  if (g_original_stdout < 0) return;
+  // Only a process without the run lock looks at it: looking would release
+  // a lock this process holds.
+  if (PageGenState.fdPID == -1 && PG_RunLocked(g_program_dir)) {
+    WithdrawStatusLog();
+    return;
+  }
+  std::fflush(stdout);
+  int log = OpenStatusLog();
+  if (log < 0) {
+    WithdrawStatusLog();
+    return;
+  }
+  CopyFrom(STDOUT_FILENO, log);
+  dup2(log, STDOUT_FILENO);
+  close(log);
+  close(g_original_stdout);
+  g_original_stdout = -1;
+}
+
+void WithdrawStatusLog() {
+  if (g_original_stdout < 0) return;
+  std::fflush(stdout);
+  int held = dup(STDOUT_FILENO);
+  dup2(g_original_stdout, STDOUT_FILENO);
+  close(g_original_stdout);
+  g_original_stdout = -1;
+  PageGenState.fpRedirect = nullptr;
+  if (held >= 0) {
+    CopyFrom(held, STDOUT_FILENO);
+    close(held);
+  }
 }
 
 }  // namespace storegen

@@ -38,10 +38,23 @@ bool TakeRunLock();
 // then releases the companion lock if this process holds it.
 void ReleaseRunLock();
 
-// Reopens standard output for writing on the program directory's
-// "pgstatus.log" and keeps the stream in PageGenState.fpRedirect (null when
-// the file cannot be opened).
+// "-b": sends standard output to the status log from here on, and keeps it
+// in PageGenState.fpRedirect. The output is held in a private file until
+// SettleStatusLog decides whose it is, so that a run refused for want of the
+// lock never touches the log of the run under way. When no private file can
+// be made, the log is opened at once, as before (null when it cannot be).
 void RedirectOutputToStatusLog();
+
+// Decides where held "-b" output goes, when there is any: while another
+// process holds a run lock (this one holding none), back to the standard output the program started
+// with (WithdrawStatusLog); otherwise into the program directory's
+// "pgstatus.log", which it replaces and where the rest of the output goes.
+void SettleStatusLog();
+
+// Gives held "-b" output back to the standard output the program started
+// with, which gets the rest of the output too; the status log is not
+// touched. Does nothing unless output is held.
+void WithdrawStatusLog();
 
 }  // namespace storegen
 

@@ -31,6 +31,7 @@ namespace {
 
 constexpr char kYears[] = "2025-2026";
 constexpr char kMaker[] = "The storegen developers";
+constexpr char kLockMessage[] = "Page generator already running\n";
 
 // What start-up knows besides PageGenState.
 struct Startup {
@@ -302,6 +303,7 @@ int ShutdownPageGen() {
   PG_ShutdownTemplateSet(st.pTpltSet);
   st.pTpltSet = nullptr;
   ShutdownProdAPI();
+  SettleStatusLog();
   if (st.fpRedirect != nullptr) {
     std::fclose(st.fpRedirect);
     st.fpRedirect = nullptr;
@@ -336,10 +338,15 @@ int PageGenMain(int argc, char** argv) {
   }
   if (IsStaticRun() && !TakeRunLock()) {
     // Shut-down runs at exit and removes the lock file; the companion lock
-    // still keeps the running generation apart from the next one.
-    std::printf("Page generator already running\n");
+    // still keeps the running generation apart from the next one. The status
+    // log belongs to the run under way: a "-b" caller gets the message on
+    // standard output and standard error instead.
+    WithdrawStatusLog();
+    std::printf("%s", kLockMessage);
+    if (s.cl.report) std::fprintf(stderr, "%s: %s", exe.c_str(), kLockMessage);
     return kAlreadyRunning;
   }
+  SettleStatusLog();
   if (int rc = StartRun(&s); rc != kOk) return EndRun(s, rc);
   if (PageGenState.copydirs != 0) return EndRun(s, CopyOnlyRun());
   return EndRun(s, GenerateRun(s));

@@ -279,11 +279,16 @@ TEST_F(StartupTest, RunLockKeepsStaticRunsApart) {
   {
     HeldInChild running = LockHolder(dir_.path(), {"pgstatus.pid", "pgstatus.lck"});
     ASSERT_TRUE(running.held());
-    // "-b" puts the message into the log, without a return code line.
+    // The log is the running generation's: a refused "-b" run leaves it
+    // alone and says why on standard output and standard error; so does a
+    // "-b" run that ends before it would take the lock.
+    WriteFile(Path("pgstatus.log"), "running\n");
     RunResult r = Run({"-b", "-o", Path("www"), "-c", "store.cfg"});
     EXPECT_EQ(r.exit_code, ExitStatusOf(-50));
-    EXPECT_EQ(r.out, "");
-    EXPECT_EQ(ReadFile(Path("pgstatus.log")), kLockMessage);
+    EXPECT_EQ(r.out, kLockMessage);
+    EXPECT_NE(r.err.find(kLockMessage), std::string::npos) << r.err;
+    EXPECT_EQ(Run({"-b", "-o"}).out, "ReturnCode=-3");
+    EXPECT_EQ(ReadFile(Path("pgstatus.log")), "running\n");
     EXPECT_FALSE(FileExists(Path("pgstatus.pid")));  // the refused run removed it
   }
   // Either lock alone refuses a run: the lock file a refused run removed

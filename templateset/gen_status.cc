@@ -2,8 +2,10 @@
 // is under way, and reporting a finished run's outcome.
 #include <fcntl.h>
 #include <strings.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "cgisupport/config_file.h"
@@ -24,6 +27,7 @@ namespace storegen {
 namespace {
 
 constexpr int kMaxWords = 100;
+constexpr auto kStartWait = std::chrono::seconds(30);
 constexpr int kDomainSize = 65536;
 
 // Points descriptor |fd| at /dev/null.
@@ -130,7 +134,8 @@ void PG_LaunchAndForget(const char* command_line) {
   PG_LaunchAndForgetArgv(words);
 }
 
-void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv) {
+void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv,
+                            const std::function<bool()>& started) {
   std::vector<char*> args;
   for (const std::string& a : argv)
     args.push_back(const_cast<char*>(a.c_str()));
@@ -148,7 +153,8 @@ void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv) {
   ReopenOnDevNull(STDIN_FILENO, O_RDONLY);
   ReopenOnDevNull(STDOUT_FILENO, O_WRONLY);
   ReopenOnDevNull(STDERR_FILENO, O_WRONLY);
-  if (fork() == 0) {
+  pid_t child = fork();
+  if (child == 0) {
     setsid();
     std::signal(SIGTERM, SIG_DFL);
     std::signal(SIGHUP, SIG_DFL);
@@ -156,17 +162,24 @@ void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv) {
     if (args[0] != nullptr) execv(args[0], args.data());
     _exit(0);
   }
+  if (child > 0 && started) {
+    const auto deadline = std::chrono::steady_clock::now() + kStartWait;
+    while (!started() && waitpid(child, nullptr, WNOHANG) == 0 &&
+           std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  }
   _exit(0);
 }
 
 int PG_ExecutionStatus() {
-  int pid_lock = openlock(kRunLockFile, 0, 0644);
-  if (pid_lock == -1) return 1;
-  int companion_lock = openlock(kRunLockCompanionFile, 0, 0644);
-  closelock(pid_lock);
-  if (companion_lock == -1) return 1;
-  closelock(companion_lock);
-  return 2;
+  return PG_RunLocked() || IsLockedElsewhere(kRunLaunchLockFile) ? 1 : 2;
+}
+
+bool PG_RunLocked(const std::string& dir) {
+  const std::string prefix = dir.empty() ? "" : dir + "/";
+  return IsLockedElsewhere((prefix + kRunLockFile).c_str()) ||
+         IsLockedElsewhere((prefix + kRunLockCompanionFile).c_str());
 }
 
 void PG_PrintGenError(int rc, int detail, const char* problems, const char* html_path,

@@ -3,9 +3,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -112,28 +114,41 @@ testing::HeldInChild HoldLock(const char* file) {
   return testing::HeldInChild([file] { return openlock(file, 0, 0644) >= 0; });
 }
 
-TEST(ExecutionStatus, EitherRunLockMeansARunIsUnderWay) {
+TEST(ExecutionStatus, AnyRunLockMeansARunIsUnderWay) {
   ScopedTempDir dir(/*enter=*/true);
   EXPECT_EQ(PG_ExecutionStatus(), 2);
-  EXPECT_TRUE(FileExists(dir.Path(kRunLockFile)));
-  EXPECT_TRUE(FileExists(dir.Path(kRunLockCompanionFile)));
-  {
-    testing::HeldInChild run = HoldLock(kRunLockFile);
+  EXPECT_EQ(testing::ListDir(dir.path()), std::vector<std::string>());  // looking creates nothing
+  for (const char* lock : {kRunLockFile, kRunLockCompanionFile, kRunLaunchLockFile}) {
+    testing::HeldInChild run = HoldLock(lock);
     ASSERT_TRUE(run.held());
-    EXPECT_EQ(PG_ExecutionStatus(), 1);
-  }
-  {
-    // A refused run removed "pgstatus.pid"; the companion still shows the
-    // run under way.
-    testing::HeldInChild run = HoldLock(kRunLockCompanionFile);
-    ASSERT_TRUE(run.held());
-    unlink(kRunLockFile);
-    EXPECT_EQ(PG_ExecutionStatus(), 1);
+    EXPECT_EQ(PG_ExecutionStatus(), 1) << lock;
   }
   EXPECT_EQ(PG_ExecutionStatus(), 2);
-  // A status check leaves no lock behind.
-  testing::HeldInChild next = HoldLock(kRunLockFile);
-  EXPECT_TRUE(next.held());
+}
+
+// A run starting while the status page is polled in a tight loop must always
+// get its locks.
+TEST(ExecutionStatus, LookingNeverKeepsARunOut) {
+  ScopedTempDir dir(/*enter=*/true);
+  pid_t looker = fork();
+  if (looker == 0) {
+    WriteFile("looking", "");
+    for (;;)
+      PG_ExecutionStatus();
+  }
+  ASSERT_TRUE(testing::WaitForFile(dir.Path("looking")));
+  int refused = 0;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+  while (std::chrono::steady_clock::now() < end) {
+    int pid_lock = openlock(kRunLockFile, 0, 0644);
+    int companion = openlock(kRunLockCompanionFile, 0, 0644);
+    refused += pid_lock < 0 || companion < 0;
+    if (pid_lock >= 0) closelock(pid_lock);
+    if (companion >= 0) closelock(companion);
+  }
+  kill(looker, SIGKILL);
+  waitpid(looker, nullptr, 0);
+  EXPECT_EQ(refused, 0);
 }
 
 TEST(LaunchAndForget, AnswersAtOnceAndRunsTheProgramDetached) {

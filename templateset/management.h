@@ -6,6 +6,7 @@
 #define STOREGEN_TEMPLATESET_MANAGEMENT_H_
 
 #include <ctime>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,10 @@ namespace storegen {
 inline constexpr char kRunLockFile[] = "pgstatus.pid";
 inline constexpr char kRunLockCompanionFile[] = "pgstatus.lck";
 inline constexpr char kStatusLogFile[] = "pgstatus.log";
+// Held by the management program from the moment it decides to start a run
+// until the run holds its own locks, so that of requests arriving together
+// only one starts a run. Never removed either.
+inline constexpr char kRunLaunchLockFile[] = "pgstatus.start";
 // The information directory below the HTML root.
 inline constexpr char kInfoDirName[] = "tb_infodir";
 
@@ -46,13 +51,22 @@ int PG_TpltDisplayInfoPageAt(const char* set_name, const char* default_dir, cons
 // (so that the web server sees a complete response; they are reopened on
 // /dev/null), forks, and ends this process with status 0. The child, in a
 // session of its own, executes argv[0] with |argv|; when it cannot, it ends
-// with status 0 too.
-[[noreturn]] void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv);
+// with status 0 too. With |started|, this process first waits until
+// started() is true or the child has ended (at most 30 seconds), so that what
+// it holds (a lock, say) is kept until then.
+[[noreturn]] void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv,
+                                         const std::function<bool()>& started = {});
 
-// Whether a generation run is under way, judged by the run's locks in the
-// current directory (taken with openlock, mode 0644, no waiting): 1 when
-// either cannot be taken, 2 when both can (they are released at once).
+// Whether a generation run is under way or being started, judged by the
+// locks in the current directory: 1 when another process holds any of the
+// run's two locks or the launch lock, else 2. Only looks (IsLockedElsewhere):
+// a run that starts meanwhile is never refused because of the look. Not for
+// the holder of the launch lock (looking at a lock file releases one's own
+// lock on it): it asks PG_RunLocked.
 int PG_ExecutionStatus();
+// Whether another process holds either of the run's two locks in directory
+// |dir| (empty: the current directory). Only looks.
+bool PG_RunLocked(const std::string& dir = {});
 
 // Writes the body of the report of a finished run with result |rc|: the
 // success heading and a link to the store (address from |store_cfg|'s

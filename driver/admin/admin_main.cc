@@ -14,6 +14,7 @@
 
 #include "cgisupport/cgi_pages.h"
 #include "cgisupport/config_file.h"
+#include "cgisupport/file_util.h"
 #include "cgisupport/form_decode.h"
 #include "driver/admin/admin_config.h"
 #include "templateset/management.h"
@@ -210,7 +211,10 @@ class Admin {
       return;
     }
     if (!EnterGeneratorDir()) return;
-    if (PG_ExecutionStatus() == 1) {
+    // Of requests arriving together, only the one that holds the launch lock
+    // may start a run; it keeps the lock until the run holds its own locks
+    // (the lock goes with this process).
+    if (openlock(kRunLaunchLockFile, 0, 0644) == -1 || PG_RunLocked()) {
       BeginPage("Generation already running");
       std::printf(
           "<P>A generation run is already under way, so no new run was started. Wait until it "
@@ -238,7 +242,7 @@ class Admin {
         "may take several minutes.</P>\n%s",
         store.c_str(), StatusLink(store).c_str());
     EndPage();
-    PG_LaunchAndForgetArgv(argv);
+    PG_LaunchAndForgetArgv(argv, [] { return PG_RunLocked(); });
   }
 
   void Status() {

@@ -1,9 +1,15 @@
 // storegen-admin driven as a web server runs a CGI program: the request in
 // the environment and on standard input, the answer on standard output.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -181,6 +187,41 @@ TEST_F(AdminTest, OneGenerationRunAtATimeAndItsReport) {
             "-b -o " + dir_.Path("www") + " -a /store -c " + dir_.Path("stores/acme.cfg") + "\n");
   EXPECT_EQ(Post("action=status&store=acme").out,
             SuccessReport("http://shop.example.com/store/acme/"));
+}
+
+// Requests that arrive together: one starts a run, every other one is told
+// that a run is under way, and the running generation's log stays whole.
+TEST_F(AdminTest, OfTwentyRequestsArrivingTogetherOneStartsARun) {
+  constexpr int kRequests = 20;
+  int go[2];
+  ASSERT_EQ(pipe(go), 0);
+  std::vector<pid_t> requests;
+  for (int i = 0; i < kRequests; ++i) {
+    pid_t pid = fork();
+    if (pid == 0) {
+      close(go[1]);
+      char c;
+      while (read(go[0], &c, 1) > 0) {
+      }
+      std::string title = Title(Post("action=generate&store=acme").out);
+      _exit(title == "Generation started" ? 1 : title == "Generation already running" ? 2 : 3);
+    }
+    requests.push_back(pid);
+  }
+  close(go[0]);
+  close(go[1]);  // all go at once
+  std::map<int, int> answers;
+  for (pid_t pid : requests) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ++answers[WIFEXITED(status) ? WEXITSTATUS(status) : -1];
+  }
+  EXPECT_EQ(answers, (std::map<int, int>{{1, 1}, {2, kRequests - 1}}));
+  WriteFile(dir_.Path("gen/release"), "");
+  ASSERT_TRUE(WaitForFile(dir_.Path("gen/finished")));
+  const std::string launches = Launches();
+  EXPECT_EQ(std::count(launches.begin(), launches.end(), '\n'), 1) << launches;
+  EXPECT_EQ(ReadFile(dir_.Path("gen/pgstatus.log")), "ReturnCode=0");
 }
 
 // The page generator itself, started through the management program.
