@@ -27,28 +27,20 @@ using testing::RunUnprivileged;
 using testing::ScopedTempDir;
 using testing::WriteFile;
 
-class ConfigFileTest : public ::testing::Test {
- protected:
-  // Looks |key| up in a file holding |content|; the buffer starts as "dflt".
-  int Lookup(const std::string& content, const char* key, std::string* value, int size = 64,
-             int must_exist = 0) {
-    WriteFile(path_, content);
-    char buf[64] = "dflt";
-    int rc = GetConfigItem(path_.c_str(), key, buf, size, must_exist);
-    *value = buf;
-    return rc;
-  }
-
-  ScopedTempDir dir_;
-  std::string path_ = dir_.Path("store.cfg");
-};
-
-TEST_F(ConfigFileTest, LookupRules) {
+// Lookups in a file holding |content|, into a buffer of |size| bytes that
+// starts as "dflt": the key rules, and lines as the line reader cuts them (a
+// NUL byte ends a line's text; a line longer than the reader's buffer goes
+// on as a line of its own).
+TEST(ConfigFileTest, LookupRules) {
+  ScopedTempDir dir;
+  const std::string path = dir.Path("store.cfg");
   struct Case {
-    const char* content;
+    std::string content;
     const char* key;
     int rc;
     const char* value;
+    int size = 64;
+    int must_exist = 0;
   } cases[] = {
       {"ShopName\tAcme Tools\n", "ShopName", 1, "Acme Tools"},
       {"shopname\tAcme\n", "SHOPNAME", 1, "Acme"},                 // case ignored
@@ -60,51 +52,27 @@ TEST_F(ConfigFileTest, LookupRules) {
       {"A\t1\nShopName\tlast-no-newline", "ShopName", 1, "last-no-newline"},
       {"#ShopName\tdisabled\n", "ShopName", 0, "dflt"},
       {"", "ShopName", 0, "dflt"},
+      {"A\t1\n", "B", -2, "dflt", 64, 1},
+      {"Key\tabcdefghij\n", "Key", 1, "abcd", 5},  // cut to the buffer
+      {"Key\0x\tv\nKey\tw\n"s, "Key", 1, "w"},
+      {"Other\tv\0Key\tz\n"s, "Key", 0, "dflt"},
+      {std::string(65535, 'x') + "Key\tsplit\n", "Key", 1, "split"},
+      {std::string(65534, 'x') + "\tKey\tnext\n", "Key", 1, "next"},
   };
   for (const auto& c : cases) {
-    std::string value;
-    EXPECT_EQ(Lookup(c.content, c.key, &value), c.rc) << c.content;
-    EXPECT_EQ(value, c.value) << c.content;
+    WriteFile(path, c.content);
+    char buf[64] = "dflt";
+    std::memset(buf + 5, '#', sizeof buf - 5);
+    EXPECT_EQ(GetConfigItem(path.c_str(), c.key, buf, c.size, c.must_exist), c.rc)
+        << c.content.substr(0, 20);
+    EXPECT_STREQ(buf, c.value) << c.content.substr(0, 20);
+    if (c.size == 5) {
+      EXPECT_EQ(buf[5], '#');  // nothing written past the buffer
+    }
   }
-}
-
-TEST_F(ConfigFileTest, MissingKeyAndFileKeepTheBuffer) {
-  std::string value;
-  EXPECT_EQ(Lookup("A\t1\n", "B", &value, 64, 1), -2);
-  EXPECT_EQ(value, "dflt");
   char buf[8] = "keep";
-  EXPECT_EQ(GetConfigItem(dir_.Path("none.cfg").c_str(), "A", buf, sizeof buf, 0), -1);
+  EXPECT_EQ(GetConfigItem(dir.Path("none.cfg").c_str(), "A", buf, sizeof buf, 0), -1);
   EXPECT_STREQ(buf, "keep");
-}
-
-TEST_F(ConfigFileTest, ValueIsCutToBufferAndTerminated) {
-  WriteFile(path_, "Key\tabcdefghij\n");
-  char buf[8];
-  std::memset(buf, '#', sizeof buf);
-  EXPECT_EQ(GetConfigItem(path_.c_str(), "Key", buf, 5, 0), 1);
-  EXPECT_STREQ(buf, "abcd");
-  EXPECT_EQ(buf[5], '#');
-}
-
-// Lines are taken as the line reader cuts them: a NUL byte ends a line's
-// text, and a line longer than the reader's buffer goes on as a line of its
-// own.
-TEST_F(ConfigFileTest, LinesAsTheLineReaderCutsThem) {
-  struct Case {
-    std::string content;
-    const char* key;
-    const char* value;
-  } cases[] = {
-      {"Key\0x\tv\nKey\tw\n"s, "Key", "w"},
-      {"Other\tv\0Key\tz\n"s, "Key", "dflt"},
-      {std::string(65535, 'x') + "Key\tsplit\n", "Key", "split"},
-      {std::string(65534, 'x') + "\tKey\tnext\n", "Key", "next"},
-  };
-  for (const auto& c : cases) {
-    std::string value;
-    Lookup(c.content, c.key, &value);
-    EXPECT_EQ(value, c.value) << c.content.substr(0, 20);
-  }
 }
 
 // Lookups keep the values of an unchanged file. Whatever changes the file
@@ -292,38 +260,33 @@ TEST_F(SetConfigItemsTest, ReplacesDeletesAppendsAndKeepsBackup) {
     EXPECT_EQ(it->written, 0);
 }
 
-TEST_F(SetConfigItemsTest, KeyOnSeveralLinesIsReplacedOnEach) {
-  WriteFile(path_, "Key\t1\nKey\t2\n");
-  CIL_AddItem(list_, "KEY", "3");
-  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), 0);
-  EXPECT_EQ(ReadFile(path_), "KEY\t3\nKEY\t3\n");
-}
-
-TEST_F(SetConfigItemsTest, LineFeedBeforeAppendedItemsWhenMissing) {
-  WriteFile(path_, "A\t1");
-  CIL_AddItem(list_, "B", "2");
-  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), 0);
-  EXPECT_EQ(ReadFile(path_), "A\t1\nB\t2\n");
-}
-
-TEST_F(SetConfigItemsTest, NewFileStartsWithEmptyLine) {
-  CIL_AddItem(list_, "B", "2");
-  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), 0);
-  EXPECT_EQ(ReadFile(path_), "\nB\t2\n");
-  EXPECT_FALSE(FileExists(dir_.Path("store.bak")));
-}
-
-// A NUL byte in a line used to end the copied line there, line feed and all,
-// so the next line (an unrelated key) was merged into it and lost.
-TEST_F(SetConfigItemsTest, LineWithNulByteIsCopiedWhole) {
-  const std::string old("Odd\tx\0y\nKeep\tme\n", 16);
-  WriteFile(path_, old);
-  CIL_AddItem(list_, "Added", "1");
-  EXPECT_EQ(SetConfigItems(path_.c_str(), list_), 0);
-  EXPECT_EQ(ReadFile(path_), old + "Added\t1\n");
-  char value[16] = "";
-  EXPECT_EQ(GetConfigItem(path_.c_str(), "Keep", value, sizeof value, 0), 1);
-  EXPECT_STREQ(value, "me");
+// A key on several lines is replaced on each; appended items start on a
+// line of their own, and a new file with an empty line; a NUL byte in a line
+// no longer ends the copied line, line feed and all, merging the next line
+// into it.
+TEST_F(SetConfigItemsTest, LinesAroundTheChangedOnes) {
+  struct Case {
+    std::string old;  // "-": no file
+    const char* key;
+    const char* value;
+    std::string expected;
+  } cases[] = {
+      {"Key\t1\nKey\t2\n", "KEY", "3", "KEY\t3\nKEY\t3\n"},
+      {"A\t1", "B", "2", "A\t1\nB\t2\n"},
+      {"-", "B", "2", "\nB\t2\n"},
+      {"Odd\tx\0y\nKeep\tme\n"s, "Added", "1", "Odd\tx\0y\nKeep\tme\nAdded\t1\n"s},
+  };
+  for (const auto& c : cases) {
+    std::remove(path_.c_str());
+    std::remove(dir_.Path("store.bak").c_str());
+    if (c.old != "-") WriteFile(path_, c.old);
+    ConfigItemList* list = CIL_CreateList();
+    CIL_AddItem(list, c.key, c.value);
+    EXPECT_EQ(SetConfigItems(path_.c_str(), list), 0);
+    CIL_FreeList(list);
+    EXPECT_EQ(ReadFile(path_), c.expected);
+    EXPECT_EQ(FileExists(dir_.Path("store.bak")), c.old != "-");
+  }
 }
 
 TEST_F(SetConfigItemsTest, NullListAndKeepsPermissions) {

@@ -4,21 +4,19 @@
 
 #include <gtest/gtest.h>
 
-#include "cgisupport/run_state.h"
-#include "pagegen/template_parser.h"
 #include "storedata/attribute_db.h"
-#include "tests/support/test_util.h"
+#include "tests/support/page_fixture.h"
 
 namespace storegen {
 namespace {
 
-using testing::ScopedTempDir;
+using testing::Pair;
 using testing::WriteFile;
 
-class FormControlTest : public ::testing::Test {
+class FormControlTest : public testing::PageTest {
  protected:
   void SetUp() override {
-    ResetRunState();
+    PageTest::SetUp();
     WriteFile("shop.adb",
               "1\t1\tColor\tRed,Green,Blue\n2\t3\tSize\tS,M,L\n3\t5\tNote\t\n"
               "4\t4\tExtras\tWrap,Card\n6\t2\tEngraving\t\n"
@@ -26,27 +24,26 @@ class FormControlTest : public ::testing::Test {
     pool_ = AD_InitAttributePool("shop.adb");
     ASSERT_NE(pool_, nullptr);
     WriteFile(cfg_, "CreditCardTypes\tVisa;;Mastercard\n");
-    ctx_.store_cfg = cfg_.c_str();
     ctx_.attr_db = pool_;
   }
-  void TearDown() override { AD_ShutdownAttributePool(pool_); }
+  void TearDown() override {
+    AD_ShutdownAttributePool(pool_);
+    PageTest::TearDown();
+  }
 
   // The page for a product whose TILLBOXATTRIBUTES is |attributes|.
   std::string Controls(const char* attributes) {
-    PAPI_Pair product[] = {{const_cast<char*>("SKU"), const_cast<char*>("A-1")},
-                           {const_cast<char*>("TILLBOXATTRIBUTES"), const_cast<char*>(attributes)},
-                           {nullptr, nullptr}};
+    PAPI_Pair product[] = {Pair("SKU", "A-1"), Pair("TILLBOXATTRIBUTES", attributes),
+                           Pair(nullptr, nullptr)};
     ctx_.product = product;
-    std::string page;
-    EXPECT_EQ(ParseTemplateText("<!-- PAGEGEN_ATTRIBUTES -->", ctx_, &page), 0);
+    int rc = -1;
+    std::string page = Parse("<!-- PAGEGEN_ATTRIBUTES -->", &rc);
+    EXPECT_EQ(rc, 0);
     ctx_.product = nullptr;
     return page;
   }
 
-  ScopedTempDir dir_{true};
-  std::string cfg_ = dir_.Path("shop.cfg");
   AttributePool* pool_ = nullptr;
-  PageContext ctx_;
 };
 
 TEST_F(FormControlTest, EachTypeGetsItsControl) {
@@ -83,21 +80,17 @@ TEST_F(FormControlTest, EachTypeGetsItsControl) {
   for (const auto& c : cases)
     EXPECT_EQ(Controls(c.attributes), c.html) << c.attributes;
 
-  std::string page;
-  EXPECT_EQ(ParseTemplateText("<!-- PAGEGEN_ATTRIBUTES -->", ctx_, &page), 0);
-  EXPECT_EQ(page, "");  // no product
+  EXPECT_EQ(Parse("<!-- PAGEGEN_ATTRIBUTES -->"), "");  // no product
 }
 
 TEST_F(FormControlTest, CardTypes) {
-  std::string page;
-  ParseTemplateText("<!-- PAGEGEN_CARDTYPE Name=\"Card\" -->|<!--PAGEGEN_CARDTYPE-->", ctx_, &page);
   const std::string options =
       "\">\n<OPTION VALUE=\"Visa\">Visa\n<OPTION VALUE=\"Mastercard\">Mastercard\n</SELECT>\n";
-  EXPECT_EQ(page, "<SELECT SIZE=\"1\" NAME=\"Card" + options + "|<SELECT SIZE=\"1\" NAME=\"CCType" +
-                      options);
+  EXPECT_EQ(
+      Parse("<!-- PAGEGEN_CARDTYPE Name=\"Card\" -->|<!--PAGEGEN_CARDTYPE-->"),
+      "<SELECT SIZE=\"1\" NAME=\"Card" + options + "|<SELECT SIZE=\"1\" NAME=\"CCType" + options);
   WriteFile(cfg_, "");
-  ParseTemplateText("<!-- PAGEGEN_CARDTYPE -->", ctx_, &page);
-  EXPECT_EQ(page, "");
+  EXPECT_EQ(Parse("<!-- PAGEGEN_CARDTYPE -->"), "");
   EXPECT_EQ(OutputCardtypeDropdown(nullptr, cfg_.c_str(), "x"), 0);
 }
 

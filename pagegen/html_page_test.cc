@@ -7,24 +7,13 @@
 #include <gtest/gtest.h>
 
 #include "cgisupport/file_identity.h"
-#include "cgisupport/run_state.h"
-#include "pagegen/filelist/file_list.h"
-#include "pagegen/page_context.h"
 #include "storedata/sku_list.h"
-#include "templateset/template_set.h"
-#include "tests/support/test_util.h"
+#include "tests/support/page_fixture.h"
 
 namespace storegen {
 namespace {
 
 using namespace testing;
-
-std::string Entries(const FileList* list) {
-  std::string s;
-  for (const FileList* e = list; e != nullptr; e = e->next)
-    s += std::string(e->text) + "=" + std::to_string(e->code) + "\n";
-  return s;
-}
 
 TEST(PageNames, ContinuationPagesNumberTheLastComponent) {
   struct {
@@ -46,26 +35,14 @@ TEST(PageNames, CategoryDatabaseBesideTheProductDatabase) {
   EXPECT_EQ(CategoryDbPath(""), ".cdb");
 }
 
-class HtmlPageTest : public ::testing::Test {
+class HtmlPageTest : public PageTest {
  protected:
   void SetUp() override {
-    ResetRunState();
-    WriteFile(cfg_, "ShopName\tCorner Shop\n");
+    PageTest::SetUp();
     WriteFile(tmpl_, "<title><!--PAGEGEN_STORENAME--></title>%%PRODUCT.NAME%%\n");
-    ctx_.store_cfg = cfg_.c_str();
-    ctx_.set = &set_;
-  }
-  void TearDown() override {
-    FreeFileList(PageGenState.errlist);
-    FreeFileList(PageGenState.dellist);
-    ResetRunState();
   }
 
-  ScopedTempDir dir_{true};
-  std::string cfg_ = dir_.Path("store.cfg");
   std::string tmpl_ = dir_.Path("page.html");
-  TemplateSet set_;
-  PageContext ctx_;
 };
 
 TEST_F(HtmlPageTest, StaticPageIsWrittenInPlaceAndListed) {
@@ -77,8 +54,7 @@ TEST_F(HtmlPageTest, StaticPageIsWrittenInPlaceAndListed) {
 }
 
 TEST_F(HtmlPageTest, ProductNodeGivesTheRecord) {
-  PAPI_Pair record[] = {{const_cast<char*>("NAME"), const_cast<char*>("Kettle")},
-                        {nullptr, nullptr}};
+  PAPI_Pair record[] = {Pair("NAME", "Kettle"), Pair(nullptr, nullptr)};
   SkuList node{const_cast<char*>("K1"), const_cast<char*>("page.html"), record, nullptr};
   std::string out = dir_.Path("p-K1.html");
   EXPECT_EQ(GenerateHtmlPage(tmpl_.c_str(), out.c_str(), &node, ctx_), 0);

@@ -9,30 +9,23 @@
 #include <gtest/gtest.h>
 
 #include "cgisupport/file_identity.h"
-#include "cgisupport/run_state.h"
 #include "pagegen/category_index.h"
-#include "pagegen/filelist/file_list.h"
 #include "pagegen/html_page.h"
-#include "pagegen/template_parser.h"
-#include "storedata/product_api.h"
 #include "storedata/sku_list.h"
-#include "templateset/template_set.h"
-#include "tests/support/test_util.h"
+#include "tests/support/page_fixture.h"
 
 namespace storegen {
 namespace {
 
 using testing::FileExists;
+using testing::Pair;
 using testing::ReadFile;
-using testing::ScopedTempDir;
 using testing::WriteFile;
 
 // A category database of "Tea" and "Coffee", served through the bound
 // product-API entry points.
-PAPI_Pair kTea[] = {{const_cast<char*>("TILLBOXCATEGORY"), const_cast<char*>("Tea")},
-                    {nullptr, nullptr}};
-PAPI_Pair kCoffee[] = {{const_cast<char*>("TILLBOXCATEGORY"), const_cast<char*>("Coffee")},
-                       {nullptr, nullptr}};
+PAPI_Pair kTea[] = {Pair("TILLBOXCATEGORY", "Tea"), Pair(nullptr, nullptr)};
+PAPI_Pair kCoffee[] = {Pair("TILLBOXCATEGORY", "Coffee"), Pair(nullptr, nullptr)};
 PAPI_Pair* kCategories[] = {kTea, kCoffee};
 int g_category_count = 2;
 int g_category_lists = 0;  // calls of FirstCategory
@@ -48,25 +41,17 @@ PAPI_Pair* FirstCategory(void* h, const char* key, int flag, const char* db, con
   return NextCategory(h, key, flag, db, cfg, api, cart, position, names);
 }
 
-class ListBlockTest : public ::testing::Test {
+class ListBlockTest : public testing::PageTest {
  protected:
   void SetUp() override {
-    ResetRunState();
-    g_template_nesting = CatList = ProdList = 0;
+    PageTest::SetUp();
     pdbRetrieveFirstItem = FirstCategory;
     pdbRetrieveNextItem = NextCategory;
     g_category_count = 2;
+    cfg_ = dir_.Path("acme.cfg");
     WriteFile(cfg_, "CGIBinDirectory\t/cgi-bin\nPageGenProg\tstoregen\n");
     ctx_.store_cfg = cfg_.c_str();
-    ctx_.page_path = "/shop/";
-    ctx_.set = &set_;
-    ctx_.options = kGenRewriteLinks;
     ctx_.product_lists = true;
-  }
-  void TearDown() override {
-    FreeFileList(PageGenState.dellist);
-    pdbRetrieveFirstItem = pdbRetrieveNextItem = nullptr;
-    ResetRunState();
   }
 
   // Products "P1", "P2" ... of |categories| ("": no category attribute).
@@ -78,22 +63,17 @@ class ListBlockTest : public ::testing::Test {
     for (std::size_t i = 0; i < n; ++i) {
       texts_[2 * i] = "P" + std::to_string(i + 1);
       texts_[2 * i + 1] = categories[i];
-      records_[i].push_back({const_cast<char*>("SKU"), texts_[2 * i].data()});
+      records_[i].push_back(Pair("SKU", texts_[2 * i].data()));
       if (!categories[i].empty())
-        records_[i].push_back({const_cast<char*>("TILLBOXCATEGORY"), texts_[2 * i + 1].data()});
-      records_[i].push_back({nullptr, nullptr});
+        records_[i].push_back(Pair("TILLBOXCATEGORY", texts_[2 * i + 1].data()));
+      records_[i].push_back(Pair(nullptr, nullptr));
       nodes_[i] = {nullptr, nullptr, records_[i].data(), i + 1 < n ? &nodes_[i + 1] : nullptr};
     }
     ctx_.sku_list = nodes_.data();
   }
 
   std::string Parse(const std::string& text, int* rc = nullptr) {
-    std::string page;
-    int result = ParseTemplateText(text, ctx_, &page, "list.html");
-    if (rc != nullptr) *rc = result;
-    EXPECT_EQ(g_template_nesting, 0);
-    EXPECT_EQ(CatList + ProdList, 0);
-    return page;
+    return PageTest::Parse(text, rc, "list.html");
   }
 
   // Writes the pages of |text| as "list.html" and returns them, first page
@@ -116,21 +96,10 @@ class ListBlockTest : public ::testing::Test {
     return pages;
   }
 
-  ScopedTempDir dir_{true};
-  std::string cfg_ = dir_.Path("acme.cfg");
-  TemplateSet set_;
-  PageContext ctx_;
   std::vector<std::string> texts_;
   std::vector<std::vector<PAPI_Pair>> records_;
   std::vector<SkuList> nodes_;
 };
-
-std::string Entries(const FileList* list) {
-  std::string s;
-  for (const FileList* e = list; e != nullptr; e = e->next)
-    s += std::string(e->text) + "=" + std::to_string(e->code) + "\n";
-  return s;
-}
 
 const char kPrev[] = "<A HREF=\"/shop/list.html\">&lt;&lt;</A>";
 
@@ -342,9 +311,7 @@ TEST_F(ListBlockTest, CategoryListRepeatedOnTheLaterPagesOfASeries) {
   };
   for (std::size_t i = 0; i < std::size(cases); ++i)
     WriteFile(dir_.Path("t" + std::to_string(i)), cases[i].text);
-  const std::string settled_db = dir_.Path("categories.cdb");
-  WriteFile(settled_db, "");
-  // Template texts and the category file are trusted once they have settled.
+  // Template texts are kept between pages once they have settled.
   g_settle_clock_ahead = 3;
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     const std::string tmpl = dir_.Path("t" + std::to_string(i));
@@ -352,16 +319,16 @@ TEST_F(ListBlockTest, CategoryListRepeatedOnTheLaterPagesOfASeries) {
     ctx_.cat_db_path = "";
     g_category_lists = 0;
     const std::vector<std::string> expected = PagesOf(tmpl, cases[i].rc);
-    const std::string errors = Entries(PageGenState.errlist);
+    const std::string errors = Errors();
     FreeFileList(PageGenState.errlist);
     PageGenState.errlist = nullptr;
     EXPECT_EQ(expected.size(), 3u) << i;
     EXPECT_EQ(g_category_lists, cases[i].lists) << i;
 
-    ctx_.cat_db_path = settled_db.c_str();
+    ctx_.cat_db_path = __FILE__;  // a file that has settled
     g_category_lists = 0;
     EXPECT_EQ(PagesOf(tmpl, cases[i].rc), expected) << i;
-    EXPECT_EQ(Entries(PageGenState.errlist), errors) << i;
+    EXPECT_EQ(Errors(), errors) << i;
     EXPECT_EQ(g_category_lists, cases[i].lists - cases[i].lists_reused) << i;
     FreeFileList(PageGenState.errlist);
     PageGenState.errlist = nullptr;

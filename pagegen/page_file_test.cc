@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -33,13 +34,21 @@ bool WritePage(const std::string& path, const std::string& text) {
   return page.Commit();
 }
 
-TEST(PageFileTest, NewAndReplacedPagesGetTheirTextAndPermissions) {
+// New pages (in a directory still to be made), replaced pages and a page
+// long enough to go through its temporary file, written by Add or through the
+// stream: their text, their permissions, and no temporary file left behind.
+TEST(PageFileTest, NewReplacedAndLongPagesGetTheirTextAndPermissions) {
   ScopedTempDir dir;
   const mode_t mask = umask(022);
-  const std::string fresh = dir.Path("fresh.html");
+  const std::string fresh = dir.Path("shop/fresh.html");
   ASSERT_TRUE(WritePage(fresh, "<p>new</p>"));
   EXPECT_EQ(ReadFile(fresh), "<p>new</p>");
   EXPECT_EQ(ModeOf(fresh), 0644u);
+  PageFile streamed;
+  ASSERT_TRUE(streamed.Open(dir.Path("shop/streamed.html")));
+  std::fputs("page", streamed.fp());
+  ASSERT_TRUE(streamed.Commit());
+  EXPECT_EQ(ReadFile(dir.Path("shop/streamed.html")), "page");
 
   const std::string old = dir.Path("old.html");
   WriteFile(old, "<p>older and longer</p>");
@@ -48,8 +57,14 @@ TEST(PageFileTest, NewAndReplacedPagesGetTheirTextAndPermissions) {
   EXPECT_EQ(ReadFile(old), "<p>v2</p>");
   EXPECT_EQ(ModeOf(old), 0640u);
   umask(mask);
-  // No temporary file stays behind.
-  EXPECT_EQ(ListDir(dir.path()).size(), 2u);
+
+  std::string text;
+  for (int i = 0; text.size() < (9u << 20); ++i)
+    text += "<li>entry " + std::to_string(i) + "</li>\n";
+  ASSERT_TRUE(WritePage(dir.Path("list.html"), text));
+  EXPECT_EQ(ReadFile(dir.Path("list.html")), text);
+  EXPECT_EQ(ListDir(dir.path()), (std::vector<std::string>{"list.html", "old.html", "shop"}));
+  EXPECT_EQ(ListDir(dir.Path("shop")), (std::vector<std::string>{"fresh.html", "streamed.html"}));
 }
 
 TEST(PageFileTest, AbandonedPageLeavesNothingAndTheOlderFileAsItWas) {
@@ -69,17 +84,6 @@ TEST(PageFileTest, AbandonedPageLeavesNothingAndTheOlderFileAsItWas) {
   EXPECT_EQ(ListDir(dir.path()).size(), 1u);
 }
 
-TEST(PageFileTest, LongPageIsWrittenWholeThroughItsTemporaryFile) {
-  ScopedTempDir dir;
-  std::string text;
-  for (int i = 0; text.size() < (9u << 20); ++i)
-    text += "<li>entry " + std::to_string(i) + "</li>\n";
-  const std::string path = dir.Path("list.html");
-  ASSERT_TRUE(WritePage(path, text));
-  EXPECT_EQ(ReadFile(path), text);
-  EXPECT_EQ(ListDir(dir.path()).size(), 1u);
-}
-
 // A page whose text could not all be added is never written, not even
 // the part that could: here the long page's temporary file cannot be made
 // while a file stands where its directory should be.
@@ -95,16 +99,6 @@ TEST(PageFileTest, AFailedAdditionFailsThePage) {
   ASSERT_EQ(unlink(dir.Path("shop").c_str()), 0);
   EXPECT_FALSE(page.Commit());
   EXPECT_FALSE(FileExists(path));
-}
-
-TEST(PageFileTest, MissingDirectoryIsMade) {
-  ScopedTempDir dir;
-  const std::string path = dir.Path("shop/p.html");
-  PageFile page;
-  ASSERT_TRUE(page.Open(path));
-  std::fputs("page", page.fp());
-  ASSERT_TRUE(page.Commit());
-  EXPECT_EQ(ReadFile(path), "page");
 }
 
 }  // namespace

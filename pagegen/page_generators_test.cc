@@ -4,21 +4,18 @@
 
 #include <gtest/gtest.h>
 
-#include "cgisupport/run_state.h"
-#include "pagegen/filelist/file_list.h"
-#include "templateset/template_set.h"
-#include "tests/support/test_util.h"
+#include "cgisupport/config_file.h"
+#include "tests/support/page_fixture.h"
 
 namespace storegen {
 namespace {
 
 using namespace testing;
 
-class PageGeneratorsTest : public ::testing::Test {
+class PageGeneratorsTest : public PageTest {
  protected:
   void SetUp() override {
-    ResetRunState();
-    WriteFile(cfg_, "ShopName\tCorner Shop\n");
+    PageTest::SetUp();
     WriteFile(dir_.Path("page.html"), "<!--PAGEGEN_STORENAME-->");
     WriteFile(dir_.Path("set.cfg"),
               "ShopHomePage1\tHome;page.html;index.html\n"
@@ -26,36 +23,32 @@ class PageGeneratorsTest : public ::testing::Test {
               "SitePage2\tOrder Form;page.html;/forms/order.html;S\n"
               "TillboxPage1\tTake Order;page.html;/order.html\n"
               "TillboxPage2\tshow cart;page.html;cart.html\n"
-              "TillboxPage3\tThanks;page.html;thanks.html\n"
-              "SitePage3\tA;a.html;a/about.html\n"
-              "SitePage4\tB;b.html;b/about.html\n");
-    set_ = PG_InitTemplateSet(dir_.Path("set.cfg").c_str());
-    ASSERT_NE(set_, nullptr);
+              "TillboxPage3	Thanks;page.html;thanks.html
+"
+              "SitePage3	A;a.html;a/about.html
+"
+              "SitePage4	B;b.html;b/about.html
+");
+    loaded_ = PG_InitTemplateSet(dir_.Path("set.cfg").c_str());
+    ASSERT_NE(loaded_, nullptr);
     args_.html_path = "/shop/";
     args_.store_cfg = cfg_.c_str();
     args_.out_dir = out_.c_str();
-    args_.set = set_;
+    args_.set = loaded_;
   }
   void TearDown() override {
-    PG_ShutdownTemplateSet(set_);
-    FreeFileList(PageGenState.errlist);
-    FreeFileList(PageGenState.dellist);
-    ResetRunState();
+    PG_ShutdownTemplateSet(loaded_);
+    PageTest::TearDown();
   }
 
-  std::string Config(const std::string& key) {
-    for (std::string rest = ReadFile(cfg_); !rest.empty();) {
-      std::string line = rest.substr(0, rest.find('\n'));
-      rest.erase(0, line.size() + 1);
-      if (line.starts_with(key + "\t")) return line.substr(key.size() + 1);
-    }
-    return "";
+  std::string Config(const char* key) {
+    std::string value;
+    GetConfigValue(cfg_.c_str(), key, &value, 0);
+    return value;
   }
 
-  ScopedTempDir dir_{true};
-  std::string cfg_ = dir_.Path("store.cfg");
   std::string out_ = dir_.Path("www/shop/");
-  TemplateSet* set_ = nullptr;
+  TemplateSet* loaded_ = nullptr;
   GeneratorArgs args_;
 };
 
@@ -67,8 +60,8 @@ TEST_F(PageGeneratorsTest, SitePages) {
   // A secure page goes below the output directory and joins the secure files.
   EXPECT_EQ(GenerateSitePage("Order Form", args_, 1), 0);
   EXPECT_TRUE(FileExists(out_ + "forms/order.html"));
-  EXPECT_EQ(set_->secure_files.size(), 1u);
-  EXPECT_EQ(set_->secure_files[0].display_name, "/forms/order.html");
+  EXPECT_EQ(loaded_->secure_files.size(), 1u);
+  EXPECT_EQ(loaded_->secure_files[0].display_name, "/forms/order.html");
 }
 
 // Pages of the same name in different directories keep their own cached

@@ -12,13 +12,8 @@
 #include <gtest/gtest.h>
 
 #include "cgisupport/config_file.h"
-#include "cgisupport/run_state.h"
-#include "pagegen/filelist/file_list.h"
-#include "pagegen/list_blocks.h"
 #include "pagegen/template_pieces.h"
-#include "storedata/product_api.h"
-#include "templateset/template_set.h"
-#include "tests/support/test_util.h"
+#include "tests/support/page_fixture.h"
 
 namespace storegen {
 namespace {
@@ -46,96 +41,47 @@ void RunWithStack(std::size_t size, const std::function<void()>& fn) {
   pthread_attr_destroy(&attr);
 }
 
-using testing::ScopedTempDir;
+using testing::Pair;
 using testing::WriteFile;
 
 // A record as the product API hands it out, for pages about one product.
 PAPI_Pair kProduct[] = {
-    {const_cast<char*>("SKU"), const_cast<char*>("A-100")},
-    {const_cast<char*>("NAME"), const_cast<char*>("Kettle")},
-    {const_cast<char*>("PRICE"), const_cast<char*>("24.50")},
-    {const_cast<char*>("COLOR"), const_cast<char*>("na")},
-    {const_cast<char*>("SIZE"), const_cast<char*>("")},
-    {const_cast<char*>("GRAPHIC"), const_cast<char*>("img/red kettle.png")},
-    {nullptr, nullptr},
+    Pair("SKU", "A-100"),   Pair("NAME", "Kettle"), Pair("PRICE", "24.50"),
+    Pair("COLOR", "na"),    Pair("SIZE", ""),       Pair("GRAPHIC", "img/red kettle.png"),
+    Pair(nullptr, nullptr),
 };
 
 // A category database of one category, "Tea", served through the bound
 // product-API entry points.
-PAPI_Pair kTeaCategory[] = {
-    {const_cast<char*>("TILLBOXCATEGORY"), const_cast<char*>("Tea")},
-    {const_cast<char*>("BLURB"), const_cast<char*>("Leaves & cups")},
-    {const_cast<char*>("BANNER"), const_cast<char*>("NA")},
-    {nullptr, nullptr},
-};
+PAPI_Pair kTeaCategory[] = {Pair("TILLBOXCATEGORY", "Tea"), Pair("BLURB", "Leaves & cups"),
+                            Pair("BANNER", "NA"), Pair(nullptr, nullptr)};
 int g_retrievals = 0;
 int g_releases = 0;
 
-PAPI_Pair* FakeRetrieve(void*, const char*, const char* sku, int, const char*, const char*,
-                        const char*, const char*, char**) {
-  ++g_retrievals;
-  return std::strcmp(sku, "Tea") == 0 ? kTeaCategory : nullptr;
-}
-// Category lists walk the same one-record database.
-PAPI_Pair* FakeFirst(void*, const char*, int, const char*, const char*, const char*, const char*,
-                     int32_t* position, char**) {
-  *position = 1;
-  return kTeaCategory;
-}
-PAPI_Pair* FakeNext(void*, const char*, int, const char*, const char*, const char*, const char*,
-                    int32_t*, char**) {
-  return nullptr;
-}
-int FakeRelease(void*, const char*, const char*, PAPI_Pair*) {
-  ++g_releases;
-  return 0;
-}
-
-class TemplateParserTest : public ::testing::Test {
+class TemplateParserTest : public testing::PageTest {
  protected:
   void SetUp() override {
-    ResetRunState();
-    g_template_nesting = CatList = ProdList = 0;
-    pdbRetrieve = FakeRetrieve;
-    pdbRelease = FakeRelease;
-    pdbRetrieveFirstItem = FakeFirst;
-    pdbRetrieveNextItem = FakeNext;
+    PageTest::SetUp();
+    pdbRetrieve = [](void*, const char*, const char* sku, int, const char*, const char*,
+                     const char*, const char*, char**) -> PAPI_Pair* {
+      ++g_retrievals;
+      return std::strcmp(sku, "Tea") == 0 ? kTeaCategory : nullptr;
+    };
+    pdbRelease = [](void*, const char*, const char*, PAPI_Pair*) {
+      ++g_releases;
+      return 0;
+    };
+    // Category lists walk the same one-record database.
+    pdbRetrieveFirstItem = [](void*, const char*, int, const char*, const char*, const char*,
+                              const char*, int32_t* position, char**) {
+      *position = 1;
+      return kTeaCategory;
+    };
+    pdbRetrieveNextItem = [](void*, const char*, int, const char*, const char*, const char*,
+                             const char*, int32_t*, char**) -> PAPI_Pair* { return nullptr; };
     g_retrievals = g_releases = 0;
     WriteFile(cfg_, "ShopName\tCorner Shop\nStorePhone\t555-0100\nSecureStoreDir\t/secure/shop\n");
-    ctx_.store_cfg = cfg_.c_str();
-    ctx_.page_path = "/shop/";
-    ctx_.set = &set_;
-    ctx_.options = kGenRewriteLinks;
   }
-  void TearDown() override {
-    FreeFileList(PageGenState.errlist);
-    PageGenState.errlist = nullptr;
-    pdbRetrieve = nullptr;
-    pdbRelease = nullptr;
-    pdbRetrieveFirstItem = pdbRetrieveNextItem = nullptr;
-  }
-
-  std::string Parse(const std::string& text, int* rc = nullptr) {
-    std::string page;
-    int result = ParseTemplateText(text, ctx_, &page);
-    if (rc != nullptr) *rc = result;
-    EXPECT_EQ(g_template_nesting, 0) << text;
-    EXPECT_EQ(CatList, 0) << text;
-    return page;
-  }
-
-  // The error list as "text=code" lines.
-  static std::string ErrorList() {
-    std::string s;
-    for (const FileList* e = PageGenState.errlist; e != nullptr; e = e->next)
-      s += std::string(e->text) + "=" + std::to_string(e->code) + "\n";
-    return s;
-  }
-
-  ScopedTempDir dir_{true};
-  std::string cfg_ = dir_.Path("store.cfg");
-  TemplateSet set_;
-  PageContext ctx_;
 };
 
 TEST_F(TemplateParserTest, ProductTags) {
@@ -160,7 +106,7 @@ TEST_F(TemplateParserTest, ProductTags) {
     EXPECT_EQ(Parse(c.in, &rc), c.out) << c.in;
     EXPECT_EQ(rc, 0) << c.in;
   }
-  EXPECT_EQ(ErrorList(), "");
+  EXPECT_EQ(Errors(), "");
   // Without a product, product tags are written as they stand.
   ctx_.product = nullptr;
   EXPECT_EQ(Parse("%%PRODUCT.PRICE%% %25%25PRODUCT.NAME%25%25"),
@@ -168,14 +114,12 @@ TEST_F(TemplateParserTest, ProductTags) {
 }
 
 TEST_F(TemplateParserTest, DefaultPicturesAreRecordedWithTheirProduct) {
-  PAPI_Pair bare[] = {{const_cast<char*>("SKU"), const_cast<char*>("B-7")},
-                      {const_cast<char*>("THUMBNAIL"), const_cast<char*>("NA")},
-                      {nullptr, nullptr}};
+  PAPI_Pair bare[] = {Pair("SKU", "B-7"), Pair("THUMBNAIL", "NA"), Pair(nullptr, nullptr)};
   ctx_.product = bare;
   set_.default_product_graphic = "images/no photo.png";
   EXPECT_EQ(Parse("<img src=\"%%PRODUCT.GRAPHIC%%\">|%%PRODUCT.THUMBNAIL%%|"),
             "<img src=\"/shop/images/no%20photo.png\">| |");
-  EXPECT_EQ(ErrorList(), "%%PRODUCT.GRAPHIC%%=-19\nB-7=-19\n");
+  EXPECT_EQ(Errors(), "%%PRODUCT.GRAPHIC%%=-19\nB-7=-19\n");
 
   // Secure pages take the secure store directory instead of the page path.
   set_.default_product_thumbnail = "images/thumb.png";
@@ -193,7 +137,7 @@ TEST_F(TemplateParserTest, CategoryTags) {
   EXPECT_EQ(Parse("<%%CATEGORY.BANNER%%> %25%25category.none%25%25", &rc),
             "<%%CATEGORY.BANNER%%> %25%25category.none%25%25");
   EXPECT_EQ(rc, -18);  // a warning: the page is complete
-  EXPECT_EQ(ErrorList(), "%%CATEGORY.BANNER%%=-18\n%25%25category.none%25%25=-18\n");
+  EXPECT_EQ(Errors(), "%%CATEGORY.BANNER%%=-18\n%25%25category.none%25%25=-18\n");
   EXPECT_EQ(g_retrievals, g_releases);
 
   ctx_.category = "Coffee";  // no such record
@@ -209,7 +153,7 @@ TEST_F(TemplateParserTest, CategoryTags) {
     EXPECT_EQ(Parse("%%CATEGORY.BLURB%%", &rc), "%%CATEGORY.BLURB%%") << no_db;
     EXPECT_EQ(rc, 0) << no_db;
   }
-  EXPECT_EQ(ErrorList(), "");
+  EXPECT_EQ(Errors(), "");
 }
 
 TEST_F(TemplateParserTest, MarkersWorkOnlyInsideBangMarkup) {

@@ -4,10 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cgisupport/run_state.h"
-#include "pagegen/template_parser.h"
-#include "templateset/template_set.h"
-#include "tests/support/test_util.h"
+#include "tests/support/page_fixture.h"
 
 namespace storegen {
 namespace {
@@ -30,27 +27,16 @@ TEST(TextBlockCacheName, PageNameWithoutLeadingSeparatorAndExtension) {
     EXPECT_EQ(TextBlockCacheName(c.dir, c.page, c.n), c.name) << c.page;
 }
 
-class TextBlockTest : public ::testing::Test {
+class TextBlockTest : public PageTest {
  protected:
   void SetUp() override {
-    ResetRunState();
+    PageTest::SetUp();
     WriteFile(cfg_, "ShopName\tFirst Name\n");
-    ctx_.store_cfg = cfg_.c_str();
-    ctx_.set = &set_;
   }
-
   std::string Parse(const std::string& text, const char* page_file = "index.html",
                     int* rc = nullptr) {
-    std::string page;
-    int result = ParseTemplateText(text, ctx_, &page, page_file);
-    if (rc != nullptr) *rc = result;
-    return page;
+    return PageTest::Parse(text, rc, page_file);
   }
-
-  ScopedTempDir dir_{true};
-  std::string cfg_ = dir_.Path("store.cfg");
-  TemplateSet set_;
-  PageContext ctx_;
 };
 
 constexpr char kTemplate[] =
