@@ -311,6 +311,8 @@ TEST_F(ListBlockTest, CategoryListRepeatedOnTheLaterPagesOfASeries) {
   };
   for (std::size_t i = 0; i < std::size(cases); ++i)
     WriteFile(dir_.Path("t" + std::to_string(i)), cases[i].text);
+  const std::string categories = dir_.Path("products.cdb");
+  WriteFile(categories, "TILLBOXCATEGORY\nTea\nCoffee\n");
   // Template texts are kept between pages once they have settled.
   g_settle_clock_ahead = 3;
   for (std::size_t i = 0; i < std::size(cases); ++i) {
@@ -325,7 +327,7 @@ TEST_F(ListBlockTest, CategoryListRepeatedOnTheLaterPagesOfASeries) {
     EXPECT_EQ(expected.size(), 3u) << i;
     EXPECT_EQ(g_category_lists, cases[i].lists) << i;
 
-    ctx_.cat_db_path = __FILE__;  // a file that has settled
+    ctx_.cat_db_path = categories.c_str();  // a file that has settled
     g_category_lists = 0;
     EXPECT_EQ(PagesOf(tmpl, cases[i].rc), expected) << i;
     EXPECT_EQ(Errors(), errors) << i;
