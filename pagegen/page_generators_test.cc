@@ -23,12 +23,9 @@ class PageGeneratorsTest : public PageTest {
               "SitePage2\tOrder Form;page.html;/forms/order.html;S\n"
               "TillboxPage1\tTake Order;page.html;/order.html\n"
               "TillboxPage2\tshow cart;page.html;cart.html\n"
-              "TillboxPage3	Thanks;page.html;thanks.html
-"
-              "SitePage3	A;a.html;a/about.html
-"
-              "SitePage4	B;b.html;b/about.html
-");
+              "TillboxPage3\tThanks;page.html;thanks.html\n"
+              "SitePage3\tA;a.html;a/about.html\n"
+              "SitePage4\tB;b.html;b/about.html\n");
     loaded_ = PG_InitTemplateSet(dir_.Path("set.cfg").c_str());
     ASSERT_NE(loaded_, nullptr);
     args_.html_path = "/shop/";
