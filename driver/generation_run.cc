@@ -139,10 +139,12 @@ int GenerateAllPages() {
 
   // The shop home series and the product pages: the product pages may be
   // written by two processes, the first of them beginning with the series.
+  // The lists of a static run hold every product, also when the product
+  // pages are not written: page after page, and in every category.
   const bool home = !single && ShopHomeIsSet();
   if (home && full == nullptr) {
     full = BuildAllSkuList(st.szDbName, st.szConfig, st.szAPIConfig, st.szCartDir, st.pTpltSet,
-                           nullptr, nullptr, 1, &st.errlist);
+                           nullptr, nullptr, 0, &st.errlist);
   }
   int product_pages_wanted = home ? PG_TpltAreThereProdPages(st.pTpltSet, st.pszShopHome) : 1;
   if (st.dynamic & kDynProductPages) product_pages_wanted = 0;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "cgisupport/file_util.h"
+#include "pagegen/html_page.h"
 #include "tests/support/test_util.h"
 
 namespace storegen {
@@ -198,27 +199,50 @@ TEST_F(StartupTest, OutputDirectoryComposition) {
   }
 }
 
+// The products the pages of the shop home series list, "|" between pages.
+std::string ListedProducts(const std::string& first_page) {
+  std::string listed;
+  for (int n = 0; FileExists(PageFileName(first_page, n)); ++n) {
+    const std::string page = ReadFile(PageFileName(first_page, n));
+    if (n > 0) listed += "|";
+    for (std::size_t at = page.find('['); at != std::string::npos; at = page.find('[', at + 1))
+      listed += page.substr(at + 1, page.find(']', at) - at - 1);
+  }
+  return listed;
+}
+
 TEST_F(StartupTest, DynamicPageKeysDecideWhichPagesAStaticRunWrites) {
-  WriteFile(Path("prod.txt"), "SKU\tNAME\nA1\tLamp\n");
-  WriteFile(Path("basic.cfg"), "DefaultProductPage\tProduct;product.html\n");
+  WriteFile(Path("prod.txt"), "SKU\tNAME\nA1\tLamp\nA2\tx\nA3\tx\nA4\tx\nA5\tx\n");
+  WriteFile(Path("basic.cfg"),
+            "DefaultProductPage\tProduct;product.html\nShopHomePage1\tHome;home.html;index.html\n"
+            "MaxProdPerPage\t2\n");
   WriteFile(Path("product.html"), "<p>%%PRODUCT.NAME%%</p>\n");
+  WriteFile(Path("home.html"),
+            "<!--PAGEGEN_PRODUCTLIST_BEGIN-->[%%PRODUCT.SKU%%]<!--PAGEGEN_PRODUCTLIST_END-->\n");
   struct Case {
     const char* product_pages;  // null: key absent
     const char* list_pages;
     bool product_page_written;
+    const char* listed;  // by the shop home series
   } cases[] = {
-      {nullptr, nullptr, true}, {"no", nullptr, true}, {"yes", nullptr, false},
-      {"yes", "no", false},     {"no", "yes", true},
+      {nullptr, nullptr, true, "A1A2|A3A4|A5"},
+      {"no", nullptr, true, "A1A2|A3A4|A5"},
+      {"yes", nullptr, false, "A1A2"},
+      {"yes", "no", false, "A1A2|A3A4|A5"},
+      {"no", "yes", true, "A1A2"},
+      {"yes", "yes", false, "A1A2"},
   };
   for (const auto& c : cases) {
     WriteConfig({{"PageGenDynamicProductPages", c.product_pages},
-                 {"PageGenDynamicListPages", c.list_pages}});
-    testing::RemoveTree(Path("www"));
+                 {"PageGenDynamicListPages", c.list_pages},
+                 {"PageGenShopHomePage", "ShopHomePage1"}});
+    RemoveTree(Path("www"));
     RunResult r = Run({"-o", Path("www"), "-c", "store.cfg"});
     std::string label = std::string(c.product_pages ? c.product_pages : "-") + "/" +
                         (c.list_pages ? c.list_pages : "-");
     EXPECT_EQ(r.exit_code, 0) << label;
     EXPECT_EQ(FileExists(Path("www/acme/p-A1.html")), c.product_page_written) << label;
+    EXPECT_EQ(ListedProducts(Path("www/acme/index.html")), c.listed) << label;
   }
 }
 
