@@ -46,19 +46,26 @@ bool ShopHomeIsSet() {
   return PageGenState.pszShopHome != nullptr && PageGenState.pszShopHome[0] != '\0';
 }
 
-// "-s": the one site page asked for, or all of them.
-int GenerateSitePages(bool* done) {
+// Looks the shop home page's output file up into szShopHomeName, which the
+// links into the cart's home name on every page. False when the template
+// set has no such page.
+bool ResolveShopHomeName() {
   RunState& st = PageGenState;
-  if (ShopHomeIsSet()) {
-    char display[kDisplayNameSize];
-    if (!PG_TpltGetDisplayName(st.pTpltSet, st.pszShopHome, display, sizeof display,
-                               kKindShopHomePage) ||
-        !PG_TpltGetOutputFile(st.pTpltSet, display, st.szShopHomeName, sizeof st.szShopHomeName,
-                              kKindShopHomePage)) {
-      VerbosePrintf("Error resolving template display name\n");
-      *done = true;
-      return -13;
-    }
+  char display[kDisplayNameSize];
+  return PG_TpltGetDisplayName(st.pTpltSet, st.pszShopHome, display, sizeof display,
+                               kKindShopHomePage) &&
+         PG_TpltGetOutputFile(st.pTpltSet, display, st.szShopHomeName, sizeof st.szShopHomeName,
+                              kKindShopHomePage);
+}
+
+// "-s": the one site page asked for, or all of them; none when the shop home
+// page named by the store is not known.
+int GenerateSitePages(bool shop_home_known, bool* done) {
+  RunState& st = PageGenState;
+  if (!shop_home_known) {
+    VerbosePrintf("Error resolving template display name\n");
+    *done = true;
+    return -13;
   }
   GeneratorArgs args = GeneratorArgsForRun(nullptr);
   if (std::atoi(st.szSitePageIdx) != 0) {
@@ -99,10 +106,15 @@ int GenerateAllPages() {
   RunState& st = PageGenState;
   const bool single = (st.dynamic & kDynSinglePage) != 0;
   int result = 0;
+  // Every page knows the shop home page before any is written: dynamic
+  // pages, and product pages written beside the shop home series, name it
+  // as the pages written after it do. A set without it is reported where
+  // the site pages or the shop home page are written.
+  const bool shop_home_known = !ShopHomeIsSet() || ResolveShopHomeName();
 
   if (st.sitepages) {
     bool done = false;
-    int rc = GenerateSitePages(&done);
+    int rc = GenerateSitePages(shop_home_known, &done);
     if (done) return rc;
     result = rc;
   }

@@ -246,6 +246,30 @@ TEST_F(StartupTest, DynamicPageKeysDecideWhichPagesAStaticRunWrites) {
   }
 }
 
+// A page made on request is the page a static run writes, links into the
+// cart's home page included.
+TEST_F(StartupTest, DynamicPagesAreThoseOfTheStaticRun) {
+  WriteFile(Path("prod.txt"), "SKU\tNAME\nA1\tLamp\n");
+  WriteFile(Path("basic.cfg"),
+            "DefaultProductPage\tProduct;page.html\nShopHomePage1\tHome;page.html;index.html\n");
+  WriteFile(Path("page.html"),
+            "<a href=\"PG_TILLBOX#\">home</a><a href=\"PG_STOREENTERURL#\">enter</a>"
+            "%%PRODUCT.NAME%%\n");
+  WriteConfig({{"PageGenShopHomePage", "ShopHomePage1"}, {"CGIBinDirectory", "/cgi-bin"}});
+  ASSERT_EQ(Run({"-o", Path("www"), "-c", "store.cfg"}).exit_code, 0);
+  const std::string product = ReadFile(Path("www/acme/p-A1.html"));
+  EXPECT_NE(product.find("/acme/index.html?E+store\""), std::string::npos) << product;
+  for (const auto& [args, page] :
+       {std::pair{std::vector<std::string>{"-p", "A1"}, product},
+        {{"-t", "page.html", "-f", "0"}, ReadFile(Path("www/acme/index.html"))}}) {
+    std::vector<std::string> request = {"-c", "store.cfg"};
+    request.insert(request.end(), args.begin(), args.end());
+    RunResult r = Run(request);
+    EXPECT_EQ(r.exit_code, 0) << args[0];
+    EXPECT_EQ(r.out, "Content-type: text/html\n\n" + page) << args[0];
+  }
+}
+
 TEST_F(StartupTest, StatusLogGetsOutputAndReturnCode) {
   RunResult r = Run({"-b", "-o"});
   EXPECT_EQ(r.exit_code, ExitStatusOf(-3));
