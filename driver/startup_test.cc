@@ -286,6 +286,7 @@ TEST_F(StartupTest, StatusLogGetsOutputAndReturnCode) {
   EXPECT_EQ(r.out, "");
   std::string log = ReadFile(Path("pgstatus.log"));
   EXPECT_TRUE(log.ends_with("Done rc=0\nReturnCode=0")) << log;
+  EXPECT_EQ(log.find("ReturnCode=-3"), std::string::npos) << "the old log is replaced";
   EXPECT_TRUE(FileExists(Path("www/acme/Xzq3Jpo9")));
   EXPECT_FALSE(FileExists(Path("Xzq3Jpo9")));
   EXPECT_EQ(ReadFile(Path("www/acme/images/logo.gif")), "GIF");

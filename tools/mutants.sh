@@ -4,10 +4,11 @@
 # suite (the mutated module's own tests first, then the rest, stopping on the
 # first failure), restores the file and prints whether the tests killed it.
 #
-#   tools/mutants.sh [-b BUILD_DIR] [-l LIST] [-k] [PATTERN]
+#   tools/mutants.sh [-b BUILD_DIR] [-l LIST] [-k] [-n] [PATTERN]
 #     -b  build directory (default: build-mutants, configured when missing)
 #     -l  list of mutations (format: see tools/mutants.txt)
 #     -k  keep going: do not first check that the tests pass unmutated
+#     -n  only check that every mutation's line is found, once
 #     PATTERN  only the mutations whose file or description matches it
 # Extra ctest arguments (say, -E NAME for a test known to fail) can be given
 # in MUTANTS_CTEST_ARGS. Needs a clean checkout of the files it mutates; each
@@ -17,11 +18,13 @@ cd "$(dirname "$0")/.." || exit 2
 build=build-mutants
 list=tools/mutants.txt
 check=1
-while getopts b:l:k opt; do
+dry=0
+while getopts b:l:kn opt; do
   case $opt in
     b) build=$OPTARG ;;
     l) list=$OPTARG ;;
     k) check=0 ;;
+    n) dry=1 check=0 ;;
     *) exit 2 ;;
   esac
 done
@@ -29,7 +32,7 @@ shift $((OPTIND - 1))
 pattern=${1:-}
 read -r -a extra <<<"${MUTANTS_CTEST_ARGS:-}"
 
-if [ ! -f "$build/CMakeCache.txt" ]; then
+if [ "$dry" = 0 ] && [ ! -f "$build/CMakeCache.txt" ]; then
   launcher=()
   command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache
                                             -DCMAKE_C_COMPILER_LAUNCHER=ccache)
@@ -75,6 +78,10 @@ try_one() {
     stale=$((stale + 1))
     return
   fi
+  if [ "$dry" = 1 ]; then
+    killed=$((killed + 1))
+    return
+  fi
   backup=$(mktemp)
   cp -p "$file" "$backup"
   OLD=$old NEW=$new awk '$0 == ENVIRON["OLD"] { print ENVIRON["NEW"]; next } { print }' \
@@ -105,6 +112,10 @@ while IFS= read -r line || [ -n "$line" ]; do
       file="" ;;
   esac
 done <"$list"
+if [ "$dry" = 1 ]; then
+  echo "$killed mutations found, $stale lines not found"
+  exit $((stale > 0))
+fi
 # Leave the build as the unmutated tree.
 build_tree
 
