@@ -3,6 +3,10 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
+#include <optional>
+
+#include "cgisupport/cgi_request.h"
 
 namespace storegen {
 namespace {
@@ -58,9 +62,12 @@ bool EnvEquals(const char* name, const char* expected) {
 int GetFormEntries(FormEntry* entries, int max) {
   if (!EnvEquals("REQUEST_METHOD", "POST")) return -1;
   if (!EnvEquals("CONTENT_TYPE", "application/x-www-form-urlencoded")) return -2;
-  const char* length = std::getenv("CONTENT_LENGTH");
-  if (length == nullptr) return -3;
-  int remaining = std::atoi(length);
+  // A length that is no number, or too large for the budget, is refused
+  // rather than read as whatever it wraps round to.
+  std::optional<std::size_t> length =
+      ParseContentLength(std::getenv("CONTENT_LENGTH"), std::numeric_limits<int>::max());
+  if (!length) return -3;
+  int remaining = static_cast<int>(*length);
   int count = 0;
   while (remaining > 0 && !std::feof(stdin)) {
     if (count >= max) return -4;

@@ -25,7 +25,8 @@ struct FormEntry {
 // '=', so an encoded "%3D" in a name splits there too. Returns the count; -1
 // when REQUEST_METHOD is not exactly "POST", -2 when CONTENT_TYPE is not
 // exactly "application/x-www-form-urlencoded", -3 when CONTENT_LENGTH is
-// unset, -4 when more than |max| fields arrive. Entries stored before a -4
+// unset or not a decimal number up to INT_MAX, -4 when more than |max|
+// fields arrive. Entries stored before a -4
 // stay in the table for the caller to free (it holds exactly |max|).
 int GetFormEntries(FormEntry* entries, int max);
 

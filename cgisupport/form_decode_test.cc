@@ -53,6 +53,7 @@ TEST_F(FormDecodeTest, PostRequestIsCheckedExactly) {
                {"POST", nullptr, "3", -2},
                {"POST", "application/x-www-form-urlencoded; charset=UTF-8", "3", -2},
                {"POST", kForm, nullptr, -3},
+               {"POST", kForm, "4294967299", -3},  // not read as 3 (wrapped round)
                {"POST", kForm, "3", 1}};
   for (const auto& c : cases) {
     SetEnv({{"REQUEST_METHOD", c.method}, {"CONTENT_TYPE", c.type}, {"CONTENT_LENGTH", c.length}});

@@ -71,7 +71,8 @@ TEST_F(InfoPageTest, CopiesThePageWithItsPicturesAndOpensThePopUp) {
             "<img alt=\"SRC\" src=\"images/logo.gif\" border=0>\n"
             "<IMG SRC='images/logo.gif'>\n"
             "<IMG SRC=images/logo.gif BORDER=0><IMG SRC=/pics/a.gif>\n"
-            "<!-- <IMG SRC=\"images/old.gif\"> -- > --><IMG SRC=\"http://example.com/x.gif\">\n"
+            "<!-- <IMG SRC=\"images/old.gif\"> -- > --><IMG SRC=\"http://example.com/x.gif\"><IMG "
+            "SRC=//cdn.example.com/y.gif>\n"
             "<A HREF=\"more.html\">more</A></BODY></HTML>");
   EXPECT_EQ(Show("basic", 1), std::string("Content-type: text/html\n\n") + kScript);
   EXPECT_EQ(ReadFile(www_ + "/tb_infodir/info.html"),
@@ -81,7 +82,8 @@ TEST_F(InfoPageTest, CopiesThePageWithItsPicturesAndOpensThePopUp) {
             "<IMG SRC='/store/tb_infodir/images/logo.gif?1234567890'>\n"
             "<IMG SRC=/store/tb_infodir/images/logo.gif?1234567890 BORDER=0>"
             "<IMG SRC=/store/tb_infodir/pics/a.gif?1234567890>\n"
-            "<!-- <IMG SRC=\"images/old.gif\"> -- > --><IMG SRC=\"http://example.com/x.gif\">\n"
+            "<!-- <IMG SRC=\"images/old.gif\"> -- > --><IMG SRC=\"http://example.com/x.gif\"><IMG "
+            "SRC=//cdn.example.com/y.gif>\n"
             "<A HREF=\"more.html\">more</A></BODY></HTML>");
   EXPECT_EQ(ReadFile(www_ + "/tb_infodir/images/logo.gif"), "GIF-logo");
   EXPECT_EQ(ReadFile(www_ + "/tb_infodir/bg.gif"), "GIF-bg");

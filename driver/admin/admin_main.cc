@@ -7,48 +7,41 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
-#include <memory>
+#include <limits>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "cgisupport/cgi_pages.h"
+#include "cgisupport/cgi_request.h"
 #include "cgisupport/config_file.h"
 #include "cgisupport/file_util.h"
-#include "cgisupport/form_decode.h"
+#include "cgisupport/path_util.h"
 #include "driver/admin/admin_config.h"
 #include "templateset/management.h"
 
 namespace storegen {
 namespace {
 
-constexpr int kMaxEntries = 16;
-constexpr std::size_t kMaxNameLength = 64;
+constexpr std::size_t kMaxFields = 16;
+constexpr std::size_t kMaxBody = 1 << 16;         // far more than any of its forms sends
 constexpr std::streamsize kMaxLogSize = 1 << 20;  // more than any run report holds
 
-// The decoded request; frees its entries.
-class Request {
- public:
-  Request() { std::memset(entries_, 0, sizeof entries_); }
-  ~Request() { FreeFormEntries(entries_, kMaxEntries); }
-  Request(const Request&) = delete;
-  Request& operator=(const Request&) = delete;
+// The decoded request.
+struct Request {
+  std::vector<std::pair<std::string, std::string>> fields;
+  bool post = false;
 
-  FormEntry* entries() { return entries_; }
-  void set_count(int count) { count_ = count; }
-  bool is_post() const { return post_; }
-  void set_post(bool post) { post_ = post; }
-
-  // The value of parameter |name|, null when the request has none.
-  const char* Get(const char* name) {
-    FormEntry* e = GetEntryPtr(entries_, count_, name);
-    return e != nullptr ? e->value : nullptr;
+  // The value of parameter |name| (the first one when repeated), null when
+  // the request has none.
+  const char* Get(std::string_view name) const {
+    for (const auto& [n, v] : fields) {
+      if (n == name) return v.c_str();
+    }
+    return nullptr;
   }
-
- private:
-  FormEntry entries_[kMaxEntries];
-  int count_ = 0;
-  bool post_ = false;
 };
 
 std::string HtmlEscape(std::string_view text) {
@@ -98,7 +91,7 @@ std::string StatusLink(const std::string& store) {
 
 class Admin {
  public:
-  Admin(const AdminConfig& config, Request& request)
+  Admin(const AdminConfig& config, const Request& request)
       : config_(config),
         request_(request),
         mail_(config.admin_mail.empty() ? nullptr : config.admin_mail.c_str()) {}
@@ -139,7 +132,7 @@ class Admin {
       Error("Incomplete request", "The request must name a store (store=).");
       return false;
     }
-    if (!IsValidAdminName(value)) {
+    if (!IsPlainName(value)) {
       Error("Invalid store name",
             "A store name may only hold letters, digits, '.', '-' and '_', and may not begin "
             "with '.'.");
@@ -171,7 +164,7 @@ class Admin {
       Error("Incomplete request", "The request must name a template set (set=).");
       return;
     }
-    if (!IsValidAdminName(set)) {
+    if (!IsPlainName(set)) {
       Error("Invalid template set name",
             "A template set name may only hold letters, digits, '.', '-' and '_', and may not "
             "begin with '.'.");
@@ -196,7 +189,7 @@ class Admin {
   }
 
   void Generate() {
-    if (!request_.is_post()) {
+    if (!request_.post) {
       const char* raw = std::getenv("REQUEST_METHOD");
       std::string method = HtmlEscape(raw != nullptr ? raw : "");
       RequestMethodError(method.c_str());
@@ -208,6 +201,34 @@ class Admin {
     if (access(config_.storegen.c_str(), X_OK) != 0) {
       Error("Page generator not found",
             "The page generator (StoregenProgram) cannot be run, so no generation was started.");
+      return;
+    }
+    // The run must write what the same run from a shell writes: it finds its
+    // template set only through the store's own template directory, and it
+    // gets the output root as an argument, not from the request.
+    char template_dir[4096] = "";
+    GetConfigItem(store_cfg.c_str(), "PageGenTemplateDir", template_dir, sizeof template_dir, 0);
+    if (template_dir[0] == '\0') {
+      ReportError("Store not ready for generation",
+                  "The store's configuration names no template directory (PageGenTemplateDir), so "
+                  "a run could not find its template set. Add the key to",
+                  "%s", store_cfg.c_str(), mail_);
+      return;
+    }
+    std::string root = config_.html_root;
+    std::string alias = config_.html_alias;
+    if (root.empty()) {
+      char buf[4096] = "";
+      if (GetHTMLRoot(buf, sizeof buf) == 1) root = buf;
+      buf[0] = '\0';
+      GetHTMLRootAlias(buf, sizeof buf);
+      alias = buf;
+    }
+    if (root.empty()) {
+      Error("No HTML root",
+            "Neither the program's configuration (HtmlRoot) nor the web server (PATH_TRANSLATED "
+            "and PATH_INFO) names the document root, so a run would not know where to write the "
+            "pages.");
       return;
     }
     if (!EnterGeneratorDir()) return;
@@ -223,16 +244,12 @@ class Admin {
       EndPage();
       return;
     }
-    std::vector<std::string> argv = {config_.storegen, "-b"};
-    if (!config_.html_root.empty()) {
-      argv.insert(argv.end(), {"-o", config_.html_root});
-      // The output root is given; the web server's variables must not
-      // override it.
-      unsetenv("PATH_INFO");
-      unsetenv("PATH_TRANSLATED");
-    }
-    if (!config_.html_alias.empty()) argv.insert(argv.end(), {"-a", config_.html_alias});
-    argv.insert(argv.end(), {"-c", store_cfg});
+    // A full run with every site page, each argument passed whole, in the
+    // environment a shell would give it.
+    std::vector<std::string> argv = {config_.storegen, "-b", "-o", root};
+    if (!alias.empty()) argv.insert(argv.end(), {"-a", alias});
+    argv.insert(argv.end(), {"-c", store_cfg, "-s", "0"});
+    RemoveCgiRequestVariables();
     // The previous run's report goes, so that the status page cannot show it
     // as this run's outcome.
     std::remove(kStatusLogFile);
@@ -287,53 +304,74 @@ class Admin {
   }
 
   const AdminConfig& config_;
-  Request& request_;
+  const Request& request_;
   const char* mail_;
 };
 
-// Decodes the request; false after an error page.
+// Decodes the request: the query string of a GET, the form body of a POST.
+// Every name and value must decode strictly (no broken escape, no control
+// character such as an encoded NUL that would cut a name short). False after
+// an error page.
 bool DecodeRequest(Request* request, const char* mail) {
   const char* method = std::getenv("REQUEST_METHOD");
-  int count;
+  std::string text;
   if (method != nullptr && std::strcmp(method, "POST") == 0) {
-    request->set_post(true);
-    count = GetFormEntries(request->entries(), kMaxEntries);
-    if (count == -2) {
-      std::string type = HtmlEscape(std::getenv("CONTENT_TYPE") ? std::getenv("CONTENT_TYPE") : "");
-      ContentTypeError(type.c_str());
+    request->post = true;
+    const char* type = std::getenv("CONTENT_TYPE");
+    if (type == nullptr || std::strcmp(type, "application/x-www-form-urlencoded") != 0) {
+      std::string escaped = HtmlEscape(type != nullptr ? type : "");
+      ContentTypeError(escaped.c_str());
       return false;
     }
-    if (count == -3) {
+    std::optional<std::size_t> length =
+        ParseContentLength(std::getenv("CONTENT_LENGTH"), std::numeric_limits<std::size_t>::max());
+    if (!length) {
       ContentLengthError();
       return false;
     }
+    if (*length > kMaxBody) {
+      ReportError("Bad request", "The request is larger than this program accepts.", nullptr,
+                  nullptr, mail);
+      return false;
+    }
+    text.resize(*length);
+    text.resize(std::fread(text.data(), 1, text.size(), stdin));
   } else if (method != nullptr && std::strcmp(method, "GET") == 0) {
-    count = GetEncodedEntries(request->entries(), kMaxEntries);
+    const char* query = std::getenv("QUERY_STRING");
+    text = query != nullptr ? query : "";
   } else {
     std::string escaped = HtmlEscape(method != nullptr ? method : "");
     RequestMethodError(escaped.c_str());
     return false;
   }
-  if (count < 0) {
-    ReportError("Bad request", "The request holds more fields than this program accepts.", nullptr,
-                nullptr, mail);
-    return false;
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    std::size_t amp = rest.find('&');
+    std::string_view field = rest.substr(0, amp);
+    rest = amp == std::string_view::npos ? std::string_view() : rest.substr(amp + 1);
+    if (field.empty()) continue;
+    if (request->fields.size() == kMaxFields) {
+      ReportError("Bad request", "The request holds more fields than this program accepts.",
+                  nullptr, nullptr, mail);
+      return false;
+    }
+    std::size_t eq = field.find('=');
+    std::optional<std::string> name = DecodeUrlText(field.substr(0, eq), true);
+    std::optional<std::string> value =
+        DecodeUrlText(eq == std::string_view::npos ? "" : field.substr(eq + 1), true);
+    if (!name || !value) {
+      ReportError("Bad request",
+                  "The request holds a broken escape or a control character, which no name "
+                  "this program knows can hold.",
+                  nullptr, nullptr, mail);
+      return false;
+    }
+    request->fields.emplace_back(std::move(*name), std::move(*value));
   }
-  request->set_count(count);
   return true;
 }
 
 }  // namespace
-
-bool IsValidAdminName(std::string_view name) {
-  if (name.empty() || name.size() > kMaxNameLength || name.front() == '.') return false;
-  for (char c : name) {
-    bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-              c == '.' || c == '-' || c == '_';
-    if (!ok) return false;
-  }
-  return name.find("..") == std::string_view::npos;
-}
 
 int AdminMain(int argc, char** argv) {
   std::string program_dir;

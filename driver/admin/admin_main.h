@@ -9,19 +9,12 @@
 #ifndef STOREGEN_DRIVER_ADMIN_ADMIN_MAIN_H_
 #define STOREGEN_DRIVER_ADMIN_ADMIN_MAIN_H_
 
-#include <string_view>
-
 namespace storegen {
 
 // The request parameters.
 inline constexpr char kActionParam[] = "action";  // "info", "generate" or "status"
 inline constexpr char kStoreParam[] = "store";    // a store's name
 inline constexpr char kSetParam[] = "set";        // a template set's name
-
-// True for a name a request may use: 1 to 64 letters, digits, '.', '-' and
-// '_', not beginning with '.'. Anything else (separators, "..", blanks,
-// shell characters) is refused before any file is looked at.
-bool IsValidAdminName(std::string_view name);
 
 // Answers one CGI request on standard output. Returns the exit status (0);
 // a request that starts a generation run does not return (the answer is

@@ -235,6 +235,16 @@ class AdminTest(unittest.TestCase):
         cls.addClassCleanup(cls.tmp.cleanup)
         cls.work = os.path.join(cls.tmp.path, "work")
         ws.lay_out_store(cls.work, os.path.join(ws.SAMPLE_DIR, "lantern.cfg"))
+        # A run started from the web finds its template set through the
+        # store's own template directory. The cart's programs are not where
+        # storegen-admin is, so a run that took the directory of the request's
+        # program for theirs would write other links than a shell's run.
+        cls.cfg = os.path.join(cls.work, ws.STORE + ".cfg")
+        with open(cls.cfg, encoding="utf-8") as f:
+            lines = [l for l in f.read().splitlines() if not l.startswith("CGIBinDirectory\t")]
+        with open(cls.cfg, "w", encoding="utf-8") as f:
+            f.write("\n".join(lines + ["CGIBinDirectory\t/shop-cgi", f"PageGenTemplateDir\t{cls.work}"]))
+            f.write("\n")
         cls.root = os.path.join(cls.tmp.path, "html")
         os.makedirs(cls.root)
         config = os.path.join(cls.tmp.path, "storegen-admin.cfg")
@@ -284,9 +294,20 @@ class AdminTest(unittest.TestCase):
         self.assertIn('HREF="http://www.lantern-and-loom.example/lantern/', report)
         # The sample's product without a picture is listed as a problem row.
         self.assertRegex(report, r"<TR><TD><B>[^<]*:</B> LL-106</TD>")
-        for page in ("index.html", "p-LL-106.html", "c-Kitchen1.html", "cart.html"):
+        # The whole store, site pages included.
+        for page in ("index.html", "p-LL-106.html", "c-Kitchen1.html", "cart.html", "about.html"):
             status, _, _ = self.server.fetch(ws.STORE_DIR + page)
             self.assertEqual(status, 200, page)
+        # The same pages, byte for byte, as the same run from a shell writes.
+        shell_root = os.path.join(self.tmp.path, "shell")
+        run = ws.run_storegen(self.work, "-o", shell_root, "-c", self.cfg, "-s", "0")
+        self.assertEqual(run.returncode, 0, run.stdout)
+        ours, theirs = os.path.join(self.root, ws.STORE), os.path.join(shell_root, ws.STORE)
+        pages = sorted(n for n in os.listdir(theirs) if n.endswith(".html"))
+        self.assertEqual(sorted(n for n in os.listdir(ours) if n.endswith(".html")), pages)
+        for name in pages:
+            with open(os.path.join(ours, name), "rb") as a, open(os.path.join(theirs, name), "rb") as b:
+                self.assertEqual(a.read(), b.read(), name)
 
 
 class DomSummary(html.parser.HTMLParser):

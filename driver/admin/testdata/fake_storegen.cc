@@ -1,8 +1,8 @@
 // A stand-in for the page generator in storegen-admin's tests. Like the real
 // one it works in its own directory, sends its output to "pgstatus.log" with
-// "-b", and holds both run locks while it runs. It records its arguments in
-// "launches.log", writes "running" once it holds the locks, waits until a
-// file "release" exists, then prints "problems.txt" (if any) and the report
+// "-b", and holds both run locks while it runs. It records its arguments (and
+// any web server variable in its environment) in "launches.log", writes "running" once it holds the
+// locks, waits until a file "release" exists, then prints "problems.txt" (if any) and the report
 // line with the code in "rc.txt" (0 if absent) and writes "finished".
 #include <fcntl.h>
 #include <unistd.h>
@@ -45,9 +45,14 @@ int main(int argc, char** argv) {
   std::string dir = self.substr(0, self.find_last_of('/') + 1);
   if (!dir.empty() && chdir(dir.c_str()) != 0) return 2;
   {
+    // Arguments one by one, then the web server's variables it was left.
     std::ofstream launches("launches.log", std::ios::app);
     for (int i = 1; i < argc; ++i)
-      launches << (i > 1 ? " " : "") << argv[i];
+      launches << (i > 1 ? "|" : "") << argv[i];
+    for (const char* name : {"SCRIPT_NAME", "QUERY_STRING", "REQUEST_METHOD", "PATH_INFO",
+                             "PATH_TRANSLATED", "HTTP_HOST"}) {
+      if (std::getenv(name) != nullptr) launches << "|env:" << name;
+    }
     launches << "\n";
   }
   bool report = false;
