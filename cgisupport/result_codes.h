@@ -18,7 +18,7 @@ enum ResultCode : int {
   kOutputNotCreatable = -8,
   kIndexNotSetUp = -9,
   kTemplateReadError = -10,
-  kDatabaseError = -11,          // empty category database, product without category
+  kDatabaseError = -11,  // empty category database, product without category
   kCopyFailed = -12,
   kTemplateEntryNotFound = -13,
   kNoTemplateForProduct = -15,
@@ -26,7 +26,8 @@ enum ResultCode : int {
   kNoCategoryDatabase = -17,
   kUnresolvedCategoryTag = -18,  // warning: the page is finished
   kDefaultPictureUsed = -19,     // warning: recorded, never returned
-  kAlreadyRunning = -50,         // also: tags nested too deeply
+  kAlreadyRunning = -50,
+  kTagsNestedTooDeeply = -50,
 };
 
 }  // namespace storegen

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "cgisupport/config_file.h"
+#include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "pagegen/link_rewrite.h"
 #include "storedata/attribute_db.h"
@@ -150,7 +151,7 @@ int ProcessAttributes(PageOutput* out, std::string_view /*marker*/, const PageCo
     }
   } catch (const std::bad_alloc&) {
     VerbosePrintf("Out of memory\n");
-    return -1;
+    return kOutOfMemory;
   }
   return 0;
 }

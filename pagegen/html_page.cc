@@ -11,10 +11,13 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/file_identity.h"
+#include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
+#include "cgisupport/scope_exit.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/list_blocks.h"
 #include "pagegen/page_file.h"
@@ -159,7 +162,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
                      const PageContext& page_ctx) {
   if (template_path == nullptr) {
     if (sku_node != nullptr && sku_node->sku != nullptr)
-      FileListAdd(&PageGenState.errlist, sku_node->sku, -15);
+      FileListAdd(&PageGenState.errlist, sku_node->sku, kNoTemplateForProduct);
     return 0;
   }
   const bool dynamic = (PageGenState.dynamic & kDynSinglePage) != 0;
@@ -175,7 +178,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     // caches keyed by the page's name.
     if (EnsurePageDir(output_path) != 0) {
       VerbosePrintf("Unable to open file %s\n", output_path);
-      return -8;
+      return kOutputNotCreatable;
     }
     out.series_name = StorePath(output_path, ctx.out_dir);
   }
@@ -183,14 +186,16 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
   // Pages written from the list block of another page (category pages),
   // and the further pages of a paged list, are not in the run's plan.
   static int s_depth = 0;
-  const bool nested = s_depth > 0;
-  ++s_depth;
-
+  const bool nested = s_depth++ > 0;
   // The page's list blocks start closed; a category page written from a
   // list block of another page leaves that page's counters as they were.
-  const int32_t outer_cat_list = CatList;
-  const int32_t outer_prod_list = ProdList;
-  CatList = ProdList = 0;
+  const int32_t outer_cat_list = std::exchange(CatList, 0);
+  const int32_t outer_prod_list = std::exchange(ProdList, 0);
+  const ScopeExit restore([outer_cat_list, outer_prod_list] {
+    CatList = outer_cat_list;
+    ProdList = outer_prod_list;
+    --s_depth;
+  });
 
   int result = 0;
   bool warned = false;
@@ -203,7 +208,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     TemplateStream tmpl;
     if (!tmpl.Open(template_path)) {
       VerbosePrintf("Unable to open file %s\n", template_path);
-      result = -7;
+      result = kTemplateNotOpenable;
       break;
     }
     if (has_output && !dynamic && (nested || page > 0)) ProgressPlanPages(1);
@@ -215,7 +220,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
       FileListAdd(&PageGenState.dellist, name.c_str(), 0);
       if (!file.Open(name)) {
         VerbosePrintf("Unable to open file %s\n", name.c_str());
-        result = -8;
+        result = kOutputNotCreatable;
         break;
       }
       out.fp = file.fp();
@@ -240,16 +245,16 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     tmpl.Close();
     if (dynamic) {
       std::fflush(stdout);
-    } else if (file.fp() != nullptr && rc != 0 && rc != -18) {
+    } else if (file.fp() != nullptr && rc != 0 && rc != kUnresolvedCategoryTag) {
       file.Abandon();  // a page cut short never replaces the older one
     } else if (file.fp() != nullptr && !file.Commit()) {
       VerbosePrintf("Unable to open file %s\n", name.c_str());
-      rc = -8;
+      rc = kOutputNotCreatable;
     } else if (has_output) {
       ProgressPageWritten();
     }
 
-    if (rc == -18) {
+    if (rc == kUnresolvedCategoryTag) {
       warned = true;
       rc = 0;
     }
@@ -259,10 +264,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     if (rc != 0 || in.next_page <= page || dynamic || !has_output) break;
     in.page_number = in.next_page;
   }
-  CatList = outer_cat_list;
-  ProdList = outer_prod_list;
-  --s_depth;
-  return result != 0 ? result : (warned ? -18 : 0);
+  return result != 0 ? result : (warned ? kUnresolvedCategoryTag : kOk);
 }
 
 }  // namespace storegen

@@ -7,6 +7,7 @@
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/form_decode.h"
 #include "cgisupport/path_util.h"
+#include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "index/search_index.h"
 #include "pagegen/cart_links.h"
@@ -264,7 +265,7 @@ int ExpandLinkKeyword(PageOutput* out, std::string_view markup, const PageContex
     WriteOutput(out, page);
     return 1;
   } catch (const std::bad_alloc&) {
-    return -1;
+    return kOutOfMemory;
   }
 }
 

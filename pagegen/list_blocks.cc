@@ -10,6 +10,7 @@
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/form_decode.h"
 #include "cgisupport/path_util.h"
+#include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "pagegen/cart_links.h"
 #include "pagegen/category_index.h"
@@ -43,7 +44,7 @@ bool g_writing_category_page = false;
 bool Failed(int rc, int* result) {
   if (rc == 0) return false;
   *result = rc;
-  return rc != -18;
+  return rc != kUnresolvedCategoryTag;
 }
 
 // One pass over the block with |ctx|. The counter is put back even when the
@@ -194,7 +195,7 @@ int ProcessCatListBegin(TemplateInput* in, PageOutput* out, std::string_view mar
     record = pdbRetrieveFirstItem(ctx.cat_db, kPapiKey, 1, ctx.cat_db_path, ctx.store_cfg,
                                   ctx.api_cfg, ctx.cart_dir, &block->position, nullptr);
   }
-  if (record == nullptr) return -11;
+  if (record == nullptr) return kDatabaseError;
   int result = 0;
   bool passed = false;
   while (record != nullptr) {
@@ -271,7 +272,7 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
       const PAPI_Pair* category = FindProdAttr(node->record, "TILLBOXCATEGORY");
       if (category == nullptr || category->value == nullptr) {
         VerbosePrintf("Error reading database\n");
-        return -11;
+        return kDatabaseError;
       }
       if (!EqualsNoCase(category->value, block->category)) continue;
     }

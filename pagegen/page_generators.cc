@@ -5,6 +5,7 @@
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/path_util.h"
+#include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "index/search_index.h"
 #include "pagegen/category_index.h"
@@ -112,7 +113,7 @@ PageContext ConnectedContext(const GeneratorArgs& args, const CategoryConnection
 
 int Unresolved() {
   VerbosePrintf("Error resolving template display name\n");
-  return -13;
+  return kTemplateEntryNotFound;
 }
 
 // The output directory followed by |file| without its leading separator.
@@ -176,7 +177,7 @@ int GenerateSearchPage(const GeneratorArgs& args) {
   const char* html_out = GetIndexHtmlOut();
   if (html_out == nullptr) {
     VerbosePrintf("Index library not initialized, store not indexed\n");
-    return -9;
+    return kIndexNotSetUp;
   }
   char display[kDisplayNameSize] = "";
   if (!PG_TpltGetDisplayName(args.set, "SearchPage", display, sizeof display, kKindSearchPage)) {
@@ -239,7 +240,7 @@ int GenerateTillboxPage(const char* display_name, const GeneratorArgs& args) {
     std::string_view name = file;
     if (!name.empty() && IsDirSlash(name.front())) name.remove_prefix(1);
     if (!SetStoreConfigItem(args.store_cfg, a.key, std::string(base) + std::string(name)))
-      return -1;
+      return kOutOfMemory;
     break;
   }
 
@@ -268,7 +269,7 @@ int GenerateShopHomePage(const char* reference, const GeneratorArgs& args) {
   CopyTruncated(PageGenState.szTemplateFile, tmpl);
   if ((PageGenState.dynamic & (kDynProductPages | kDynListPages)) != 0 &&
       !SetStoreConfigItem(args.store_cfg, kShopHomeListTemplateKey, tmpl)) {
-    return -1;
+    return kOutOfMemory;
   }
   CategoryConnection conn(args);
   PageContext ctx = ConnectedContext(args, conn);

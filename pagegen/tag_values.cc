@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "cgisupport/form_decode.h"
+#include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/text_match.h"
@@ -60,8 +61,8 @@ std::string ProductTag(std::string_view tag, const std::string& name, const Page
   }
   if (fallback == nullptr || fallback->empty()) return " ";
   ++g_page_dependent;  // the error list gets entries
-  FileListAdd(&PageGenState.errlist, std::string(tag).c_str(), -19);
-  FileListAdd(&PageGenState.errlist, ProductSku(ctx.product).c_str(), -19);
+  FileListAdd(&PageGenState.errlist, std::string(tag).c_str(), kDefaultPictureUsed);
+  FileListAdd(&PageGenState.errlist, ProductSku(ctx.product).c_str(), kDefaultPictureUsed);
   // The prefix is a path or URL of the store's own; only the file name is
   // escaped.
   return std::string(image_prefix) + EscapeUrl(*fallback);
@@ -115,8 +116,8 @@ std::string ResolveTemplateTag(std::string_view tag, const PageContext& ctx,
     std::string value;
     if (CategoryValue(AttributeName(tag, n), ctx, &value)) return value;
     ++g_page_dependent;  // the error list gets an entry
-    FileListAdd(&PageGenState.errlist, std::string(tag).c_str(), -18);
-    *warning = -18;
+    FileListAdd(&PageGenState.errlist, std::string(tag).c_str(), kUnresolvedCategoryTag);
+    *warning = kUnresolvedCategoryTag;
   }
   return std::string(tag);
 }

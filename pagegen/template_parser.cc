@@ -9,7 +9,9 @@
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/file_util.h"
+#include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
+#include "cgisupport/scope_exit.h"
 #include "pagegen/form_controls.h"
 #include "pagegen/link_rewrite.h"
 #include "pagegen/list_blocks.h"
@@ -141,7 +143,7 @@ int Parser::Run() {
       const std::size_t n = std::fread(chunk_.data(), 1, chunk_.size(), fp);
       if (std::ferror(fp)) {
         VerbosePrintf("Error reading template file\n");
-        return -10;
+        return kTemplateReadError;
       }
       chunk = std::string_view(chunk_.data(), n);
     }
@@ -411,7 +413,7 @@ Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
       ++g_page_dependent;
       if (ctx_.cat_db == nullptr) {
         VerbosePrintf("No category database exists, and template set uses category tags\n");
-        return Fail(-17);
+        return Fail(kNoCategoryDatabase);
       }
       return HandOver(ProcessCatListBegin, std::string(m));
     }
@@ -483,7 +485,7 @@ Step Parser::RunBlock() {
   std::fseek(in_->fp, pos_, SEEK_SET);
   int rc = block_(in_, out_, block_marker_, pos_, ctx_);
   block_marker_.clear();
-  if (rc == -18) {
+  if (rc == kUnresolvedCategoryTag) {
     result_ = rc;  // a warning: the page goes on
   } else if (rc != 0) {
     return Fail(rc);
@@ -543,15 +545,14 @@ void Parser::Finish() {
 }  // namespace
 
 int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx) {
-  if (g_template_nesting++ > kMaxNesting) {
+  const int32_t depth = g_template_nesting++;
+  const ScopeExit leave([] { --g_template_nesting; });
+  if (depth > kMaxNesting) {
     VerbosePrintf("Tags nested too deeply\n");
-    --g_template_nesting;
-    return -50;
+    return kTagsNestedTooDeeply;
   }
   // The parser's state lives on the heap: nested list blocks recurse deeply.
-  int rc = std::make_unique<Parser>(in, out, ctx)->Run();
-  --g_template_nesting;
-  return rc;
+  return std::make_unique<Parser>(in, out, ctx)->Run();
 }
 
 int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,

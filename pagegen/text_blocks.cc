@@ -9,6 +9,7 @@
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/file_util.h"
+#include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "pagegen/text_match.h"
 #include "templateset/template_set.h"
@@ -72,7 +73,7 @@ int BeginTextBlock(PageOutput* out, std::string_view marker, const PageContext& 
   EnsurePGPDir(cache.c_str());
   if (!out->cache.Open(cache)) {
     VerbosePrintf("Unable to open file %s\n", cache.c_str());
-    return -8;
+    return kOutputNotCreatable;
   }
   return 0;
 }
