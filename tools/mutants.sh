@@ -66,7 +66,9 @@ if [ "$check" = 1 ]; then
 fi
 
 backup=""
-restore() { [ -n "$backup" ] && cp -p "$backup" "$file" && rm -f "$backup"; backup=""; }
+# The restored file gets a new time stamp, so that the next build compiles it
+# again instead of keeping the mutant's object.
+restore() { [ -n "$backup" ] && cp "$backup" "$file" && touch "$file" && rm -f "$backup"; backup=""; }
 trap 'restore; exit 130' INT TERM
 
 killed=0 survived=0 stale=0 broken=0
