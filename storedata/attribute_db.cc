@@ -2,15 +2,47 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <string>
 
 #include "storedata/attribute_pool.h"
 
 namespace storegen {
-namespace {
 
-using AttributeIter = std::list<AttributeNode>::iterator;
+void InsertAttributeInOrder(AttributePool& pool, AttributeNode node) {
+  const int32_t index = node.index;
+  auto next = pool.first_of_index.lower_bound(index);
+  const AttributeIter at = next != pool.first_of_index.end() ? next->second : pool.attributes.end();
+  const AttributeIter added = pool.attributes.insert(at, std::move(node));
+  // An equal index goes in front, so the new attribute is the first of its index.
+  try {
+    pool.first_of_index.insert_or_assign(next, index, added);
+  } catch (const std::bad_alloc&) {
+    pool.attributes.erase(added);
+    throw;
+  }
+}
+
+AttributeNode* FindAttribute(AttributePool& pool, int32_t index) {
+  auto found = pool.first_of_index.find(index);
+  return found != pool.first_of_index.end() ? &*found->second : nullptr;
+}
+
+void EraseAttribute(AttributePool& pool, AttributeIter it) {
+  auto first = pool.first_of_index.find(it->index);
+  if (first != pool.first_of_index.end() && first->second == it) {
+    const AttributeIter after = std::next(it);
+    if (after != pool.attributes.end() && after->index == it->index) {
+      first->second = after;
+    } else {
+      pool.first_of_index.erase(first);
+    }
+  }
+  pool.attributes.erase(it);
+}
+
+namespace {
 
 // The cursor of one next-label operation: the pool it walks and the attribute
 // the next call returns.
@@ -21,16 +53,9 @@ struct LabelCursor {
 LabelCursor g_label_cursor;      // AD_GetNextAttributeLabel
 LabelCursor g_label_ptr_cursor;  // AD_GetNextAttributeLabelPTR
 
-AttributeNode* FindAttribute(AttributePool* pool, int32_t index) {
-  for (AttributeNode& node : pool->attributes) {
-    if (node.index == index) return &node;
-  }
-  return nullptr;
-}
-
 // The value at 1-based |position|, or null.
 std::string* FindValue(AttributePool* pool, int32_t index, int32_t position) {
-  AttributeNode* node = FindAttribute(pool, index);
+  AttributeNode* node = FindAttribute(*pool, index);
   if (node == nullptr || position < 1) return nullptr;
   int32_t at = 1;
   for (std::string& value : node->values) {
@@ -119,7 +144,7 @@ int32_t AD_AddAttributeLabel(AttributePool* pool, const char* label, int32_t typ
 
 int AD_AddAttributeValue(AttributePool* pool, int32_t index, const char* value) {
   if (pool == nullptr || value == nullptr) return 0;
-  AttributeNode* node = FindAttribute(pool, index);
+  AttributeNode* node = FindAttribute(*pool, index);
   if (node == nullptr) return 0;
   std::string* empty_slot = nullptr;
   for (std::string& existing : node->values) {
@@ -149,7 +174,7 @@ int32_t AD_GetAttributeIndex(AttributePool* pool, const char* label) {
 
 int32_t AD_GetAttributeOffset(AttributePool* pool, int32_t index, const char* value) {
   if (pool == nullptr || value == nullptr) return 0;
-  AttributeNode* node = FindAttribute(pool, index);
+  AttributeNode* node = FindAttribute(*pool, index);
   if (node == nullptr) return 0;
   int32_t position = 1;
   for (const std::string& existing : node->values) {
@@ -161,7 +186,7 @@ int32_t AD_GetAttributeOffset(AttributePool* pool, int32_t index, const char* va
 
 char* AD_GetAttributeLabel(AttributePool* pool, int32_t index) {
   if (pool == nullptr) return nullptr;
-  AttributeNode* node = FindAttribute(pool, index);
+  AttributeNode* node = FindAttribute(*pool, index);
   return node != nullptr && node->label ? CopyOf(*node->label) : nullptr;
 }
 
@@ -179,7 +204,7 @@ const char* AD_GetAttributeValuePTR(AttributePool* pool, int32_t index, int32_t 
 
 int32_t AD_GetAttributeType(AttributePool* pool, int32_t index) {
   if (pool == nullptr) return 0;
-  AttributeNode* node = FindAttribute(pool, index);
+  AttributeNode* node = FindAttribute(*pool, index);
   return node != nullptr ? node->type : 0;
 }
 
@@ -195,14 +220,12 @@ const char* AD_GetNextAttributeLabelPTR(AttributePool* pool) {
 
 int AD_DeleteAttributeLabel(AttributePool* pool, int32_t index) {
   if (pool == nullptr) return 0;
-  for (auto it = pool->attributes.begin(); it != pool->attributes.end(); ++it) {
-    if (it->index != index) continue;
-    MoveCursorsPast(pool, it);
-    pool->attributes.erase(it);
-    pool->modified = true;
-    return 1;
-  }
-  return 0;
+  auto found = pool->first_of_index.find(index);
+  if (found == pool->first_of_index.end()) return 0;
+  MoveCursorsPast(pool, found->second);
+  EraseAttribute(*pool, found->second);
+  pool->modified = true;
+  return 1;
 }
 
 int AD_DeleteAttributeValue(AttributePool* pool, int32_t index, int32_t position) {
@@ -216,7 +239,7 @@ int AD_DeleteAttributeValue(AttributePool* pool, int32_t index, int32_t position
 
 int AD_SetAttributeType(AttributePool* pool, int32_t index, int32_t type) {
   if (pool == nullptr) return 0;
-  AttributeNode* node = FindAttribute(pool, index);
+  AttributeNode* node = FindAttribute(*pool, index);
   if (node == nullptr) return 0;
   node->type = type;
   pool->modified = true;
@@ -238,7 +261,7 @@ int AD_SetAttributeValue(AttributePool* pool, int32_t index, int32_t position, c
 
 int AD_SetAttributeName(AttributePool* pool, int32_t index, const char* label) {
   if (pool == nullptr || label == nullptr) return 0;
-  AttributeNode* node = FindAttribute(pool, index);
+  AttributeNode* node = FindAttribute(*pool, index);
   if (node == nullptr) return 0;
   try {
     node->label = label;

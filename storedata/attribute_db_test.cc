@@ -95,6 +95,29 @@ TEST_F(AttributeDbTest, ReadsEditsAndWritesInIndexOrder) {
   EXPECT_EQ(ReadFile(path_).find("colour"), std::string::npos);
 }
 
+TEST_F(AttributeDbTest, EqualIndicesAreKeptNewestFirst) {
+  // Read out of order: an index read again goes in front of the earlier one,
+  // and look-ups by index find the front one until it is deleted.
+  AttributePool* pool = Open("3\t1\tC\t\n1\t1\tA1\t\n3\t2\tC2\t\n1\t1\tA2\tx\n2\t1\tB\t\n");
+  std::vector<std::string> labels;
+  for (const char* l = AD_GetNextAttributeLabelPTR(pool); l != nullptr;
+       l = AD_GetNextAttributeLabelPTR(nullptr))
+    labels.push_back(l);
+  EXPECT_EQ(labels, (std::vector<std::string>{"A2", "A1", "B", "C2", "C"}));
+  EXPECT_EQ(Take(AD_GetAttributeLabel(pool, 1)), "A2");
+  EXPECT_EQ(AD_GetAttributeType(pool, 3), 2);
+  EXPECT_EQ(AD_GetAttributeIndex(pool, "A1"), 1);
+  EXPECT_EQ(AD_DeleteAttributeLabel(pool, 3), 1);
+  EXPECT_EQ(AD_GetAttributeType(pool, 3), 1);
+  EXPECT_EQ(AD_DeleteAttributeLabel(pool, 1), 1);
+  EXPECT_EQ(ValueAt(pool, 1, 1), "<null>");
+  EXPECT_EQ(AD_DeleteAttributeLabel(pool, 1), 1);
+  EXPECT_EQ(AD_DeleteAttributeLabel(pool, 1), 0);
+  EXPECT_EQ(AD_AddAttributeLabel(pool, "A3", 4), 1);
+  EXPECT_EQ(AD_ShutdownAttributePool(pool), 1);
+  EXPECT_EQ(ReadFile(path_), "1\t4\tA3\t\n2\t1\tB\t\n3\t1\tC\t\n");
+}
+
 TEST_F(AttributeDbTest, UnchangedOrMissingFileIsNotWritten) {
   AttributePool* pool = Open(nullptr);
   ASSERT_NE(pool, nullptr);

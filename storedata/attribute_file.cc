@@ -46,13 +46,6 @@ std::vector<std::string_view> SplitFields(std::string_view line) {
 
 }  // namespace
 
-void InsertAttributeInOrder(AttributePool& pool, AttributeNode node) {
-  auto it = pool.attributes.begin();
-  while (it != pool.attributes.end() && it->index < node.index)
-    ++it;
-  pool.attributes.insert(it, std::move(node));
-}
-
 std::list<std::string> ParseValueList(std::string_view field) {
   std::string text(field);
   std::list<std::string> values;

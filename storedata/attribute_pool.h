@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <list>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,14 +21,25 @@ struct AttributeNode {
   std::list<std::string> values;     // file order; an emptied value stays ""
 };
 
+using AttributeIter = std::list<AttributeNode>::iterator;
+
+// |attributes| is changed only through InsertAttributeInOrder and
+// EraseAttribute, which keep |first_of_index| in step with it: a database of
+// many lines is read, and its attributes found by index, in logarithmic time
+// per attribute.
 struct AttributePool {
   std::string file_name;
   bool modified = false;
-  std::list<AttributeNode> attributes;  // ascending index; equal ones newest first
+  std::list<AttributeNode> attributes;              // ascending index; equal ones newest first
+  std::map<int32_t, AttributeIter> first_of_index;  // the first attribute of each index
 };
 
 // Inserts |node| before the first attribute whose index is >= its own.
 void InsertAttributeInOrder(AttributePool& pool, AttributeNode node);
+// The first attribute with |index|, or null.
+AttributeNode* FindAttribute(AttributePool& pool, int32_t index);
+// Unlinks and releases the attribute at |it|.
+void EraseAttribute(AttributePool& pool, AttributeIter it);
 
 // Splits a value-list field: "," separates, "\," is a literal comma (and the
 // byte after it is never a separator), a trailing "," adds an empty value.
