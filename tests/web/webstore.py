@@ -252,14 +252,14 @@ setenv.add-environment = ( {env_items} )
     def url(self, path):
         return f"http://127.0.0.1:{self.port}{path}"
 
-    def fetch(self, path, data=None):
-        """GET (or POST |data|) |path|; returns (status, headers, body bytes).
-        Counts against MAX_REQUESTS."""
+    def fetch(self, path, data=None, headers=None):
+        """GET (or POST |data|) |path|, with |headers| besides the usual ones;
+        returns (status, headers, body bytes). Counts against MAX_REQUESTS."""
         self.requests += 1
         if self.requests > MAX_REQUESTS:
             raise AssertionError(f"more than {MAX_REQUESTS} requests to one server")
         opener = urllib.request.build_opener(urllib.request.ProxyHandler({}))
-        request = urllib.request.Request(self.url(path), data=data)
+        request = urllib.request.Request(self.url(path), data=data, headers=headers or {})
         try:
             with opener.open(request, timeout=REQUEST_TIMEOUT) as r:
                 return r.status, r.headers, r.read()
