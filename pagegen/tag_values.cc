@@ -36,6 +36,20 @@ bool IsPicture(std::string_view name) {
   return EqualsNoCase(name, "GRAPHIC") || EqualsNoCase(name, "THUMBNAIL");
 }
 
+// A picture somewhere else (on a picture server, say), named by its whole
+// URL: no path of the store's goes in front of it, and its escapes are its
+// own.
+bool IsFullUrl(std::string_view value) {
+  return StartsWithNoCase(value, "http://") || StartsWithNoCase(value, "https://") ||
+         value.starts_with("//");
+}
+
+// A picture's value as a link target: a file name of the store's is
+// URL-escaped, a full URL written as it stands.
+std::string PictureTarget(std::string_view value) {
+  return IsFullUrl(value) ? std::string(value) : EscapeUrl(value);
+}
+
 std::string ProductSku(const PAPI_Pair* product) {
   const PAPI_Pair* sku = FindProdAttr(product, "SKU");
   if (sku == nullptr) sku = product;  // the record's first field names the product
@@ -51,7 +65,7 @@ const char* UsableValue(const PAPI_Pair* product, const std::string& name) {
 std::string ProductTag(std::string_view tag, const std::string& name, const PageContext& ctx,
                        std::string_view image_prefix) {
   if (const char* value = UsableValue(ctx.product, name)) {
-    return IsPicture(name) ? EscapeUrl(value) : std::string(value);
+    return IsPicture(name) ? PictureTarget(value) : std::string(value);
   }
   const std::string* fallback = nullptr;
   if (ctx.set != nullptr && EqualsNoCase(name, "GRAPHIC")) {
@@ -65,6 +79,7 @@ std::string ProductTag(std::string_view tag, const std::string& name, const Page
   FileListAdd(&PageGenState.errlist, ProductSku(ctx.product).c_str(), kDefaultPictureUsed);
   // The prefix is a path or URL of the store's own; only the file name is
   // escaped.
+  if (IsFullUrl(*fallback)) return *fallback;
   return std::string(image_prefix) + EscapeUrl(*fallback);
 }
 
@@ -77,7 +92,7 @@ bool CategoryValue(const std::string& name, const PageContext& ctx, std::string*
   if (record == nullptr) return false;
   const PAPI_Pair* pair = FindProdAttr(record, name.c_str());
   bool ok = pair != nullptr && IsUsable(pair->value);
-  if (ok) *value = IsPicture(name) ? EscapeUrl(pair->value) : std::string(pair->value);
+  if (ok) *value = IsPicture(name) ? PictureTarget(pair->value) : std::string(pair->value);
   if (pdbRelease != nullptr) pdbRelease(ctx.cat_db, kPapiKey, "", record);
   return ok;
 }

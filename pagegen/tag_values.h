@@ -22,7 +22,9 @@ namespace storegen {
 //   to -18);
 // - any other tag, or one whose product, category or connection is absent:
 //   the tag as it stands.
-// GRAPHIC and THUMBNAIL values come URL-escaped.
+// GRAPHIC and THUMBNAIL values come URL-escaped, except those that are full
+// URLs ("http://", "https://" or "//" at the start), which stand as they are,
+// with no path in front.
 std::string ResolveTemplateTag(std::string_view tag, const PageContext& ctx,
                                std::string_view image_prefix, int* warning);
 

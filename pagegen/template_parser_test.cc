@@ -127,6 +127,32 @@ TEST_F(TemplateParserTest, DefaultPicturesAreRecordedWithTheirProduct) {
   EXPECT_EQ(Parse("%%PRODUCT.THUMBNAIL%%"), "/secure/shop/images/thumb.png");
 }
 
+// A picture named by its whole URL is linked as it stands; any other is a
+// file of the store's, escaped and below the page's path.
+TEST_F(TemplateParserTest, PicturesThatAreFullUrlsStandAsTheyAre) {
+  PAPI_Pair product[] = {Pair("SKU", "C-1"), Pair("GRAPHIC", ""), Pair(nullptr, nullptr)};
+  ctx_.product = product;
+  set_.default_product_thumbnail = "https://cdn.example.com/none.gif";
+  struct {
+    const char* value;
+    const char* src;
+  } cases[] = {
+      {"http://cdn.example.com/a b.gif", "http://cdn.example.com/a b.gif"},
+      {"HTTPS://cdn.example.com/a.gif?w=2", "HTTPS://cdn.example.com/a.gif?w=2"},
+      {"//cdn.example.com/a.gif", "//cdn.example.com/a.gif"},
+      {"http:/cdn.gif", "/shop/http%3A/cdn.gif"},
+      {"cdn.example.com/a.gif", "/shop/cdn.example.com/a.gif"},
+  };
+  for (const auto& c : cases) {
+    product[1].value = const_cast<char*>(c.value);
+    EXPECT_EQ(Parse("<img src=\"%%PRODUCT.GRAPHIC%%\">"),
+              std::string("<img src=\"") + c.src + "\">")
+        << c.value;
+  }
+  EXPECT_EQ(Parse("<img src=%%PRODUCT.THUMBNAIL%%>"),
+            "<img src=https://cdn.example.com/none.gif>");  // a default picture too
+}
+
 TEST_F(TemplateParserTest, CategoryTags) {
   static int connection = 0;  // outlives the fixture's context
   ctx_.cat_db = &connection;
