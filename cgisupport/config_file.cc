@@ -64,21 +64,72 @@ struct CachedConfig {
 
 using ConfigCacheMap = std::unordered_map<std::string, CachedConfig, TextHash, std::equal_to<>>;
 
-// Moves whenever what a lookup answers may have changed: a file's values read
-// anew or dropped, or a lookup that could not be answered from kept values.
-uint64_t g_values_version = 1;
+// The configuration cache: every file's kept values, the snapshots open and
+// the watches recording. There is one, g_config_cache below; it is built
+// before main and freed after the exit handlers (which still look values up,
+// for the search index's shut-down). Clear puts it back in its start state.
+class ConfigCache {
+ public:
+  // |file|'s entry, brought up to date (under an open snapshot, looked at
+  // once per snapshot). Null when the file is not a regular file of at most
+  // kMaxCachedSize bytes, or cannot be read whole: the caller then scans it
+  // as it stands.
+  const CachedConfig* Values(const char* file);
+  void Forget(const char* file) {
+    if (auto it = files_.find(std::string_view(file)); it != files_.end()) files_.erase(it);
+    ++version_;
+  }
+  void Clear() {
+    files_ = ConfigCacheMap();
+    version_ = 1;
+    watch_ = nullptr;
+    snapshot_depth_ = 0;
+    snapshot_ = 0;
+    last_ = LastFile();
+    folded_ = std::string();
+  }
 
-// The innermost watch recording, or null.
-ConfigWatch* g_watch = nullptr;
+  void OpenSnapshot() {
+    ++snapshot_depth_;
+    ++snapshot_;
+  }
+  void CloseSnapshot() { --snapshot_depth_; }
 
-// Open snapshots, and the number of the innermost one (0: none yet).
-int g_snapshot_depth = 0;
-uint64_t g_snapshot = 0;
+  // Moves whenever what a lookup answers may have changed: a file's values
+  // read anew or dropped, or a lookup that could not be answered from kept
+  // values.
+  uint64_t version() const { return version_; }
 
-ConfigCacheMap& ConfigCache() {
-  static auto* cache = new ConfigCacheMap();  // lives until the process ends
-  return *cache;
-}
+  // The innermost watch recording, or null.
+  ConfigWatch*& watch() { return watch_; }
+  // One buffer folds every key looked up: no allocation once it is large
+  // enough.
+  std::string& folded_key() { return folded_; }
+
+ private:
+  const CachedConfig* Read(const char* file);
+  // The number of the innermost open snapshot; 0 when none is open.
+  uint64_t snapshot() const { return snapshot_depth_ > 0 ? snapshot_ : 0; }
+
+  // A page looks values up in one file after another: the last file's entry
+  // is at hand while the snapshot and every kept value stay the same.
+  struct LastFile {
+    std::string file;
+    const CachedConfig* entry = nullptr;
+    uint64_t snapshot = 0;
+    uint64_t version = 0;
+  };
+
+  ConfigCacheMap files_;
+  uint64_t version_ = 1;
+  ConfigWatch* watch_ = nullptr;
+  int snapshot_depth_ = 0;
+  uint64_t snapshot_ = 0;  // the number of the latest snapshot opened
+  LastFile last_;
+  std::string folded_;
+};
+
+ConfigCache g_config_cache;
 
 // The values of |content| as a line-by-line scan finds them: the content is
 // cut into the lines the line reader takes (through a LF, or
@@ -99,19 +150,15 @@ void ParseConfig(std::string_view content, CachedConfig* entry) {
   entry->parsed = true;
 }
 
-// |file|'s cache entry, brought up to date. Null when the file is not a
-// regular file of at most kMaxCachedSize bytes, or cannot be read whole: the
-// caller then scans it as it stands.
-const CachedConfig* ReadValues(const char* file) {
-  auto& cache = ConfigCache();
-  auto it = cache.find(std::string_view(file));
-  const uint64_t snapshot = g_snapshot_depth > 0 ? g_snapshot : 0;
-  if (snapshot != 0 && it != cache.end() && it->second.checked == snapshot) return &it->second;
+const CachedConfig* ConfigCache::Read(const char* file) {
+  auto it = files_.find(std::string_view(file));
+  const uint64_t current = snapshot();
+  if (current != 0 && it != files_.end() && it->second.checked == current) return &it->second;
 
   struct stat st;
   if (stat(file, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxCachedSize) return nullptr;
-  if (it != cache.end() && it->second.settled && it->second.identity == FileIdentity(st)) {
-    it->second.checked = snapshot;
+  if (it != files_.end() && it->second.settled && it->second.identity == FileIdentity(st)) {
+    it->second.checked = current;
     return &it->second;
   }
 
@@ -124,10 +171,10 @@ const CachedConfig* ReadValues(const char* file) {
   close(fd);
   if (!ok) return nullptr;
 
-  if (it == cache.end()) {
-    if (cache.size() >= kMaxCachedFiles) cache.clear();
-    it = cache.try_emplace(file).first;
-    ++g_values_version;
+  if (it == files_.end()) {
+    if (files_.size() >= kMaxCachedFiles) files_.clear();
+    it = files_.try_emplace(file).first;
+    ++version_;
   }
   CachedConfig& entry = it->second;
   // A recently changed file read again with the same bytes keeps its values.
@@ -136,36 +183,28 @@ const CachedConfig* ReadValues(const char* file) {
   entry.settled = !ChangedRecently(entry.identity);
   if (!same) {
     ParseConfig(content, &entry);
-    ++g_values_version;
+    ++version_;
   }
   entry.content = entry.settled ? std::string() : std::move(content);
-  entry.checked = snapshot;
+  entry.checked = current;
   return &entry;
 }
 
-const CachedConfig* CachedValues(const char* file) {
-  // A page looks values up in one file after another: the last file's entry
-  // is at hand while the snapshot and every kept value stay the same.
-  static struct {
-    std::string file;
-    const CachedConfig* entry = nullptr;
-    uint64_t snapshot = 0;
-    uint64_t version = 0;
-  } last;
-  const uint64_t snapshot = g_snapshot_depth > 0 ? g_snapshot : 0;
-  if (snapshot != 0 && last.entry != nullptr && last.snapshot == snapshot &&
-      last.version == g_values_version && last.file == file) {
-    return last.entry;
+const CachedConfig* ConfigCache::Values(const char* file) {
+  const uint64_t current = snapshot();
+  if (current != 0 && last_.entry != nullptr && last_.snapshot == current &&
+      last_.version == version_ && last_.file == file) {
+    return last_.entry;
   }
-  const CachedConfig* entry = ReadValues(file);
+  const CachedConfig* entry = Read(file);
   if (entry == nullptr) {
-    ++g_values_version;  // the file is scanned as it stands
-    last.entry = nullptr;
+    ++version_;  // the file is scanned as it stands
+    last_.entry = nullptr;
   } else {
-    last.file = file;
-    last.entry = entry;
-    last.snapshot = snapshot;
-    last.version = g_values_version;
+    last_.file = file;
+    last_.entry = entry;
+    last_.snapshot = current;
+    last_.version = version_;
   }
   return entry;
 }
@@ -178,13 +217,12 @@ int ScanForValue(const char* file, std::string_view key, std::string* value);
 // a value, -1 when the file cannot be opened.
 int LookUpValue(const char* file, std::string_view key, std::string* value) {
   NoteConfigLookup(file);
-  if (const CachedConfig* entry = CachedValues(file)) {
-    // One buffer serves every lookup: no allocation once it is large enough.
-    static auto* folded = new std::string();  // lives until the process ends
-    folded->assign(key);
-    for (char& c : *folded)
+  if (const CachedConfig* entry = g_config_cache.Values(file)) {
+    std::string& folded = g_config_cache.folded_key();
+    folded.assign(key);
+    for (char& c : folded)
       c = AsciiLower(c);
-    auto found = entry->values.find(*folded);
+    auto found = entry->values.find(folded);
     if (found == entry->values.end()) return 0;
     *value = found->second;
     return 1;
@@ -313,30 +351,30 @@ int GetConfigValue(const char* file, std::string_view key, std::string* value, i
 }
 
 ConfigSnapshot::ConfigSnapshot() {
-  ++g_snapshot_depth;
-  ++g_snapshot;
+  g_config_cache.OpenSnapshot();
 }
 
 ConfigSnapshot::~ConfigSnapshot() {
-  --g_snapshot_depth;
+  g_config_cache.CloseSnapshot();
 }
 
 void ForgetConfigFile(const char* file) {
-  if (file == nullptr) return;
-  auto& cache = ConfigCache();
-  if (auto it = cache.find(std::string_view(file)); it != cache.end()) cache.erase(it);
-  ++g_values_version;
+  if (file != nullptr) g_config_cache.Forget(file);
+}
+
+void ResetConfigCache() {
+  g_config_cache.Clear();
 }
 
 void NoteConfigLookup(const char* file) {
-  for (ConfigWatch* w = g_watch; w != nullptr; w = w->outer_) {
+  for (ConfigWatch* w = g_config_cache.watch(); w != nullptr; w = w->outer_) {
     if (std::find(w->files_.begin(), w->files_.end(), file) == w->files_.end())
       w->files_.emplace_back(file);
   }
 }
 
-ConfigWatch::ConfigWatch() : outer_(g_watch), start_(g_values_version) {
-  g_watch = this;
+ConfigWatch::ConfigWatch() : outer_(g_config_cache.watch()), start_(g_config_cache.version()) {
+  g_config_cache.watch() = this;
 }
 
 ConfigWatch::~ConfigWatch() {
@@ -346,8 +384,8 @@ ConfigWatch::~ConfigWatch() {
 void ConfigWatch::Stop() {
   if (!recording_) return;
   recording_ = false;
-  stop_ = g_values_version;
-  for (ConfigWatch** link = &g_watch; *link != nullptr; link = &(*link)->outer_) {
+  stop_ = g_config_cache.version();
+  for (ConfigWatch** link = &g_config_cache.watch(); *link != nullptr; link = &(*link)->outer_) {
     if (*link == this) {
       *link = outer_;
       break;
@@ -356,15 +394,15 @@ void ConfigWatch::Stop() {
 }
 
 bool ConfigWatch::Recording() {
-  return g_watch != nullptr;
+  return g_config_cache.watch() != nullptr;
 }
 
 bool ConfigWatch::Unchanged() const {
   if (recording_ || start_ != stop_) return false;
   for (const std::string& file : files_) {
-    if (CachedValues(file.c_str()) == nullptr) return false;
+    if (g_config_cache.Values(file.c_str()) == nullptr) return false;
   }
-  return g_values_version == stop_;
+  return g_config_cache.version() == stop_;
 }
 
 int BackupFile(const char* path, char* backup_name_out) {

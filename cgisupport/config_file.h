@@ -10,7 +10,10 @@
 // next lookup; see ConfigSnapshot for the one exception), but an unchanged
 // file is not read again: lookups keep each file's values while its device,
 // inode, size and times stay the same, and compare the bytes of a file
-// changed within the last two seconds. Not reentrant.
+// changed within the last two seconds. What lookups keep, with the open
+// snapshots and watches, is one process-wide cache owned by this module: it
+// exists from before main until after the exit handlers, and
+// ResetConfigCache empties it. Not reentrant.
 #ifndef STOREGEN_CGISUPPORT_CONFIG_FILE_H_
 #define STOREGEN_CGISUPPORT_CONFIG_FILE_H_
 
@@ -83,6 +86,12 @@ class ConfigWatch {
 // The rewrites of this module call it; a writer of a configuration file by
 // other means may.
 void ForgetConfigFile(const char* file);
+
+// Puts the configuration cache back in its start state: nothing kept, no
+// snapshot or watch open. For a process that serves one request after
+// another; call it only between them, when no ConfigSnapshot or ConfigWatch
+// is alive.
+void ResetConfigCache();
 
 // Moves |path| to its backup name (the extension of its last component
 // replaced by ".bak", or ".bak" appended), removing an older backup first.
