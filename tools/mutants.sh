@@ -45,6 +45,7 @@ build_tree() { cmake --build "$build" -j2 >"$build/mutant-build.log" 2>&1; }
 label_of() {
   case $1 in
     driver/admin/*) echo admin ;;
+    driver/front/*) echo front ;;
     pagegen/filelist/*) echo filelist ;;
     *) echo "${1%%/*}" ;;
   esac

@@ -19,6 +19,7 @@
 #include "cgisupport/config_file.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/path_util.h"
+#include "cgisupport/program_config.h"
 #include "driver/admin/admin_config.h"
 #include "templateset/management.h"
 
@@ -374,14 +375,8 @@ bool DecodeRequest(Request* request, const char* mail) {
 }  // namespace
 
 int AdminMain(int argc, char** argv) {
-  std::string program_dir;
-  if (argc > 0 && argv[0] != nullptr) {
-    std::string self = argv[0];
-    std::size_t slash = self.find_last_of('/');
-    if (slash != std::string::npos) program_dir = self.substr(0, slash + 1);
-  }
-  const char* env = std::getenv(kAdminConfigEnv);
-  std::string config_path = env != nullptr && *env != '\0' ? env : program_dir + kAdminConfigName;
+  std::string config_path =
+      ProgramConfig::Locate(argc > 0 ? argv[0] : nullptr, kAdminConfigName, kAdminConfigEnv);
   AdminConfig config;
   std::string error;
   if (!LoadAdminConfig(config_path, &config, &error)) {

@@ -74,6 +74,10 @@ def admin_binary():
     return os.path.join(BUILD_DIR, "bin", "storegen-admin")
 
 
+def front_binary():
+    return os.path.join(BUILD_DIR, "bin", "storegen-cgi")
+
+
 # --- Stores -------------------------------------------------------------------
 
 class TempDir:

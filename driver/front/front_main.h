@@ -1,0 +1,24 @@
+// storegen-cgi: the front through which a web server serves the pages a
+// store makes on request. It parses the request (dynamic_request.h), looks
+// the store up among those its configuration file names, and runs the page
+// generator with arguments it builds itself, without a shell, passing the
+// page on. Anything else gets a 4xx answer and starts nothing.
+//
+// Its configuration file, "storegen-cgi.cfg" beside the program (or the file
+// named by STOREGEN_CGI_CONFIG), has "key<TAB>value" lines; relative paths
+// are taken from the file's directory:
+//   StoregenProgram  the page generator (required)
+//   StoreConfigDir   the directory of the store configurations (required)
+//   Stores           the configuration file names served, separated by
+//                    blanks, commas or semicolons (required)
+#ifndef STOREGEN_DRIVER_FRONT_FRONT_MAIN_H_
+#define STOREGEN_DRIVER_FRONT_FRONT_MAIN_H_
+
+namespace storegen {
+
+// Answers one CGI request on standard output; returns the exit status (0).
+int FrontMain(int argc, char** argv);
+
+}  // namespace storegen
+
+#endif  // STOREGEN_DRIVER_FRONT_FRONT_MAIN_H_

@@ -1,0 +1,5 @@
+#include "driver/front/front_main.h"
+
+int main(int argc, char** argv) {
+  return storegen::FrontMain(argc, argv);
+}
