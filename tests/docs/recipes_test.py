@@ -7,7 +7,9 @@ the user and group (the test runs as whoever runs it), and the error log is
 added. The store's pages must answer 200 with their content types, and
 storegen's own files, put where a careless layout would leave them, 403 or
 404. The management set-up must refuse requests without the password and run
-a generation for a request with it.
+a generation for a request with it. The set-up for pages made on request
+must answer a product page as the static run wrote it, and refuse a query
+that is not one of the store's links.
 """
 
 import base64
@@ -127,6 +129,24 @@ class RecipesTest(unittest.TestCase):
             time.sleep(0.2)
         self.assertIn(b"The store's pages were generated successfully.", body)
         self.check_store(server, os.path.join(root, ws.STORE))
+
+    def test_dynamic(self):
+        work, root = ws.generate_static_store(self.tmp.path)
+        config = os.path.join(self.tmp.path, "storegen-cgi.cfg")
+        with open(config, "w", encoding="utf-8") as f:
+            f.write(f"StoregenProgram\t{work}/cgi-bin/storegen\nStoreConfigDir\t{work}\n"
+                    f"Stores\t{ws.STORE}.cfg\n")
+        server = RecipeServer(self.tmp.path, recipe("dynamic"), {
+            "html_root": root, "front_program": ws.front_binary(), "front_config": config})
+        self.addCleanup(server.stop)
+        self.check_store(server, os.path.join(root, ws.STORE))
+        status, headers, body = server.fetch("/cgi-bin/storegen?-p+-c+lantern.cfg+LL-101")
+        self.assertEqual(status, 200, body)
+        self.assertTrue(headers.get("Content-Type", "").startswith("text/html"))
+        with open(os.path.join(root, ws.STORE, "p-LL-101.html"), "rb") as f:
+            self.assertEqual(body, f.read())
+        status, _, _ = server.fetch("/cgi-bin/storegen?-c+lantern.cfg+-tx+/etc/passwd+-f+0")
+        self.assertEqual(status, 400)
 
 
 if __name__ == "__main__":
