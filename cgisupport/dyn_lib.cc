@@ -23,4 +23,9 @@ void* GetDynamicLibFunction(void* handle, const char* name) {
   return dlsym(handle, name);
 }
 
+std::string DynamicLibError() {
+  const char* error = dlerror();
+  return error != nullptr ? error : "";
+}
+
 }  // namespace storegen

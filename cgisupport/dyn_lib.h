@@ -2,6 +2,8 @@
 #ifndef STOREGEN_CGISUPPORT_DYN_LIB_H_
 #define STOREGEN_CGISUPPORT_DYN_LIB_H_
 
+#include <string>
+
 namespace storegen {
 
 // dlopen(path, RTLD_LAZY): the handle, or null.
@@ -10,6 +12,8 @@ void* LoadDynamicLib(const char* path);
 int UnloadDynamicLib(void* handle);
 // dlsym(handle, name): the symbol's address, or null.
 void* GetDynamicLibFunction(void* handle, const char* name);
+// Why the last of these calls failed (dlerror), or "" when it did not.
+std::string DynamicLibError();
 
 }  // namespace storegen
 

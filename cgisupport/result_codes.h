@@ -4,6 +4,8 @@
 #ifndef STOREGEN_CGISUPPORT_RESULT_CODES_H_
 #define STOREGEN_CGISUPPORT_RESULT_CODES_H_
 
+#include <span>
+
 namespace storegen {
 
 enum ResultCode : int {
@@ -29,6 +31,27 @@ enum ResultCode : int {
   kAlreadyRunning = -50,
   kTagsNestedTooDeeply = -50,
 };
+
+// What a code means to the person who ran the program, for messages and for
+// the user reference. Texts are plain sentences without a final full stop.
+struct ResultMeaning {
+  int code;
+  const char* cause;   // what went wrong, read as the run's result
+  const char* entry;   // what an error-list entry with this code says of the
+                       // name it shows; null: |cause| says it
+  const char* remedy;  // what to do; null for success
+};
+
+// The meaning of |code|, or null for a code the program never gives.
+const ResultMeaning* FindResultMeaning(int code);
+
+// Every code the program gives, success first, then in descending order.
+std::span<const ResultMeaning> AllResultMeanings();
+
+// The process exit status that a run's result |code| becomes (-7 gives 249).
+constexpr int ExitStatusFor(int code) {
+  return code & 0xFF;
+}
 
 }  // namespace storegen
 

@@ -8,10 +8,12 @@
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/path_util.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "driver/run_files.h"
+#include "driver/run_messages.h"
 #include "index/search_index.h"
 #include "storedata/sku_list.h"
 
@@ -42,7 +44,7 @@ bool TakesValue(char letter) {
 int AddSkuArgument(const char* sku) {
   SkuList* node = NewSkuNode();
   if (node == nullptr) {
-    VerbosePrintf("Out of memory\n");
+    ReportOutOfMemory();
     return kOutOfMemory;
   }
   SkuList** tail = &PageGenState.pSkuList;
@@ -51,7 +53,7 @@ int AddSkuArgument(const char* sku) {
   *tail = node;  // linked first, so that shut-down frees it on every path
   node->sku = strdup(sku);
   if (node->sku == nullptr) {
-    VerbosePrintf("Out of memory\n");
+    ReportOutOfMemory();
     return kOutOfMemory;
   }
   return kOk;
@@ -125,10 +127,15 @@ int ApplyValue(char letter, const char* value, CommandLine* cl) {
 }
 
 // Reads a required key into |buf|; prints "<key> not found in <file>" when it
-// is missing. Returns true when the key has a value.
-bool ReadRequiredKey(const char* key, char* buf, int size) {
+// is missing (on standard error too when the run cannot go on without it).
+// Returns true when the key has a value.
+bool ReadRequiredKey(const char* key, char* buf, int size, bool run_needs_it) {
   if (GetConfigItem(PageGenState.szConfig, key, buf, size, 1) == 1) return true;
-  VerbosePrintf("%s not found in %s\n", key, PageGenState.szConfig);
+  if (run_needs_it) {
+    ReportMissingKey(PageGenState.szConfig, key);
+  } else {
+    VerbosePrintf("%s not found in %s\n", key, PageGenState.szConfig);
+  }
   return false;
 }
 
@@ -167,22 +174,22 @@ int ReadStoreConfig(const char* cfg, CommandLine* cl) {
 
   struct stat info;
   if (stat(st.szConfig, &info) != 0) {
-    VerbosePrintf("File not found: %s\n", st.szConfig);
+    ReportStoreConfigNotFound(cfg, st.szConfig, cl->start_dir);
     return kFileNotFound;
   }
 
   char value[kKeyValueSize] = {};
   if (GetConfigItem(st.szConfig, "AllowPagegen", value, sizeof value, 1) != 1 ||
       StartsWithNo(value)) {
-    VerbosePrintf("The page generator is not configured to run\n");
+    ReportGeneratorNotAllowed(st.szConfig);
     return kGeneratorNotEnabled;
   }
   ReadDynamicPageKeys();
-  if (ReadRequiredKey("ShoppingCartDirectory", st.szCartDir, kPathSize)) {
+  if (ReadRequiredKey("ShoppingCartDirectory", st.szCartDir, kPathSize, false)) {
     ResolvePath(st.szCartDir, kPathSize);
   }
-  if (!ReadRequiredKey("PageGenTmpltSet", st.szTmpltSet, kPathSize)) return kBadCommandLine;
-  if (!ReadRequiredKey("StoreDir", st.szHtmlPath, kPathSize)) return kBadCommandLine;
+  if (!ReadRequiredKey("PageGenTmpltSet", st.szTmpltSet, kPathSize, true)) return kBadCommandLine;
+  if (!ReadRequiredKey("StoreDir", st.szHtmlPath, kPathSize, true)) return kBadCommandLine;
   GetConfigItem(st.szConfig, "ProductDatabase", st.szDbName, kPathSize, 0);
   GetConfigItem(st.szConfig, "ProductAPILibrary", st.szAPILib, kPathSize, 0);
   GetConfigItem(st.szConfig, "ProductAPILibConfig", st.szAPIConfig, kPathSize, 0);
@@ -190,7 +197,7 @@ int ReadStoreConfig(const char* cfg, CommandLine* cl) {
   std::free(st.pszShopHome);  // a second "-c" replaces the first one's name
   st.pszShopHome = static_cast<char*>(std::calloc(kShopHomeSize, 1));
   if (st.pszShopHome == nullptr) {
-    VerbosePrintf("Out of memory\n");
+    ReportOutOfMemory();
     return kOutOfMemory;
   }
   GetConfigItem(st.szConfig, "PageGenShopHomePage", st.pszShopHome, kShopHomeSize, 0);
@@ -211,7 +218,7 @@ int ParseCommandLine(int argc, char** argv, CommandLine* cl) {
       continue;
     }
     if (i + 1 >= argc) {
-      VerbosePrintf("Invalid command line\n");
+      ReportMissingValue(word);
       return kBadCommandLine;
     }
     if (letter == 'C') {

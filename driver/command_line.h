@@ -15,6 +15,7 @@ struct CommandLine {
   bool alias_given = false;       // -a was given
   bool single_site_page = false;  // -s with a non-zero number
   std::string store_name;         // short store name derived from -c
+  std::string start_dir;          // the directory the program was started in
 };
 
 // Parses argv[1] .. argv[argc - 1] strictly from left to right into

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -12,6 +13,7 @@
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
@@ -114,7 +116,10 @@ bool CopySecurePage(std::string_view page, const std::string& secure_dir) {
       VerbosePrintf("File not found: %s\n", source.c_str());
       return true;  // a page the run did not write is not a failure
     case -2:
-      VerbosePrintf("Unable to open file %s\n", dest.c_str());
+      ReportError(
+          {dest},
+          std::string("cannot write the secure copy (SecureContentPath): ") + std::strerror(errno),
+          "Unable to open file %s\n", dest.c_str());
       return false;
     default:
       return true;
@@ -155,7 +160,8 @@ int tb_CopyDirectory(const char* source, const char* dest) {
   if (chdir(source) != 0) return 0;  // not a directory after all: nothing to copy
   if (tb_mkdir(dest, 0755) != 0) {
     // Deliberately left in |source|: the caller sees where the copy stopped.
-    VerbosePrintf("Unable to create directory: %s\n", dest);
+    ReportError({dest}, std::string("cannot create the directory: ") + std::strerror(errno),
+                "Unable to create directory: %s\n", dest);
     return kDirNotCreatable;
   }
 
@@ -176,8 +182,15 @@ int tb_CopyDirectory(const char* source, const char* dest) {
         continue;
       }
       int copied = tb_CopyFile(entry.name, path.c_str());
-      if (copied == -1) VerbosePrintf("Unable to open file %s\n", entry.name);
-      if (copied == -2) VerbosePrintf("Unable to open file %s\n", path.c_str());
+      if (copied == -1) {
+        ReportError({AbsolutePathForMessage(entry.name)},
+                    std::string("cannot read the file to copy: ") + std::strerror(errno),
+                    "Unable to open file %s\n", entry.name);
+      }
+      if (copied == -2) {
+        ReportError({path}, std::string("cannot write the copy: ") + std::strerror(errno),
+                    "Unable to open file %s\n", path.c_str());
+      }
       if (copied != 0) break;  // the rest of this directory is skipped
     }
   }

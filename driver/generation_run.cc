@@ -8,7 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include "cgisupport/config_hints.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/run_state.h"
 #include "driver/page_processes.h"
 #include "index/search_index.h"
@@ -63,7 +65,10 @@ bool ResolveShopHomeName() {
 int GenerateSitePages(bool shop_home_known, bool* done) {
   RunState& st = PageGenState;
   if (!shop_home_known) {
-    VerbosePrintf("Error resolving template display name\n");
+    ReportError({st.szConfig, ConfigKeyLine(st.szConfig, "PageGenShopHomePage")},
+                std::string("PageGenShopHomePage \"") + st.pszShopHome +
+                    "\" names no ShopHomePage entry of the template set that has an output file",
+                "Error resolving template display name\n");
     *done = true;
     return -13;
   }

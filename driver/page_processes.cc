@@ -18,6 +18,7 @@
 #include <string>
 #include <string_view>
 
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/file_identity.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/run_state.h"
@@ -202,6 +203,8 @@ struct ChildPage {
   TemplateList* secure = st.pTpltSet != nullptr ? &st.pTpltSet->secure_files : nullptr;
 
   std::vector<ChildPage> pages;  // last page first
+  std::string messages;          // each page's, shown by this process in page order
+  CaptureDiagnostics(&messages);
   int64_t result = 0;
   off_t out_at = 0;
   for (std::size_t i; claims->Back(&i);) {
@@ -219,6 +222,8 @@ struct ChildPage {
       for (const TemplateNode& node : *secure)
         page.records.Text(EntryValue(node));
     }
+    page.records.Text(messages);
+    messages.clear();
   }
 
   Report report;
@@ -252,6 +257,7 @@ bool TakeOver(const std::string& data, std::size_t pages, int* result) {
     std::vector<Entry> errors;
     std::vector<Entry> deletions;
     std::vector<std::string> secure;
+    std::string messages;
   };
   std::vector<Page> taken(pages);
   bool ok = true;
@@ -265,7 +271,7 @@ bool TakeOver(const std::string& data, std::size_t pages, int* result) {
          secure >= 0;
     for (int64_t i = 0; ok && i < secure; ++i)
       ok = r.Text(&page.secure.emplace_back());
-    if (!(ok = ok && r.AtEnd())) break;
+    if (!(ok = ok && r.Text(&page.messages) && r.AtEnd())) break;
   }
   ok = ok && in.AtEnd();
   if (ok) {
@@ -277,6 +283,7 @@ bool TakeOver(const std::string& data, std::size_t pages, int* result) {
       // As the page added them: a name listed already is not listed again.
       for (const std::string& value : page.secure)
         PG_TpltAddSecureFile(PageGenState.pTpltSet, value.c_str());
+      ReplayDiagnostics(page.messages);
     }
     ProgressAddWritten(written);
     if (child_result != 0) *result = static_cast<int>(child_result);

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -10,6 +11,7 @@
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/misc_util.h"
 #include "cgisupport/path_util.h"
@@ -19,6 +21,8 @@
 #include "driver/dir_copy.h"
 #include "driver/generation_run.h"
 #include "driver/run_files.h"
+#include "driver/run_messages.h"
+#include "driver/usage.h"
 #include "index/search_index.h"
 #include "pagegen/filelist/file_list.h"
 #include "storedata/attribute_db.h"
@@ -29,8 +33,6 @@
 namespace storegen {
 namespace {
 
-constexpr char kYears[] = "2025-2026";
-constexpr char kMaker[] = "The storegen developers";
 constexpr char kLockMessage[] = "Page generator already running\n";
 
 // What start-up knows besides PageGenState.
@@ -47,24 +49,11 @@ bool Exists(const char* path) {
   return stat(path, &info) == 0;
 }
 
-// The verbose form is followed by an empty line.
-void PrintBanner(const std::string& exe, bool verbose_form) {
-  std::printf("\n%s (c)%s %s %s %s\n%s", exe.c_str(), kYears, kMaker, "version",
-              GetTillboxVersion(), verbose_form ? "\n" : "");
-}
-
-void Usage(const std::string& exe) {
-  const char* name = exe.c_str();
-  std::printf("Usage:\n");
-  std::printf("  %s [-v] -o OutPath -c Cfg [-s num] [-a Alias] [sku [sku [...]]]\n", name);
-  std::printf("  %s -c Cfg -p sku\n", name);
-  std::printf("  %s -c Cfg [-t Tmplt] [-C Cat] -f First\n", name);
-}
-
 // Every run that got past the lock ends here: the report line for "-b"
 // callers, then the shut-down.
 int EndRun(const Startup& s, int code) {
   if (s.cl.report) std::printf("%s=%d", "ReturnCode", code);
+  ReportRunEnd(code);
   ShutdownPageGen();
   return code;
 }
@@ -76,7 +65,7 @@ int CheckRequest(const Startup& s) {
   RunState& st = PageGenState;
   if ((st.dynamic & kDynSinglePage) != 0 && (st.dynamic & kDynListRequest) == 0 &&
       st.pSkuList == nullptr) {
-    VerbosePrintf("Sku argument required for dynamic pages\n");
+    ReportSkuRequired();
     return kBadCommandLine;
   }
   if (st.szTemplateFile[0] == '\0' && st.szCategory[0] != '\0') {
@@ -89,7 +78,7 @@ int CheckRequest(const Startup& s) {
     ResolvePath(st.szDbName, kPathSize);
     // An unnamed database is refused below, with the other missing settings.
     if (st.szDbName[0] != '\0' && !Exists(st.szDbName)) {
-      VerbosePrintf("File not found: %s\n", st.szDbName);
+      ReportDatabaseNotFound(st.szDbName, st.szConfig);
       return kFileNotFound;
     }
   } else {
@@ -100,10 +89,11 @@ int CheckRequest(const Startup& s) {
     GetHTMLRoot(st.szOutPath, sizeof st.szOutPath);
     if (!s.cl.alias_given) GetHTMLRootAlias(st.szHtmlAlias, sizeof st.szHtmlAlias);
   }
-  if ((IsStaticRun() && st.szOutPath[0] == '\0') ||
-      (st.szDbName[0] == '\0' && st.szAPILib[0] == '\0') || st.szConfig[0] == '\0' ||
-      st.szHtmlPath[0] == '\0') {
-    VerbosePrintf("Config file, OutPath, TargetDir and ProductDatabase required\n");
+  const bool no_output_root = IsStaticRun() && st.szOutPath[0] == '\0';
+  const bool no_products = st.szDbName[0] == '\0' && st.szAPILib[0] == '\0';
+  if (no_output_root || no_products || st.szConfig[0] == '\0' || st.szHtmlPath[0] == '\0') {
+    ReportMissingSettings(no_output_root, no_products, st.szConfig[0] == '\0',
+                          st.szHtmlPath[0] == '\0', st.szConfig);
     return kBadCommandLine;
   }
   return kOk;
@@ -187,7 +177,7 @@ std::string FileListPath() {
 int PrepareOutputDirectory(const Startup& s) {
   if (s.cl.full_run) DeleteOldFileList(FileListPath().c_str());
   if (IsStaticRun() && tb_mkdir(PageGenState.szOutPath, 0755) != 0) {
-    VerbosePrintf("Unable to create directory: %s\n", PageGenState.szOutPath);
+    ReportOutputDirFailed(PageGenState.szOutPath, errno);
     return kDirNotCreatable;
   }
   return kOk;
@@ -210,7 +200,7 @@ int LoadTemplateSet() {
   VerbosePrintf("\nTemplate Set Config: %s\n", st.szTmpltSet);
   st.pTpltSet = PG_InitTemplateSet(st.szTmpltSet);
   if (st.pTpltSet == nullptr) {
-    VerbosePrintf("Error processing template set config file %s\n", st.szTmpltSet);
+    ReportTemplateSetFailed(st.szTmpltSet, st.szConfig);
     return kTemplateSetFailed;
   }
   return kOk;
@@ -237,6 +227,14 @@ void OpenAttributeDatabase() {
   std::string_view db(st.szDbName);
   CopyTruncated(st.szAttrDb, db.substr(0, db.rfind('.')));
   AppendTruncated(st.szAttrDb, ".adb");
+  // With a product library the database's name is not resolved, so a
+  // relative one stands for a file in the template directory. When none is
+  // there, the attribute database is looked for where a relative name
+  // leads for the built-in reader: in the program's directory.
+  if (st.szAPILib[0] != '\0' && !IsDirSlash(st.szAttrDb[0]) && !Exists(st.szAttrDb)) {
+    std::string beside_program = ProgramFile(st.szAttrDb);
+    if (Exists(beside_program.c_str())) CopyTruncated(st.szAttrDb, beside_program);
+  }
   st.ad_handle = AD_InitAttributePool(st.szAttrDb);
   if (st.ad_handle == nullptr) {
     VerbosePrintf("Error initializing attribute database %s\n", st.szAttrDb);
@@ -269,6 +267,7 @@ int GenerateRun(const Startup& s) {
   // no file list.
   if (IsStaticRun()) {
     OutputFileList(st.errlist);
+    ExplainErrorList(st.errlist);
     WriteFileList(st.dellist, FileListPath().c_str());
   }
   return rc;
@@ -314,10 +313,15 @@ int ShutdownPageGen() {
 }
 
 int PageGenMain(int argc, char** argv) {
-  std::atexit(ShutdownAtExit);
   const char* argv0 = argc > 0 ? argv[0] : "";
-  EnterProgramDirectory(argv0);
   std::string exe = ExeName(argv0);
+  // Asking for help or the version touches no file of the program's.
+  if (AnswerHelpOrVersion(argc, argv, exe)) return kOk;
+  std::atexit(ShutdownAtExit);
+  Startup s;
+  s.cl.start_dir = CurrentDirectory();
+  EnterProgramDirectory(argv0);
+  SetDiagnosticProgram(exe, ProgramDirectory());
   if (argc < 2) {
     PrintBanner(exe, false);
     Usage(exe);
@@ -325,7 +329,6 @@ int PageGenMain(int argc, char** argv) {
     return kOk;
   }
 
-  Startup s;
   s.cgi_paths_set =
       std::getenv("PATH_INFO") != nullptr && std::getenv("PATH_TRANSLATED") != nullptr;
   if (int rc = ParseCommandLine(argc, argv, &s.cl); rc != kOk) return EndRun(s, rc);

@@ -68,6 +68,19 @@ TEST_F(StartupTest, NoArgumentsShowsBannerAndUsage) {
   r = Run({"-v"});
   EXPECT_EQ(r.exit_code, 0);
   EXPECT_NE(r.out.find(" version 4.2.0.9\n\nUsage:"), std::string::npos) << r.out;
+
+  // Help and version only as the one argument; they touch no file.
+  r = Run({"--version"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_EQ(r.out, "storegen (c)2025-2026 The storegen developers version 4.2.0.9\n");
+  r = Run({"--help"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_NE(r.out.find("Usage:\n  storegen [-v] -o OutPath"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("\n  -b "), std::string::npos) << r.out;
+  WriteFile(Path("pgstatus.pid"), "another run's");
+  EXPECT_EQ(Run({"--help"}).exit_code, 0);
+  EXPECT_TRUE(FileExists(Path("pgstatus.pid")));
+  EXPECT_EQ(Run({"--help", "-v"}).exit_code, ExitStatusOf(-3));
 }
 
 struct ExitCase {
@@ -76,6 +89,7 @@ struct ExitCase {
   std::vector<std::string> args;  // "@" stands for the test directory
   int code;
   std::string message;  // last verbose output; "@" stands for the test directory
+  std::string says;     // on standard error without -v; "@" as above
 };
 
 std::string Expand(std::string text, const std::string& dir) {
@@ -88,34 +102,42 @@ TEST_F(StartupTest, ExitCodesAndMessages) {
   const std::vector<std::string> run = {"-o", "@/www", "-c", "store.cfg"};
   // clang-format off
   const ExitCase cases[] = {
-      {"value option last", {}, {"-o"}, -3, "Invalid command line\n"},
+      {"value option last", {}, {"-o"}, -3, "Invalid command line\n",
+       "option -o needs a value"},
       {"missing configuration", {}, {"-o", "@/www", "-c", "nothere.cfg"}, -2,
-       "File not found: @/nothere.cfg\n"},
+       "File not found: @/nothere.cfg\n", "@/nothere.cfg: store configuration not found"},
       {"no AllowPagegen", {{"AllowPagegen", nullptr}}, run, -16,
-       "The page generator is not configured to run\n"},
+       "The page generator is not configured to run\n", "@/store.cfg: AllowPagegen is missing"},
       {"AllowPagegen no", {{"AllowPagegen", "No"}}, run, -16,
-       "The page generator is not configured to run\n"},
+       "The page generator is not configured to run\n", "@/store.cfg:1: AllowPagegen says no"},
       {"no template set", {{"PageGenTmpltSet", nullptr}}, run, -3,
-       "PageGenTmpltSet not found in @/store.cfg\n"},
+       "PageGenTmpltSet not found in @/store.cfg\n",
+       "@/store.cfg: required key PageGenTmpltSet is missing"},
       {"no store directory", {{"StoreDir", nullptr}}, run, -3,
-       "StoreDir not found in @/store.cfg\n"},
+       "StoreDir not found in @/store.cfg\n", "required key StoreDir is missing"},
       {"product page without SKU", {}, {"-c", "store.cfg", "-p"}, -3,
-       "Sku argument required for dynamic pages\n"},
+       "Sku argument required for dynamic pages\n", "-p needs the product's SKU"},
       {"static run without output root", {}, {"-c", "store.cfg"}, -3,
-       "Config file, OutPath, TargetDir and ProductDatabase required\n"},
+       "Config file, OutPath, TargetDir and ProductDatabase required\n",
+       "a static run needs -o OutPath"},
       {"no product database named", {{"ProductDatabase", nullptr}}, run, -3,
-       "Config file, OutPath, TargetDir and ProductDatabase required\n"},
+       "Config file, OutPath, TargetDir and ProductDatabase required\n",
+       "@/store.cfg names neither ProductDatabase nor ProductAPILibrary"},
       {"missing product database", {{"ProductDatabase", "nothere.txt"}}, run, -2,
-       "File not found: @/nothere.txt\n"},
+       "File not found: @/nothere.txt\n", "@/nothere.txt: product database not found"},
       {"output directory not creatable", {}, {"-o", "@/blocker/www", "-c", "store.cfg"}, -4,
-       "Unable to create directory: @/blocker/www/acme/\n"},
+       "Unable to create directory: @/blocker/www/acme/\n",
+       "@/blocker/www/acme/: cannot create the store's output directory"},
       {"template set not readable", {{"PageGenTmpltSet", "nothere"}}, run, -5,
-       "Error processing template set config file @/nothere.cfg\n"},
+       "Error processing template set config file @/nothere.cfg\n",
+       "@/nothere.cfg: template set not found"},
       {"support directory not copyable", {}, run, -12,
-       "Unable to create directory: @/www/acme/images\n"},
+       "Unable to create directory: @/www/acme/images\n",
+       "@/www/acme/images: cannot create the directory"},
       {"copy-only run", {}, {"-d", "-o", "@/www", "-c", "store.cfg"}, -4,
-       "Unable to create directory: @/www/acme/images\n"},
-      {"complete run", {}, {"-o", "@/fresh", "-c", "store.cfg"}, 0, "Done rc=0\n"},
+       "Unable to create directory: @/www/acme/images\n", "the run ended with -4"},
+      {"complete run", {}, {"-o", "@/fresh", "-c", "store.cfg"}, 0, "Done rc=0\n",
+       "@/prod.txt: the product database holds no product"},
   };
   // clang-format on
   WriteFile(Path("blocker"), "a file where a directory should be");
@@ -132,6 +154,8 @@ TEST_F(StartupTest, ExitCodesAndMessages) {
     RunResult quiet = Run(args);
     EXPECT_EQ(quiet.exit_code, ExitStatusOf(c.code)) << c.name;
     EXPECT_EQ(quiet.out, "") << c.name;
+    EXPECT_NE(quiet.err.find(Expand(c.says, dir_.path())), std::string::npos) << c.name << ":\n"
+                                                                              << quiet.err;
 
     args.insert(args.begin(), "-v");
     RunResult verbose = Run(args);
@@ -358,6 +382,7 @@ TEST_F(StartupTest, ProductLibraryMissingAnEntryPoint) {
   RunResult r = Run({"-o", Path("www"), "-c", "store.cfg"});
   EXPECT_EQ(r.exit_code, ExitStatusOf(-6));
   EXPECT_EQ(r.out, "");
+  EXPECT_NE(r.err.find("lacks the entry point PAPI_"), std::string::npos) << r.err;
 #else
   GTEST_SKIP() << "the five-entry product library is not built";
 #endif

@@ -9,6 +9,7 @@
 #include "cgisupport/atomic_file.h"
 #include "cgisupport/config_line.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/run_state.h"
 #include "index/index_lines.h"
 #include "index/search_index.h"
@@ -16,8 +17,14 @@
 namespace storegen {
 namespace {
 
-void PrintMessage(int code) {
-  VerbosePrintf("%s", GetMessageStr(code));
+// Message |code| of the catalogue about |file|; the search index is then
+// incomplete.
+void PrintMessage(int code, const char* file) {
+  std::string_view text = GetMessageStr(code);
+  if (text.ends_with('\n')) text.remove_suffix(1);
+  ReportError({AbsolutePathForMessage(file)},
+              std::string(text) + "; the store's search index is not set up completely", "%s",
+              GetMessageStr(code));
 }
 
 // The value that follows the key on a template line: the next word, with one
@@ -43,7 +50,7 @@ template <typename Visit>
 bool ForEachTemplateSetting(int missing, Visit visit) {
   FilePtr in(std::fopen(lpWaisCfg, "r"));
   if (!in) {
-    PrintMessage(missing);
+    PrintMessage(missing, lpWaisCfg);
     return false;
   }
   std::string raw;
@@ -116,14 +123,14 @@ int CreateWaisCfg(const char* wcf_path, const char* wcf_name, const char* out_di
                   const char* web_url, IndexField& new_page, const char* alias) {
   FilePtr in(std::fopen(lpWaisCfg, "r"));
   if (!in) {
-    PrintMessage(kMsgNoWaisTemplate);
+    PrintMessage(kMsgNoWaisTemplate, lpWaisCfg);
     return 0;
   }
   // The store's file is replaced whole: a failed write leaves the previous
   // one in place for the search gateway.
   AtomicFile out;
   if (!out.Open(wcf_path != nullptr ? wcf_path : "")) {
-    PrintMessage(kMsgNoWaisCfg);
+    PrintMessage(kMsgNoWaisCfg, wcf_path != nullptr ? wcf_path : "");
     return 0;
   }
   std::string raw;
@@ -166,7 +173,7 @@ int CreateWaisCfg(const char* wcf_path, const char* wcf_name, const char* out_di
   WriteLine(out.fp(), std::string(lpWebURL) + lpTS[1] + (web_url != nullptr ? web_url : ""));
   WriteLine(out.fp(), std::string(lpStoreDir) + lpTS[1] + std::string(store_dir));
   if (!out.Commit()) {
-    PrintMessage(kMsgNoWaisCfg);
+    PrintMessage(kMsgNoWaisCfg, wcf_path != nullptr ? wcf_path : "");
     return 0;
   }
   return 1;
@@ -176,13 +183,13 @@ int WriteDefaultURL(const char* new_page, const char* default_url) {
   if (new_page != nullptr && new_page[0] != '\0') return 1;
   FilePtr in(std::fopen(lpWaisCfg, "r"));
   if (!in) {
-    PrintMessage(kMsgNoCfg);
+    PrintMessage(kMsgNoCfg, lpWaisCfg);
     return 0;
   }
   std::string temp_name = WaisTempName();
   FilePtr out(std::fopen(temp_name.c_str(), "w"));
   if (!out) {
-    PrintMessage(kMsgNoTempFile);
+    PrintMessage(kMsgNoTempFile, temp_name.c_str());
     return 0;
   }
   std::string raw;
@@ -203,7 +210,7 @@ int WriteDefaultURL(const char* new_page, const char* default_url) {
   bool written = std::ferror(out.get()) == 0;
   written = std::fclose(out.release()) == 0 && written;
   if (!written || std::rename(temp_name.c_str(), lpWaisCfg) != 0) {
-    PrintMessage(kMsgNoDefaultURL);
+    PrintMessage(kMsgNoDefaultURL, lpWaisCfg);
     return 0;
   }
   return 1;
@@ -212,14 +219,16 @@ int WriteDefaultURL(const char* new_page, const char* default_url) {
 int CreateSwishCfg(const char* wcf_path, const char* out_dir, const char* alias) {
   FilePtr in(std::fopen(lpSwishCfg, "r"));
   if (!in) {
-    PrintMessage(kMsgNoSwishTemplate);
+    PrintMessage(kMsgNoSwishTemplate, lpSwishCfg);
     return 0;
   }
   IndexField cfg_name;
   GetSwishCFGName(cfg_name, wcf_path);
   AtomicFile out;  // replaced whole, like the store's WAIS configuration
   if (!out.Open(cfg_name)) {
-    VerbosePrintf(GetMessageStr(kMsgNoSwishCfg), cfg_name);
+    ReportError({AbsolutePathForMessage(cfg_name)},
+                "cannot write the store's SWISH configuration; the search index is not set up",
+                GetMessageStr(kMsgNoSwishCfg), cfg_name);
     return 0;
   }
   std::string raw;
@@ -239,7 +248,9 @@ int CreateSwishCfg(const char* wcf_path, const char* out_dir, const char* alias)
     }
   }
   if (!out.Commit()) {
-    VerbosePrintf(GetMessageStr(kMsgNoSwishCfg), cfg_name);
+    ReportError({AbsolutePathForMessage(cfg_name)},
+                "cannot write the store's SWISH configuration; the search index is not set up",
+                GetMessageStr(kMsgNoSwishCfg), cfg_name);
     return 0;
   }
   return 1;

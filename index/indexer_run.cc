@@ -8,10 +8,12 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/run_state.h"
 #include "index/index_files.h"
 #include "index/index_lines.h"
@@ -65,7 +67,7 @@ class ArgList {
  public:
   void Add(std::string arg) {
     if (count_ >= kMaxArgs - 1) {
-      VerbosePrintf("Max args exceeded\n");
+      ReportError({}, "the indexer's command line has too many arguments", "Max args exceeded\n");
       return;
     }
     args_[count_++] = std::move(arg);
@@ -140,7 +142,8 @@ int ExecSwish(const char* store_config) {
   std::fflush(nullptr);  // nothing buffered may be written twice
   pid_t pid = fork();
   if (pid < 0) {
-    VerbosePrintf("%s", GetMessageStr(kMsgForkFailed));
+    ReportError({}, std::string("cannot start the indexer: ") + std::strerror(errno), "%s",
+                GetMessageStr(kMsgForkFailed));
     return 0;
   }
   if (pid == 0) {
@@ -150,7 +153,10 @@ int ExecSwish(const char* store_config) {
       _exit(0);
     }
     execv(argv[0], argv.data());
-    VerbosePrintf("%s", GetMessageStr(kMsgExecFailed));
+    ReportError({AbsolutePathForMessage(argv[0])},
+                std::string("cannot run the indexer: ") + std::strerror(errno) +
+                    "; the store's search index is not brought up to date",
+                "%s", GetMessageStr(kMsgExecFailed));
     std::fflush(stdout);
     _exit(0);
   }

@@ -1,5 +1,7 @@
 #include "pagegen/form_controls.h"
 
+#include <sys/stat.h>
+
 #include <cctype>
 #include <cstdlib>
 #include <initializer_list>
@@ -8,6 +10,7 @@
 #include <string>
 
 #include "cgisupport/config_file.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "pagegen/link_rewrite.h"
@@ -29,6 +32,35 @@ OwnedText Label(AttributePool* pool, int32_t attribute) {
   OwnedText label(AD_GetAttributeLabel(pool, attribute));
   if (label != nullptr && *label == '\0') label.reset();
   return label;
+}
+
+// An attribute of the product's TILLBOXATTRIBUTES that gets no control:
+// said once per attribute, or once for all when there is no attribute
+// database.
+[[gnu::noinline, gnu::cold]] void WarnNoControl(const PageContext& ctx, int32_t attribute,
+                                                int32_t type) {
+  const std::string db = PageGenState.szAttrDb;
+  struct stat st;
+  const bool missing = db.empty() || stat(db.c_str(), &st) != 0;
+  if (!FirstTime(missing ? std::string("attributes") : "attribute\t" + std::to_string(attribute)))
+    return;
+  const PAPI_Pair* sku = FindProdAttr(ctx.product, "SKU");
+  std::string detail = "product \"" +
+                       std::string(sku != nullptr && sku->value != nullptr ? sku->value : "") +
+                       "\": TILLBOXATTRIBUTES names attribute " + std::to_string(attribute);
+  if (db.empty()) {
+    detail +=
+        ", but there is no attribute database (it is named after ProductDatabase); no "
+        "product gets attribute controls";
+  } else if (missing) {
+    detail += ", but the attribute database does not exist; no product gets attribute controls";
+  } else if (OwnedText label = Label(ctx.attr_db, attribute); label == nullptr) {
+    detail += ", which the attribute database does not hold; it gets no control";
+  } else {
+    detail += " (" + std::string(label.get()) + ") of type " + std::to_string(type) +
+              ", which is no form control (types 1 to 7); it gets no control";
+  }
+  ReportWarning({db.empty() ? std::string() : AbsolutePathForMessage(db)}, detail);
 }
 
 int32_t Number(std::string_view text) {
@@ -145,12 +177,13 @@ int ProcessAttributes(PageOutput* out, std::string_view /*marker*/, const PageCo
           DisplayListBox(out, ctx.attr_db, attribute, values, 5, true);
           break;
         default:
+          WarnNoControl(ctx, attribute, type);
           break;
       }
       WriteOutput(out, "<BR>");
     }
   } catch (const std::bad_alloc&) {
-    VerbosePrintf("Out of memory\n");
+    ReportOutOfMemory();
     return kOutOfMemory;
   }
   return 0;

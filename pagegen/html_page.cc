@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <string>
@@ -14,6 +15,8 @@
 #include <utility>
 
 #include "cgisupport/config_file.h"
+#include "cgisupport/config_hints.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/file_identity.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
@@ -32,6 +35,29 @@ namespace storegen {
 namespace {
 
 constexpr char kContentType[] = "Content-type: text/html\n\n";
+
+const char* g_template = "";
+
+// A template that cannot be opened: named with the template-set line that
+// names it, when one does.
+[[gnu::noinline, gnu::cold]] void ReportTemplateFailed(const char* template_path, int error) {
+  const std::string path = AbsolutePathForMessage(template_path);
+  std::string detail = "cannot open the template " + path + ": " + std::strerror(error);
+  Where where{path};
+  const char* set = PageGenState.szTmpltSet;
+  if (int line = set[0] != '\0' ? ConfigValueLine(set, template_path) : 0; line > 0) {
+    where = {set, line};
+    detail +=
+        "; relative template paths are taken from the template directory (PageGenTemplateDir)";
+  }
+  ReportError(where, detail, "Unable to open file %s\n", template_path);
+}
+
+[[gnu::noinline, gnu::cold]] void ReportPageFailed(const std::string& page, std::string_view what,
+                                                   int error) {
+  ReportError({page}, std::string(what) + ": " + std::strerror(error), "Unable to open file %s\n",
+              page.c_str());
+}
 
 // Templates up to this size are read whole and parsed from memory.
 constexpr off_t kMaxTemplateInMemory = 256 * 1024;
@@ -177,7 +203,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     // A dynamic request has no page file: no directory, and no text-block
     // caches keyed by the page's name.
     if (EnsurePageDir(output_path) != 0) {
-      VerbosePrintf("Unable to open file %s\n", output_path);
+      ReportPageFailed(output_path, "cannot create the page's directory", errno);
       return kOutputNotCreatable;
     }
     out.series_name = StorePath(output_path, ctx.out_dir);
@@ -187,14 +213,16 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
   // and the further pages of a paged list, are not in the run's plan.
   static int s_depth = 0;
   const bool nested = s_depth++ > 0;
+  const char* outer_template = std::exchange(g_template, template_path);
   // The page's list blocks start closed; a category page written from a
   // list block of another page leaves that page's counters as they were.
   const int32_t outer_cat_list = std::exchange(CatList, 0);
   const int32_t outer_prod_list = std::exchange(ProdList, 0);
-  const ScopeExit restore([outer_cat_list, outer_prod_list] {
+  const ScopeExit restore([outer_cat_list, outer_prod_list, outer_template] {
     CatList = outer_cat_list;
     ProdList = outer_prod_list;
     --s_depth;
+    g_template = outer_template;
   });
 
   int result = 0;
@@ -207,7 +235,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     ConfigSnapshot config_snapshot;
     TemplateStream tmpl;
     if (!tmpl.Open(template_path)) {
-      VerbosePrintf("Unable to open file %s\n", template_path);
+      ReportTemplateFailed(template_path, errno);
       result = kTemplateNotOpenable;
       break;
     }
@@ -219,7 +247,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     } else if (has_output) {
       FileListAdd(&PageGenState.dellist, name.c_str(), 0);
       if (!file.Open(name)) {
-        VerbosePrintf("Unable to open file %s\n", name.c_str());
+        ReportPageFailed(name, "cannot write the page", errno);
         result = kOutputNotCreatable;
         break;
       }
@@ -248,7 +276,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     } else if (file.fp() != nullptr && rc != 0 && rc != kUnresolvedCategoryTag) {
       file.Abandon();  // a page cut short never replaces the older one
     } else if (file.fp() != nullptr && !file.Commit()) {
-      VerbosePrintf("Unable to open file %s\n", name.c_str());
+      ReportPageFailed(name, "cannot write the page", errno);
       rc = kOutputNotCreatable;
     } else if (has_output) {
       ProgressPageWritten();
@@ -265,6 +293,10 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     in.page_number = in.next_page;
   }
   return result != 0 ? result : (warned ? kUnresolvedCategoryTag : kOk);
+}
+
+const char* CurrentTemplatePath() {
+  return g_template;
 }
 
 }  // namespace storegen

@@ -46,6 +46,10 @@ std::string CategoryDbPath(std::string_view db_path);
 int GenerateHtmlPage(const char* template_path, const char* output_path, const SkuList* sku_node,
                      const PageContext& ctx);
 
+// The template of the page being written (as the template set names it),
+// for messages about what it holds; "" between pages.
+const char* CurrentTemplatePath();
+
 }  // namespace storegen
 
 #endif  // STOREGEN_PAGEGEN_HTML_PAGE_H_

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/run_state.h"
 #include "pagegen/text_match.h"
 
@@ -182,7 +183,7 @@ char* GetTagAttrValue(const char* text) {
   if (!found) return nullptr;
   char* copy = static_cast<char*>(std::malloc(value.size() + 1));
   if (copy == nullptr) {
-    VerbosePrintf("Out of memory\n");
+    ReportOutOfMemory();
     return nullptr;
   }
   std::memcpy(copy, value.data(), value.size());

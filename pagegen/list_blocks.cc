@@ -7,7 +7,9 @@
 #include <cstdlib>
 #include <memory>
 
+#include "cgisupport/config_hints.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/form_decode.h"
 #include "cgisupport/path_util.h"
 #include "cgisupport/result_codes.h"
@@ -75,14 +77,27 @@ struct CategoryBlock {
   int32_t position = 0;       // the category database's iteration
 };
 
+// A category list whose CategoryTemplate does not exist writes no category
+// pages; the links to them lead nowhere.
+[[gnu::noinline, gnu::cold]] void WarnMissingCategoryTemplate(const std::string& tmpl) {
+  const std::string page_template = CurrentTemplatePath();
+  if (!FirstTime("CategoryTemplate\t" + page_template + "\t" + tmpl)) return;
+  ReportWarning(
+      {AbsolutePathForMessage(page_template), TextLine(page_template.c_str(), "CategoryTemplate")},
+      "CategoryTemplate \"" + tmpl + "\" does not exist (" + AbsolutePathForMessage(tmpl) +
+          "; relative paths are taken from the template directory), so no category "
+          "pages are written");
+}
+
 // The marker's "CategoryTemplate" when it names a file that exists. It
 // becomes the run's list template, and the template of the category list
 // pages that the cart asks the page generator for.
 std::string CategoryTemplate(std::string_view marker, const PageContext& ctx) {
   std::string tmpl;
   struct stat st;
-  if (!MarkerAttribute(marker, "CategoryTemplate", &tmpl) || tmpl.empty() ||
-      stat(tmpl.c_str(), &st) != 0) {
+  if (!MarkerAttribute(marker, "CategoryTemplate", &tmpl) || tmpl.empty()) return "";
+  if (stat(tmpl.c_str(), &st) != 0) {
+    WarnMissingCategoryTemplate(tmpl);
     return "";
   }
   CopyTruncated(PageGenState.szTemplateFile, tmpl);
@@ -271,7 +286,10 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
     if (!block->category.empty() && members == nullptr) {
       const PAPI_Pair* category = FindProdAttr(node->record, "TILLBOXCATEGORY");
       if (category == nullptr || category->value == nullptr) {
-        VerbosePrintf("Error reading database\n");
+        ReportError({PageGenState.szDbName},
+                    "a product list of category \"" + block->category +
+                        "\" meets products without a TILLBOXCATEGORY column",
+                    "Error reading database\n");
         return kDatabaseError;
       }
       if (!EqualsNoCase(category->value, block->category)) continue;

@@ -3,7 +3,9 @@
 #include <string>
 
 #include "cgisupport/config_file.h"
+#include "cgisupport/config_hints.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/path_util.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
@@ -111,8 +113,27 @@ PageContext ConnectedContext(const GeneratorArgs& args, const CategoryConnection
   return ctx;
 }
 
-int Unresolved() {
-  VerbosePrintf("Error resolving template display name\n");
+// A page the template set does not give completely: no entry of that kind
+// and name, or an entry without its template or output file.
+int Unresolved(const GeneratorArgs& args, int kind, const char* name) {
+  static constexpr const char* kKeys[] = {
+      "",           "ProductPage",        "SitePage",    "ShopHomePage",
+      "SearchPage", "DefaultProductPage", "TillboxPage", "SecureFile"};
+  const char* key = kind > 0 && kind < 8 ? kKeys[kind] : "";
+  char tmpl[kPathSize] = "";
+  char file[kPathSize] = "";
+  std::string detail;
+  Where where{args.set != nullptr ? args.set->file_name : ""};
+  if (!PG_TpltGetOutputFile(args.set, name, file, sizeof file, kind)) {
+    detail = std::string("the template set has no ") + key + " entry \"" + name + "\"";
+  } else {
+    PG_TpltGetTemplateFile(args.set, name, tmpl, sizeof tmpl, kind);
+    where.line = ConfigValueLine(where.file.c_str(), name);
+    detail = std::string("the ") + key + " entry \"" + name + "\" names no " +
+             (tmpl[0] == '\0' ? "template file" : "output file") +
+             "; an entry reads name;template;output file";
+  }
+  ReportError(where, detail, "Error resolving template display name\n");
   return kTemplateEntryNotFound;
 }
 
@@ -164,7 +185,7 @@ int GenerateSitePage(const char* display_name, const GeneratorArgs& args, int /*
   if (!PG_TpltGetTemplateFile(args.set, display_name, tmpl, sizeof tmpl, kKindSitePage) ||
       !PG_TpltGetOutputFile(args.set, display_name, file, sizeof file, kKindSitePage) ||
       tmpl[0] == '\0' || file[0] == '\0') {
-    return Unresolved();
+    return Unresolved(args, kKindSitePage, display_name);
   }
   PageContext ctx = BaseContext(args);
   ctx.sku_list = nullptr;
@@ -176,7 +197,8 @@ int GenerateSitePage(const char* display_name, const GeneratorArgs& args, int /*
 int GenerateSearchPage(const GeneratorArgs& args) {
   const char* html_out = GetIndexHtmlOut();
   if (html_out == nullptr) {
-    VerbosePrintf("Index library not initialized, store not indexed\n");
+    ReportError({}, "the search index was not set up, so the search page is not written",
+                "Index library not initialized, store not indexed\n");
     return kIndexNotSetUp;
   }
   char display[kDisplayNameSize] = "";
@@ -201,7 +223,7 @@ int GenerateSearchPage(const GeneratorArgs& args) {
 
   char tmpl[kPathSize] = "";
   if (!PG_TpltGetTemplateFile(args.set, display, tmpl, sizeof tmpl, kKindSearchPage))
-    return Unresolved();
+    return Unresolved(args, kKindSearchPage, display);
   if (tmpl[0] == '\0') {
     VerbosePrintf("No search template specified, store not indexed\n");
     return 0;
@@ -226,7 +248,7 @@ int GenerateTillboxPage(const char* display_name, const GeneratorArgs& args) {
   };
   char file[kPathSize] = "";
   if (!PG_TpltGetOutputFile(args.set, display_name, file, sizeof file, kKindCartPage))
-    return Unresolved();
+    return Unresolved(args, kKindCartPage, display_name);
   bool secure = RegisterIfSecure(args, display_name, kKindCartPage, file);
 
   for (const auto& a : kAnnounced) {
@@ -246,7 +268,7 @@ int GenerateTillboxPage(const char* display_name, const GeneratorArgs& args) {
 
   char tmpl[kPathSize] = "";
   if (!PG_TpltGetTemplateFile(args.set, display_name, tmpl, sizeof tmpl, kKindCartPage))
-    return Unresolved();
+    return Unresolved(args, kKindCartPage, display_name);
   CategoryConnection conn(args);
   PageContext ctx = ConnectedContext(args, conn);
   ctx.sku_list = nullptr;
@@ -259,10 +281,11 @@ int GenerateShopHomePage(const char* reference, const GeneratorArgs& args) {
   char display[kDisplayNameSize] = "";
   char file[kPathSize] = "";
   char tmpl[kPathSize] = "";
-  if (!PG_TpltGetDisplayName(args.set, reference, display, sizeof display, kKindShopHomePage) ||
-      !PG_TpltGetOutputFile(args.set, display, file, sizeof file, kKindShopHomePage) ||
+  if (!PG_TpltGetDisplayName(args.set, reference, display, sizeof display, kKindShopHomePage))
+    return Unresolved(args, kKindShopHomePage, reference);
+  if (!PG_TpltGetOutputFile(args.set, display, file, sizeof file, kKindShopHomePage) ||
       !PG_TpltGetTemplateFile(args.set, display, tmpl, sizeof tmpl, kKindShopHomePage)) {
-    return Unresolved();
+    return Unresolved(args, kKindShopHomePage, display);
   }
   bool secure = RegisterIfSecure(args, display, kKindShopHomePage, file);
   CopyTruncated(PageGenState.szShopHomeName, file);

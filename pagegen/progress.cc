@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "cgisupport/diagnostics.h"
+
 namespace storegen {
 namespace {
 
@@ -53,6 +55,8 @@ void ProgressBegin(int fd) {
   if (fd < 0 || !isatty(fd)) return;
   g_progress.on = true;
   g_progress.fd = fd;
+  // A message written meanwhile first clears the progress line.
+  SetDiagnosticLinePrefix("\r\033[K");
   g_progress.start = g_progress.drawn = Now();
 }
 
@@ -85,6 +89,7 @@ void ProgressEnd() {
   if (!g_progress.on) return;
   Draw(Now(), true);
   g_progress.on = false;
+  SetDiagnosticLinePrefix("");
 }
 
 }  // namespace storegen

@@ -1,11 +1,15 @@
 #include "pagegen/tag_values.h"
 
 #include <cstring>
+#include <string>
 
+#include "cgisupport/config_hints.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/form_decode.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "pagegen/filelist/file_list.h"
+#include "pagegen/html_page.h"
 #include "pagegen/text_match.h"
 #include "storedata/product_api.h"
 #include "templateset/template_set.h"
@@ -62,10 +66,33 @@ const char* UsableValue(const PAPI_Pair* product, const std::string& name) {
   return pair != nullptr && IsUsable(pair->value) ? pair->value : nullptr;
 }
 
+// A product tag that names no column of the product's record: said once
+// per template and name, with the column whose name is closest.
+[[gnu::noinline, gnu::cold]] void WarnUnknownColumn(std::string_view tag, const std::string& name,
+                                                    const PAPI_Pair* product,
+                                                    bool default_picture) {
+  const std::string tmpl = CurrentTemplatePath();
+  if (!FirstTime("column\t" + tmpl + "\t" + name)) return;
+  std::string detail = std::string(tag) + " names no column of the product database";
+  const char* closest = nullptr;
+  std::size_t distance = 3;  // farther names are no help
+  for (const PAPI_Pair* p = product; p->name != nullptr; ++p) {
+    if (std::size_t d = NameDistance(p->name, name); d < distance) {
+      distance = d;
+      closest = p->name;
+    }
+  }
+  if (closest != nullptr) detail += std::string(" (is ") + closest + " meant?)";
+  detail += default_picture ? "; the template set's default picture is used"
+                            : "; a blank is written in its place";
+  ReportWarning({AbsolutePathForMessage(tmpl), TextLine(tmpl.c_str(), tag)}, detail);
+}
+
 std::string ProductTag(std::string_view tag, const std::string& name, const PageContext& ctx,
                        std::string_view image_prefix) {
-  if (const char* value = UsableValue(ctx.product, name)) {
-    return IsPicture(name) ? PictureTarget(value) : std::string(value);
+  const PAPI_Pair* pair = FindProdAttr(ctx.product, name.c_str());
+  if (pair != nullptr && IsUsable(pair->value)) {
+    return IsPicture(name) ? PictureTarget(pair->value) : std::string(pair->value);
   }
   const std::string* fallback = nullptr;
   if (ctx.set != nullptr && EqualsNoCase(name, "GRAPHIC")) {
@@ -73,7 +100,9 @@ std::string ProductTag(std::string_view tag, const std::string& name, const Page
   } else if (ctx.set != nullptr && EqualsNoCase(name, "THUMBNAIL")) {
     fallback = &ctx.set->default_product_thumbnail;
   }
-  if (fallback == nullptr || fallback->empty()) return " ";
+  const bool default_picture = fallback != nullptr && !fallback->empty();
+  if (pair == nullptr) WarnUnknownColumn(tag, name, ctx.product, default_picture);
+  if (!default_picture) return " ";
   ++g_page_dependent;  // the error list gets entries
   FileListAdd(&PageGenState.errlist, std::string(tag).c_str(), kDefaultPictureUsed);
   FileListAdd(&PageGenState.errlist, ProductSku(ctx.product).c_str(), kDefaultPictureUsed);

@@ -1,18 +1,23 @@
 #include "pagegen/template_parser.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "cgisupport/scope_exit.h"
 #include "pagegen/form_controls.h"
+#include "pagegen/html_page.h"
 #include "pagegen/link_rewrite.h"
 #include "pagegen/list_blocks.h"
 #include "pagegen/store_values.h"
@@ -26,6 +31,15 @@ namespace storegen {
 int32_t g_template_nesting = 0;
 
 namespace {
+
+// A problem of the template being parsed (|error|: an errno, or 0). Out of
+// line, so that the parser's frames stay small: templates nest deeply.
+[[gnu::noinline, gnu::cold]] void ReportTemplateProblem(const char* what, int error,
+                                                        const char* verbose_text) {
+  std::string detail = what;
+  if (error != 0) detail += std::string(": ") + std::strerror(error);
+  ReportError({AbsolutePathForMessage(CurrentTemplatePath())}, detail, "%s", verbose_text);
+}
 
 constexpr std::size_t kChunkSize = 1000;  // template reads
 constexpr std::size_t kTextSize = 1000;   // plain text written in blocks of this size
@@ -142,7 +156,7 @@ int Parser::Run() {
     } else {
       const std::size_t n = std::fread(chunk_.data(), 1, chunk_.size(), fp);
       if (std::ferror(fp)) {
-        VerbosePrintf("Error reading template file\n");
+        ReportTemplateProblem("cannot read the template", errno, "Error reading template file\n");
         return kTemplateReadError;
       }
       chunk = std::string_view(chunk_.data(), n);
@@ -412,7 +426,10 @@ Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
     if (facts.Has(MarkupFacts::kCategoryListBegin)) {
       ++g_page_dependent;
       if (ctx_.cat_db == nullptr) {
-        VerbosePrintf("No category database exists, and template set uses category tags\n");
+        ReportTemplateProblem(
+            "the template has a category list, but the store has no category database (the "
+            "product database's name with .cdb)",
+            0, "No category database exists, and template set uses category tags\n");
         return Fail(kNoCategoryDatabase);
       }
       return HandOver(ProcessCatListBegin, std::string(m));
@@ -548,7 +565,10 @@ int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx) {
   const int32_t depth = g_template_nesting++;
   const ScopeExit leave([] { --g_template_nesting; });
   if (depth > kMaxNesting) {
-    VerbosePrintf("Tags nested too deeply\n");
+    ReportTemplateProblem(
+        "templates nested too deeply: does a list block's CategoryTemplate lead back to this "
+        "template?",
+        0, "Tags nested too deeply\n");
     return kTagsNestedTooDeeply;
   }
   // The parser's state lives on the heap: nested list blocks recurse deeply.

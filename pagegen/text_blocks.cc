@@ -2,12 +2,16 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
@@ -72,7 +76,10 @@ int BeginTextBlock(PageOutput* out, std::string_view marker, const PageContext& 
   VerbosePrintf("Creating tmp file %s\n", cache.c_str());
   EnsurePGPDir(cache.c_str());
   if (!out->cache.Open(cache)) {
-    VerbosePrintf("Unable to open file %s\n", cache.c_str());
+    ReportError({AbsolutePathForMessage(cache)},
+                std::string("cannot write the text-block cache: ") + std::strerror(errno) +
+                    "; the template directory (PageGenTemplateDir) must be writable",
+                "Unable to open file %s\n", cache.c_str());
     return kOutputNotCreatable;
   }
   return 0;

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "cgisupport/config_hints.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/dyn_lib.h"
 #include "cgisupport/run_state.h"
 #include "cgisupport/str_util.h"
@@ -32,10 +34,21 @@ void ClearEntryPoints() {
 }
 
 template <typename Fn>
-bool Resolve(void* lib, const char* name, Fn* out) {
+bool Resolve(void* lib, const char* name, Fn* out, const char** missing) {
   void* symbol = GetDynamicLibFunction(lib, name);
   *out = reinterpret_cast<Fn>(symbol);
+  if (symbol == nullptr) *missing = name;
   return symbol != nullptr;
+}
+
+// The library |path| could not be bound: |why|.
+void ReportLibraryFailed(const char* path, const std::string& why) {
+  const char* cfg = PageGenState.szConfig;
+  std::string detail = "cannot use the product library (ProductAPILibrary";
+  if (int line = ConfigKeyLine(cfg, "ProductAPILibrary"); line > 0)
+    detail += " in " + std::string(cfg) + ":" + std::to_string(line);
+  detail += "): " + why;
+  ReportError({path}, detail, "Error initializing product API\n");
 }
 
 bool SameNameNoCase(const char* a, const char* b) {
@@ -61,17 +74,19 @@ int InitProdAPI(const char* lib_path) {
   }
   void* lib = LoadDynamicLib(lib_path);
   if (lib == nullptr) {
-    VerbosePrintf("Error initializing product API\n");
+    ReportLibraryFailed(lib_path, DynamicLibError() + "; " + ProgramDirectoryNote());
     return 0;
   }
   // Resolved in this order; the first missing name ends the binding.
-  bool complete =
-      Resolve(lib, lpszInitialization, &pdbInit) && Resolve(lib, lpszRetrieveInfo, &pdbRetrieve) &&
-      Resolve(lib, lpszReleaseInfo, &pdbRelease) && Resolve(lib, lpszCleanup, &pdbCleanup) &&
-      Resolve(lib, lpszRetrieveFirstItem, &pdbRetrieveFirstItem) &&
-      Resolve(lib, lpszRetrieveNextItem, &pdbRetrieveNextItem);
+  const char* missing = nullptr;
+  bool complete = Resolve(lib, lpszInitialization, &pdbInit, &missing) &&
+                  Resolve(lib, lpszRetrieveInfo, &pdbRetrieve, &missing) &&
+                  Resolve(lib, lpszReleaseInfo, &pdbRelease, &missing) &&
+                  Resolve(lib, lpszCleanup, &pdbCleanup, &missing) &&
+                  Resolve(lib, lpszRetrieveFirstItem, &pdbRetrieveFirstItem, &missing) &&
+                  Resolve(lib, lpszRetrieveNextItem, &pdbRetrieveNextItem, &missing);
   if (!complete) {
-    VerbosePrintf("Error initializing product API\n");
+    ReportLibraryFailed(lib_path, std::string("it lacks the entry point ") + missing);
     ClearEntryPoints();
     UnloadDynamicLib(lib);
     return 0;

@@ -16,6 +16,7 @@
 
 #include "cgisupport/file_identity.h"
 #include "cgisupport/str_util.h"
+#include "storedata/db_warnings.h"
 #include "storedata/product_api.h"
 
 namespace storegen {
@@ -351,6 +352,13 @@ PAPI_Pair* PAPI_RetrieveNextItem(void* h, const char* /*key*/, int /*flag*/, con
   std::array<char, kProductLineSize> line;
   if (!NextItemLine(fp, position, &line)) return nullptr;
   PAPI_Pair* record = TakeRecord(GetProductInfoNoRead(fp, names, 0, szNameLine, line.data()));
+  if (record != nullptr) {
+    std::size_t pairs = 0;
+    while (record[pairs].name != nullptr)
+      ++pairs;
+    if (std::size_t fields = LineFieldCount(line.data()); fields < pairs)
+      WarnShortLine(fp, line.data(), fields, pairs, record[fields].name);
+  }
   if (position != nullptr) *position = static_cast<int32_t>(std::ftell(fp));
   return record;
 }
@@ -383,6 +391,9 @@ PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position) {
   for (std::size_t i = 0; i < split->names.size(); ++i)
     pairs.push_back({split->names[i], i < values.size() ? values[i] : std::string_view(psz_NA)});
   PAPI_Pair* record = ProdRecordOf(pairs);
+  if (values.size() < split->names.size()) {
+    WarnShortLine(fp, line.data(), values.size(), split->names.size(), split->names[values.size()]);
+  }
   if (position != nullptr) *position = static_cast<int32_t>(std::ftell(fp));
   return record;
 }

@@ -2,11 +2,14 @@
 
 #include <strings.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
 
+#include "cgisupport/config_hints.h"
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"  // VerbosePrintf
 #include "pagegen/filelist/file_list.h"
@@ -108,6 +111,14 @@ class Item {
   bool block_;
 };
 
+void ReportOpenFailed(const char* db) {
+  const int error = errno;
+  std::string detail = "cannot open the product database";
+  detail += hProdApiLib != nullptr ? std::string(" through the product library")
+                                   : std::string(": ") + std::strerror(error);
+  ReportError({db}, detail, "Error opening database\n");
+}
+
 // The template file of the set's first default product page, read once per
 // build.
 struct DefaultTemplate {
@@ -126,6 +137,18 @@ DefaultTemplate ReadDefaultTemplate(const TemplateSet* set) {
   return result;
 }
 
+// The template set's configuration file, and the line that names |entry|.
+Where SetEntry(const TemplateSet* set, std::string_view entry) {
+  Where where{set != nullptr ? set->file_name : ""};
+  if (!where.file.empty() && !entry.empty())
+    where.line = ConfigValueLine(where.file.c_str(), entry);
+  return where;
+}
+
+bool IsValue(const char* value) {
+  return value != nullptr && value[0] != '\0' && strcasecmp(value, "NA") != 0;
+}
+
 // Chooses the product's page template: the product page its "TILLBOXTEMPLATE"
 // names, else the default product page. Returns 0 (the product is left out)
 // when neither exists or the template is empty; the latter is recorded with
@@ -134,18 +157,34 @@ int ChooseTemplate(const TemplateSet* set, const PAPI_Pair* record, const char* 
                    const DefaultTemplate& fallback, std::string* tmplt, FileList** errors) {
   char named[kTemplateSize];
   const PAPI_Pair* display_name = FindProdAttr(record, "TILLBOXTEMPLATE");
+  const char* page = "DefaultProductPage";
   if (set != nullptr && display_name != nullptr && display_name->value != nullptr &&
       PG_TpltGetTemplateFile(set, display_name->value, named, sizeof named, kKindProductPage) ==
           1) {
     *tmplt = named;
-  } else if (fallback.found) {
-    *tmplt = fallback.szDefaultProdPageTmplt;
+    page = display_name->value;
   } else {
-    VerbosePrintf("Error resolving template display name\n");
-    return 0;
+    if (display_name != nullptr && IsValue(display_name->value) &&
+        FirstTime(std::string("TILLBOXTEMPLATE\t") + display_name->value)) {
+      ReportWarning(SetEntry(set, ""),
+                    std::string("TILLBOXTEMPLATE \"") + display_name->value + "\" of product \"" +
+                        sku + "\" is not a ProductPage of the template set; " +
+                        (fallback.found ? "the DefaultProductPage is used" : "it is left out"));
+    }
+    if (!fallback.found) {
+      ReportError(SetEntry(set, ""),
+                  "the template set has no DefaultProductPage, so products whose "
+                  "TILLBOXTEMPLATE names none of its ProductPage entries are left out",
+                  "Error resolving template display name\n");
+      return 0;
+    }
+    *tmplt = fallback.szDefaultProdPageTmplt;
   }
   if (tmplt->empty()) {
-    VerbosePrintf("No template specified, skipping sku %s\n", sku);
+    ReportError(SetEntry(set, page),
+                std::string("the product page \"") + page +
+                    "\" names no template file, so its products have no page",
+                "No template specified, skipping sku %s\n", sku);
     if (errors != nullptr) FileListAdd(errors, sku, kNoTemplateForProduct);
     return 0;
   }
@@ -187,7 +226,7 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
                          const char* first_index, int page_flag, FileList** errors) {
   Connection conn(db, store_cfg, api_cfg, cart_dir);
   if (!conn.ok()) {
-    VerbosePrintf("Error opening database\n");
+    ReportOpenFailed(db);
     return nullptr;
   }
   DefaultTemplate fallback = ReadDefaultTemplate(set);
@@ -195,7 +234,10 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
   Item item(&conn, conn.First(&position), conn.blocks());
   if (!item) {
     conn.End();
-    VerbosePrintf("Error reading database\n");
+    ReportError({db},
+                "the product database holds no product: its first line names the columns, "
+                "and each further line is one product",
+                "Error reading database\n");
     return nullptr;
   }
 
@@ -231,7 +273,7 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
     if (!ChooseTemplate(set, item.get(), sku->value, fallback, &tmplt, errors)) continue;
     SkuList* node = NewFilledNode(sku->value, tmplt, &item);
     if (node == nullptr) {
-      VerbosePrintf("Out of memory\n");
+      ReportOutOfMemory();
       item.Release();
       conn.End();
       FreeSkuList(head);
@@ -251,16 +293,19 @@ SkuList* FindSkuData(const char* sku, const char* db, const char* store_cfg, con
   if (sku == nullptr) return nullptr;
   Connection conn(db, store_cfg, api_cfg, cart_dir);
   if (!conn.ok()) {
-    VerbosePrintf("Error opening database\n");
+    ReportOpenFailed(db);
     return nullptr;
   }
   DefaultTemplate fallback = ReadDefaultTemplate(set);
   Item item(&conn, conn.Retrieve(sku));
-  if (!item) return nullptr;
+  if (!item) {
+    ReportError({db}, std::string("no product \"") + sku + "\" in the product database", nullptr);
+    return nullptr;
+  }
   std::string tmplt;
   if (!ChooseTemplate(set, item.get(), sku, fallback, &tmplt, errors)) return nullptr;
   SkuList* node = NewFilledNode(sku, tmplt, &item);
-  if (node == nullptr) VerbosePrintf("Out of memory\n");
+  if (node == nullptr) ReportOutOfMemory();
   return node;
 }
 
@@ -288,7 +333,11 @@ int CopySkuData(SkuList* target, const SkuList* source) {
     while (match != nullptr && (match->sku == nullptr || std::strcmp(match->sku, node->sku) != 0)) {
       match = match->next;
     }
-    if (match == nullptr) continue;
+    if (match == nullptr) {
+      ReportWarning({PageGenState.szDbName},
+                    std::string("no product \"") + node->sku + "\", named on the command line");
+      continue;
+    }
     char* tmplt = nullptr;
     if (match->tmplt != nullptr && (tmplt = strdup(match->tmplt)) == nullptr) return 0;
     PAPI_Pair* record = nullptr;

@@ -1,0 +1,69 @@
+#include "storedata/db_warnings.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "cgisupport/diagnostics.h"
+
+namespace storegen {
+namespace {
+
+bool IsFieldSeparator(char c) {
+  return c == '\t' || c == '\r' || c == '\n';
+}
+
+// The path |fd| was opened with, for naming it in a message.
+std::string PathOf(int fd) {
+  std::array<char, 4096> path;
+  const std::string link = "/proc/self/fd/" + std::to_string(fd);
+  ssize_t n = readlink(link.c_str(), path.data(), path.size() - 1);
+  return n > 0 ? std::string(path.data(), static_cast<std::size_t>(n)) : std::string();
+}
+
+// The number (from 1) of the line that ends just before byte |end| of |fd|.
+int LineEndingAt(int fd, off_t end) {
+  int line = 1;
+  std::array<char, 65536> buf;
+  for (off_t at = 0; at + 1 < end;) {
+    const std::size_t want = static_cast<std::size_t>(std::min<off_t>(end - 1 - at, buf.size()));
+    ssize_t n = pread(fd, buf.data(), want, at);
+    if (n <= 0) break;
+    line += static_cast<int>(std::count(buf.data(), buf.data() + n, '\n'));
+    at += n;
+  }
+  return line;
+}
+
+}  // namespace
+
+std::size_t LineFieldCount(std::string_view line) {
+  std::size_t fields =
+      static_cast<std::size_t>(std::count_if(line.begin(), line.end(), IsFieldSeparator));
+  if (!line.empty() && !IsFieldSeparator(line.back())) ++fields;
+  return fields;
+}
+
+void WarnShortLine(FILE* fp, std::string_view line, std::size_t fields, std::size_t names,
+                   std::string_view first_missing) {
+  const int fd = fileno(fp);
+  const long end = std::ftell(fp);
+  struct stat st;
+  if (end < 0 || fstat(fd, &st) != 0) return;
+  if (!FirstTime("short line " + std::to_string(st.st_dev) + ":" + std::to_string(st.st_ino) + ":" +
+                 std::to_string(end))) {
+    return;
+  }
+  Where where{PathOf(fd), LineEndingAt(fd, end)};
+  std::string_view first = line.substr(0, std::min(line.find_first_of("\t\r\n"), line.size()));
+  ReportWarning(where, "\"" + std::string(first) + "\" has " + std::to_string(fields) +
+                           " of the name line's " + std::to_string(names) +
+                           " fields: " + std::string(first_missing) +
+                           (names - fields > 1 ? " and the columns after it read" : " reads") +
+                           " as NA; a TAB separates every field, empty ones too");
+}
+
+}  // namespace storegen
