@@ -16,6 +16,7 @@
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "cgisupport/scope_exit.h"
+#include "cgisupport/stack_room.h"
 #include "pagegen/form_controls.h"
 #include "pagegen/html_page.h"
 #include "pagegen/link_rewrite.h"
@@ -44,6 +45,11 @@ namespace {
 constexpr std::size_t kChunkSize = 1000;  // template reads
 constexpr std::size_t kTextSize = 1000;   // plain text written in blocks of this size
 constexpr int32_t kMaxNesting = 10000;
+// Nested list blocks recurse as deep as the nesting limit allows, which
+// takes more stack than a thread has in some builds: below this much stack
+// left, a parse goes on on a new thread's stack of the second size.
+constexpr std::size_t kParseStackRoom = std::size_t{1} << 20;
+constexpr std::size_t kParseStackSize = std::size_t{32} << 20;
 
 // What relative store images get in front: the secure store directory on
 // secure pages (when the store has one), else the page path.
@@ -572,7 +578,13 @@ int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx) {
     return kTagsNestedTooDeeply;
   }
   // The parser's state lives on the heap: nested list blocks recurse deeply.
-  return std::make_unique<Parser>(in, out, ctx)->Run();
+  if (StackRoomLeft(kParseStackRoom)) return std::make_unique<Parser>(in, out, ctx)->Run();
+  int rc = kOutOfMemory;
+  if (!RunOnFreshStack(kParseStackSize,
+                       [&] { rc = std::make_unique<Parser>(in, out, ctx)->Run(); })) {
+    VerbosePrintf("Out of memory\n");
+  }
+  return rc;
 }
 
 int ParseTemplateText(std::string_view text, const PageContext& ctx, std::string* page,
