@@ -1,0 +1,64 @@
+"""The manual pages render without a warning, name every option of the
+program, and are found by man(1) after cmake --install."""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SOURCE = os.environ["STOREGEN_SOURCE_DIR"]
+BUILD = os.environ["STOREGEN_BUILD_DIR"]
+PAGES = {"storegen": "1", "storegen-admin": "8", "storegen-import": "1"}
+
+
+def require(tool):
+    if shutil.which(tool) is None:
+        if os.environ.get("CI") == "true":
+            print(f"FAILED: {tool} not installed; CI installs it (tools/install-deps.sh)")
+            sys.exit(1)
+        print(f"SKIPPED: {tool} not installed (tools/install-deps.sh --tests installs it)")
+        sys.exit(77)
+
+
+def run(*args, **kw):
+    return subprocess.run(args, capture_output=True, text=True, timeout=60, **kw)
+
+
+class ManPagesTest(unittest.TestCase):
+    def test_pages_render_without_warnings(self):
+        for name, section in PAGES.items():
+            with self.subTest(page=name):
+                page = os.path.join(SOURCE, "man", f"{name}.{section}")
+                groff = run("groff", "-man", "-Tutf8", "-ww", "-z", page)
+                self.assertEqual((groff.returncode, groff.stderr), (0, ""))
+                shown = run("man", "-l", page, env={**os.environ, "MANWIDTH": "80"})
+                self.assertEqual(shown.returncode, 0, shown.stderr)
+                self.assertIn("SYNOPSIS", shown.stdout)
+
+    def test_every_option_is_described(self):
+        with open(os.path.join(SOURCE, "man", "storegen.1"), encoding="utf-8") as f:
+            text = f.read()
+        missing = [o for o in "vbdpoastfCc" if not re.search(rf"^\.[BT]\S* *\\-{o}\b", text, re.M)]
+        self.assertEqual(missing, [])
+
+    def test_man_finds_the_installed_pages(self):
+        prefix = tempfile.mkdtemp(prefix="install-")
+        self.addCleanup(shutil.rmtree, prefix, ignore_errors=True)
+        install = run(os.environ.get("CMAKE_COMMAND", "cmake"), "--install", BUILD,
+                      "--prefix", prefix)
+        self.assertEqual(install.returncode, 0, install.stderr)
+        self.assertTrue(os.path.isfile(os.path.join(prefix, "share", "doc", "storegen",
+                                                    "getting-started.md")))
+        for name in ("storegen", "storegen-admin"):
+            shown = run("man", "-M", os.path.join(prefix, "share", "man"), name)
+            self.assertEqual(shown.returncode, 0, shown.stderr)
+            self.assertIn(name, shown.stdout)
+
+
+if __name__ == "__main__":
+    require("groff")
+    require("man")
+    sys.exit(unittest.main())
