@@ -11,7 +11,7 @@ import unittest
 
 SOURCE = os.environ["STOREGEN_SOURCE_DIR"]
 BUILD = os.environ["STOREGEN_BUILD_DIR"]
-PAGES = {"storegen": "1", "storegen-admin": "8", "storegen-import": "1"}
+PAGES = {"storegen": "1", "storegen-admin": "8", "storegen-cgi": "8", "storegen-import": "1"}
 
 
 def require(tool):
@@ -52,7 +52,7 @@ class ManPagesTest(unittest.TestCase):
         self.assertEqual(install.returncode, 0, install.stderr)
         self.assertTrue(os.path.isfile(os.path.join(prefix, "share", "doc", "storegen",
                                                     "getting-started.md")))
-        for name in ("storegen", "storegen-admin"):
+        for name in ("storegen", "storegen-admin", "storegen-cgi"):
             shown = run("man", "-M", os.path.join(prefix, "share", "man"), name)
             self.assertEqual(shown.returncode, 0, shown.stderr)
             self.assertIn(name, shown.stdout)
