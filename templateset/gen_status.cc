@@ -135,7 +135,7 @@ void PG_LaunchAndForget(const char* command_line) {
 }
 
 void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv,
-                            const std::function<bool()>& started) {
+                            const std::function<bool()>& started, const char* error_file) {
   std::vector<char*> args;
   for (const std::string& a : argv)
     args.push_back(const_cast<char*>(a.c_str()));
@@ -159,6 +159,13 @@ void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv,
     std::signal(SIGTERM, SIG_DFL);
     std::signal(SIGHUP, SIG_DFL);
     std::signal(SIGPIPE, SIG_DFL);
+    if (error_file != nullptr) {
+      int fd = open(error_file, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      if (fd >= 0 && fd != STDERR_FILENO) {
+        dup2(fd, STDERR_FILENO);
+        close(fd);
+      }
+    }
     if (args[0] != nullptr) execv(args[0], args.data());
     _exit(0);
   }

@@ -18,6 +18,9 @@ namespace storegen {
 inline constexpr char kRunLockFile[] = "pgstatus.pid";
 inline constexpr char kRunLockCompanionFile[] = "pgstatus.lck";
 inline constexpr char kStatusLogFile[] = "pgstatus.log";
+// The standard error of a run the management program started: its
+// diagnostics, for the status page.
+inline constexpr char kRunMessagesFile[] = "pgstatus.err";
 // Held by the management program from the moment it decides to start a run
 // until the run holds its own locks, so that of requests arriving together
 // only one starts a run. Never removed either.
@@ -53,9 +56,11 @@ int PG_TpltDisplayInfoPageAt(const char* set_name, const char* default_dir, cons
 // session of its own, executes argv[0] with |argv|; when it cannot, it ends
 // with status 0 too. With |started|, this process first waits until
 // started() is true or the child has ended (at most 30 seconds), so that what
-// it holds (a lock, say) is kept until then.
+// it holds (a lock, say) is kept until then. With |error_file|, the child's
+// standard error goes to that file (replaced) instead of /dev/null.
 [[noreturn]] void PG_LaunchAndForgetArgv(const std::vector<std::string>& argv,
-                                         const std::function<bool()>& started = {});
+                                         const std::function<bool()>& started = {},
+                                         const char* error_file = nullptr);
 
 // Whether a generation run is under way or being started, judged by the
 // locks in the current directory: 1 when another process holds any of the

@@ -68,6 +68,18 @@ std::string HtmlEscape(std::string_view text) {
   return out;
 }
 
+// The first kMaxLogSize bytes of |path|; empty when it cannot be read.
+std::string ReadStart(const char* path) {
+  std::string text;
+  std::ifstream in(path, std::ios::binary);
+  if (in) {
+    text.resize(kMaxLogSize);
+    in.read(text.data(), kMaxLogSize);
+    text.resize(static_cast<std::size_t>(in.gcount()));
+  }
+  return text;
+}
+
 bool IsRegularFile(const std::string& path) {
   struct stat st;
   return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
@@ -254,13 +266,15 @@ class Admin {
     // The previous run's report goes, so that the status page cannot show it
     // as this run's outcome.
     std::remove(kStatusLogFile);
+    std::remove(kRunMessagesFile);
     BeginPage("Generation started");
     std::printf(
         "<P>The pages of store <B>%s</B> are being generated in the background. A large store "
         "may take several minutes.</P>\n%s",
         store.c_str(), StatusLink(store).c_str());
     EndPage();
-    PG_LaunchAndForgetArgv(argv, [] { return PG_RunLocked(); });
+    PG_LaunchAndForgetArgv(
+        argv, [] { return PG_RunLocked(); }, kRunMessagesFile);
   }
 
   void Status() {
@@ -275,13 +289,7 @@ class Admin {
       EndPage();
       return;
     }
-    std::string log;
-    std::ifstream in(kStatusLogFile, std::ios::binary);
-    if (in) {
-      log.resize(kMaxLogSize);
-      in.read(log.data(), kMaxLogSize);
-      log.resize(static_cast<std::size_t>(in.gcount()));
-    }
+    const std::string log = ReadStart(kStatusLogFile);
     std::size_t at = log.rfind("ReturnCode=");
     if (at == std::string::npos) {
       BeginPage("No generation report");
@@ -301,6 +309,11 @@ class Admin {
     BeginPage("Last generation run");
     PG_PrintGenError(rc, detail, log.c_str(), html_path,
                      store_cfg.empty() ? nullptr : store_cfg.c_str());
+    // What the run said on standard error: which file was at fault, and why.
+    const std::string messages = ReadStart(kRunMessagesFile);
+    if (!messages.empty()) {
+      std::printf("<H2>Messages of the run</H2>\n<PRE>%s</PRE>\n", HtmlEscape(messages).c_str());
+    }
     EndPage();
   }
 

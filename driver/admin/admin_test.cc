@@ -272,8 +272,15 @@ TEST_F(AdminTest, TheRealGeneratorRunsAndReportsSuccess) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-  EXPECT_EQ(report, SuccessReport("http://shop.example.com/acme/"))
-      << ReadFile(dir_.Path("gen/pgstatus.log"), false);
+  // The report, then the run's warning on standard error about its empty
+  // product database.
+  std::string success = SuccessReport("http://shop.example.com/acme/");
+  success.resize(success.find("</BODY>"));
+  EXPECT_EQ(report.rfind(success + "<H2>Messages of the run</H2>\n<PRE>storegen: " +
+                             dir_.Path(kStores + "/prod.txt") + ": the product database holds no",
+                         0),
+            0u)
+      << report;
   EXPECT_TRUE(std::filesystem::is_directory(dir_.Path("www/acme")));
 }
 
@@ -281,6 +288,7 @@ TEST_F(AdminTest, ReportOfARunWithProblems) {
   WriteFile(dir_.Path("gen/release"), "");
   WriteFile(dir_.Path("gen/rc.txt"), "-18");
   WriteFile(dir_.Path("gen/problems.txt"), "%%CATEGORY.Color%%\t-18\nc-shoes.html\t-18\n");
+  WriteFile(dir_.Path("gen/messages.txt"), "storegen: <shoes.html> has a tag\n");
   Post("action=generate&store=acme");
   ASSERT_TRUE(WaitForFile(dir_.Path("gen/finished")));
   std::string out = Get("action=status&store=acme").out;
@@ -289,6 +297,11 @@ TEST_F(AdminTest, ReportOfARunWithProblems) {
             std::string::npos)
       << out;
   EXPECT_NE(out.find("<TR><TD>%%CATEGORY.Color%%<BR><B>Page:</B> c-shoes.html</TD>"),
+            std::string::npos)
+      << out;
+  // The run's own words on standard error follow the report.
+  EXPECT_NE(out.find("<H2>Messages of the run</H2>\n<PRE>storegen: &lt;shoes.html&gt; has a "
+                     "tag\n</PRE>\n</BODY>"),
             std::string::npos)
       << out;
 }

@@ -30,7 +30,7 @@ ws.SAMPLE_DIR = os.environ["STOREGEN_SAMPLE_DIR"]
 # Files storegen keeps beside its pages, laid into the store's directory as a
 # store kept inside the document root would have them.
 FORBIDDEN = ["Xzq3Jpo9", ".storegen-Ab12Cd", "index1.tmp", "lantern.bak", "lantern.cfg",
-             "pgstatus.log", "pgstatus.pid", "pgstatus.lck", "pgstatus.start", "products.adb", "products.cdb",
+             "pgstatus.log", "pgstatus.err", "pgstatus.pid", "pgstatus.lck", "pgstatus.start", "products.adb", "products.cdb",
              "lantern.wcf", "lantern.scf", "lantern.ind"]
 PAGES = {"index.html": "text/html", "p-LL-101.html": "text/html", "c-Kitchen1.html": "text/html",
          "css/style.css": "text/css", "images/logo.svg": "image/svg+xml", "": "text/html"}

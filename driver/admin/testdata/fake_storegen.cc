@@ -1,9 +1,11 @@
 // A stand-in for the page generator in storegen-admin's tests. Like the real
 // one it works in its own directory, sends its output to "pgstatus.log" with
 // "-b", and holds both run locks while it runs. It records its arguments (and
-// any web server variable in its environment) in "launches.log", writes "running" once it holds the
-// locks, waits until a file "release" exists, then prints "problems.txt" (if any) and the report
-// line with the code in "rc.txt" (0 if absent) and writes "finished".
+// any web server variable in its environment) in "launches.log", writes
+// "running" once it holds the locks, waits until a file "release" exists,
+// then prints "problems.txt" (if any) and the report line with the code in
+// "rc.txt" (0 if absent), "messages.txt" (if any) to standard error, and
+// writes "finished".
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -74,6 +76,7 @@ int main(int argc, char** argv) {
   }
   int rc = std::atoi(Slurp("rc.txt").c_str());
   std::fputs(Slurp("problems.txt").c_str(), stdout);
+  std::fputs(Slurp("messages.txt").c_str(), stderr);
   if (report) std::printf("ReturnCode=%d", rc);
   std::fclose(stdout);
   close(pid_lock);
