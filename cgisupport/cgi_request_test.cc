@@ -1,6 +1,5 @@
 #include "cgisupport/cgi_request.h"
 
-#include <cstdlib>
 #include <limits>
 #include <optional>
 #include <string>
@@ -46,22 +45,6 @@ TEST(CgiRequest, OnlyPlainNamesAreAccepted) {
     EXPECT_FALSE(IsPlainName(bad)) << bad;
   }
   EXPECT_FALSE(IsPlainName(std::string(65, 'a')));
-}
-
-TEST(CgiRequest, RequestVariablesAreRemoved) {
-  for (const char* name : {"SCRIPT_NAME", "QUERY_STRING", "PATH_INFO", "HTTP_COOKIE",
-                           "REDIRECT_STATUS", "STOREGEN_KEEP"}) {
-    setenv(name, "x", 1);
-  }
-  RemoveCgiRequestVariables({"PATH_INFO"});
-  for (const char* gone : {"SCRIPT_NAME", "QUERY_STRING", "HTTP_COOKIE", "REDIRECT_STATUS"}) {
-    EXPECT_EQ(std::getenv(gone), nullptr) << gone;
-  }
-  EXPECT_NE(std::getenv("PATH_INFO"), nullptr);
-  EXPECT_NE(std::getenv("STOREGEN_KEEP"), nullptr);
-  EXPECT_NE(std::getenv("PATH"), nullptr);
-  unsetenv("PATH_INFO");
-  unsetenv("STOREGEN_KEEP");
 }
 
 }  // namespace
