@@ -162,7 +162,7 @@ const CachedConfig* ConfigCache::Read(const char* file) {
     return &it->second;
   }
 
-  int fd = open(file, O_RDONLY | O_CLOEXEC);
+  int fd = OpenForReading(file);
   if (fd < 0) return nullptr;
   // The identity of what is read is taken from the open file itself.
   std::string content;
@@ -315,7 +315,7 @@ void ClearWrittenFlags(ConfigItemList* list) {
 }
 
 int ScanForValue(const char* file, std::string_view key, std::string* value) {
-  FilePtr fp(std::fopen(file, "r"));
+  FilePtr fp(FopenForReading(file));
   if (!fp) return -1;
   std::vector<char> line(kConfigLineSize);
   while (std::fgets(line.data(), kConfigLineSize, fp.get()) != nullptr) {
@@ -425,7 +425,7 @@ int SetConfigItems(const char* file, ConfigItemList* list) {
   FilePtr old;
   if (Exists(file)) {
     if (!KeepBackupCopy(file, BackupNameOf(file))) return -3;
-    old.reset(std::fopen(file, "r"));
+    old.reset(FopenForReading(file));
     if (!old) return -1;
   }
 

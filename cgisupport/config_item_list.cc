@@ -8,6 +8,7 @@
 
 #include "cgisupport/config_line.h"
 #include "cgisupport/copy_truncated.h"
+#include "cgisupport/file_util.h"
 
 namespace storegen {
 namespace {
@@ -69,7 +70,7 @@ ConfigItemList* CIL_CreateList() {
 
 ConfigItemList* CIL_CreateListFromFile(const char* file) {
   if (file == nullptr) return nullptr;
-  std::unique_ptr<FILE, int (*)(FILE*)> fp(std::fopen(file, "r"), &std::fclose);
+  std::unique_ptr<FILE, int (*)(FILE*)> fp(FopenForReading(file), &std::fclose);
   if (!fp) return nullptr;
   ConfigItemList* list = CIL_CreateList();
   if (list == nullptr) return nullptr;

@@ -208,33 +208,45 @@ int tb_findclose(int handle) {
   return rc;
 }
 
+int OpenForReading(const char* path) {
+  int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return -1;
+  struct stat st;
+  if (fstat(fd, &st) != 0 || S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode) || S_ISCHR(st.st_mode) ||
+      S_ISBLK(st.st_mode)) {
+    close(fd);
+    errno = ENOENT;
+    return -1;
+  }
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  return fd;
+}
+
+FILE* FopenForReading(const char* path, const char* mode) {
+  int fd = OpenForReading(path);
+  if (fd < 0) return nullptr;
+  FILE* fp = fdopen(fd, mode);
+  if (fp == nullptr) close(fd);
+  return fp;
+}
+
 int tb_CopyFile(const char* from, const char* to) {
-  FilePtr in(std::fopen(from, "rb"));
+  FilePtr in(FopenForReading(from, "rb"));
   if (!in) return -1;
   // The copy is made under a temporary name beside |to| and renamed into
   // place when complete, so that a reader of |to| (a web server serving a
   // store's pictures) never finds it half-written, and a failed copy leaves
-  // an older |to| as it was. Where no file can be made beside it, |to| is
-  // written in place.
-  AtomicFile atomic;
-  FilePtr in_place;
-  FILE* out = nullptr;
-  if (atomic.Open(to)) {
-    out = atomic.fp();
-  } else {
-    in_place.reset(std::fopen(to, "wb"));
-    if (!in_place) return -2;
-    out = in_place.get();
-  }
+  // an older |to| as it was.
+  AtomicFile out;
+  if (!out.Open(to)) return -2;
   char buf[2048];
   std::size_t n;
   while ((n = std::fread(buf, 1, sizeof buf, in.get())) > 0) {
-    if (std::fwrite(buf, 1, n, out) != n) return -2;
+    if (!out.Write(buf, n)) return -2;
   }
   // A source that cannot be read (a directory, an I/O error) is no copy.
   if (std::ferror(in.get())) return -1;
-  if (in_place) return std::fclose(in_place.release()) == 0 ? 0 : -2;
-  return atomic.Commit(AtomicFile::Sync::kRename) ? 0 : -2;
+  return out.Commit(AtomicFile::Sync::kRename) ? 0 : -2;
 }
 
 std::size_t ReadFileToBuffer(const char* path, char** text, char** upper_text,
@@ -242,7 +254,7 @@ std::size_t ReadFileToBuffer(const char* path, char** text, char** upper_text,
   *text = nullptr;
   *upper_text = nullptr;
   const char* mail = program_name != nullptr && *program_name != '\0' ? program_name : nullptr;
-  FilePtr in(std::fopen(path, "r"));
+  FilePtr in(FopenForReading(path));
   if (!in) {
     ReadFileOpenError(mail, path);
     return 0;

@@ -60,6 +60,12 @@ int tb_findclose(int handle);
 // opened, -2 when |to| cannot be created.
 int tb_CopyFile(const char* from, const char* to);
 
+// Opens |path| for reading ("r" or "rb" for the stream form) without ever
+// blocking on it: a FIFO, socket or device is refused as if it were missing
+// (errno ENOENT). Returns the descriptor, or the stream; -1 or null.
+int OpenForReading(const char* path);
+FILE* FopenForReading(const char* path, const char* mode = "r");
+
 // Reads a whole file into *text (terminated) and an upper-cased copy into
 // *upper_text; returns the byte count. On failure returns 0 after printing
 // the CGI error page (open error or memory error, |program_name| as the mail

@@ -807,7 +807,7 @@ char* CreateBufferFromFilePtr(FILE* fp) {
 
 char* CreateBufferFromFile(const char* path) {
   if (path == nullptr || *path == '\0') return nullptr;
-  FilePtr fp(std::fopen(path, "rb"));
+  FilePtr fp(FopenForReading(path, "rb"));
   if (!fp) return nullptr;
   char* buf = CreateBufferFromFilePtr(fp.get());
   if (buf == nullptr) return nullptr;

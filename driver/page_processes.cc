@@ -22,6 +22,7 @@
 #include "cgisupport/file_identity.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/run_state.h"
+#include "cgisupport/temp_files.h"
 #include "pagegen/filelist/file_list.h"
 #include "pagegen/page_generators.h"
 #include "pagegen/progress.h"
@@ -191,8 +192,11 @@ struct ChildPage {
 // added, for this process to add in page order).
 [[noreturn]] void RunChild(const Pages& nodes, Claims* claims, const Writer& write, pid_t parent,
                            int out_fd, int report_fd) {
-  // The pages are of no use once the run is gone.
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  // The pages are of no use once the run is gone: the child ends as the run
+  // does on SIGTERM, removing its temporary files. The ones that exist now
+  // are the parent's.
+  DisownLiveTemporaries();
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (getppid() != parent) _exit(1);
   DetachCategoryConnection();
   ProgressSilence();
@@ -311,6 +315,9 @@ int WriteInTwo(const std::function<void()>& head, const Pages& nodes, const Writ
     int status = 0;
     const bool done =
         waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    // A child that ended abnormally may have left a temporary file: the next
+    // run looks for it.
+    if (!done) KeepTemporaryRecord();
     // The child's pages, unless its report is complete.
     rest = claims->BackStart();
     struct stat st;

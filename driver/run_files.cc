@@ -2,14 +2,17 @@
 
 #include <fcntl.h>
 #include <limits.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <string>
 #include <string_view>
 
+#include "cgisupport/copy_truncated.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/run_state.h"
+#include "cgisupport/temp_files.h"
 #include "templateset/management.h"
 
 namespace storegen {
@@ -33,6 +36,19 @@ void CopyFrom(int from, int to) {
          WriteFully(to, std::string_view(buf, static_cast<std::size_t>(n)))) {
     at += n;
   }
+}
+
+// The lock file's path and the process holding it, for the signal handler.
+char g_lock_path[PATH_MAX];
+volatile pid_t g_lock_owner = 0;
+
+extern "C" void OnStopSignal(int sig) {
+  RemoveLiveTemporaries();
+  if (g_lock_owner == getpid()) unlink(g_lock_path);
+  struct sigaction dfl {};
+  dfl.sa_handler = SIG_DFL;
+  sigaction(sig, &dfl, nullptr);
+  raise(sig);  // delivered once the handler returns
 }
 
 // The directory part of |argv0| (up to and including its last separator, at
@@ -87,10 +103,18 @@ bool TakeRunLock() {
   }
   PageGenState.fdPID = pid_fd;
   g_companion_fd = companion_fd;
+  CopyTruncated(g_lock_path, ProgramFile(kRunLockFile));
+  g_lock_owner = getpid();
+  BeginTemporaryRecord(ProgramFile(kTemporaryRecordFile));
   return true;
 }
 
 void ReleaseRunLock() {
+  if (g_lock_owner == getpid()) {
+    RemoveLiveTemporaries();
+    EndTemporaryRecord();
+    g_lock_owner = 0;
+  }
   if (PageGenState.fdPID != -1) {
     closelock(PageGenState.fdPID);
     PageGenState.fdPID = -1;
@@ -101,6 +125,17 @@ void ReleaseRunLock() {
   if (g_companion_fd != -1) {
     closelock(g_companion_fd);
     g_companion_fd = -1;
+  }
+}
+
+void EndOnStopSignals() {
+  struct sigaction action {};
+  action.sa_handler = OnStopSignal;
+  sigemptyset(&action.sa_mask);
+  for (int sig : {SIGTERM, SIGINT, SIGHUP}) {
+    struct sigaction old {};
+    if (sig != SIGTERM && sigaction(sig, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) continue;
+    sigaction(sig, &action, nullptr);
   }
 }
 

@@ -1,7 +1,8 @@
 // The files a run keeps in the program's own directory: the run lock
-// ("pgstatus.pid" plus a companion lock file that is never removed) and the
+// ("pgstatus.pid" plus a companion lock file that is never removed), the
 // status log "pgstatus.log" (names shared with the management side in
-// templateset/management.h). The directory is fixed once at start-up, so
+// templateset/management.h) and the record of the directories that hold the
+// run's temporary files (cgisupport/temp_files.h). The directory is fixed once at start-up, so
 // these files are found there whatever the current directory is later.
 #ifndef STOREGEN_DRIVER_RUN_FILES_H_
 #define STOREGEN_DRIVER_RUN_FILES_H_
@@ -28,15 +29,27 @@ const std::string& ProgramDirectory();
 // fixed.
 std::string ProgramFile(const char* name);
 
+// The record of the directories that hold a run's temporary files.
+inline constexpr char kTemporaryRecordFile[] = "pgstatus.tmpdirs";
+
 // Takes both locks of a static run (lock file and companion, mode 0644,
 // no waiting). Returns true with PageGenState.fdPID set when both are held;
 // false when either is held elsewhere (nothing of this process stays locked).
+// With the locks, removes what a killed run left of its temporary files and
+// begins this run's record of them.
 bool TakeRunLock();
 
-// Releases the lock file's lock (when PageGenState.fdPID is not -1, which it
+// Ends the record of temporary files (when this process holds the locks),
+// releases the lock file's lock (when PageGenState.fdPID is not -1, which it
 // becomes), removes the program directory's "pgstatus.pid" in any case, and
 // then releases the companion lock if this process holds it.
 void ReleaseRunLock();
+
+// Makes SIGTERM, SIGINT and SIGHUP (the last two unless they are ignored)
+// end the process cleanly: its temporary files are removed and, when it
+// holds the run lock, the lock file too; then the signal ends it as it would
+// have. Files already replaced stay as they are.
+void EndOnStopSignals();
 
 // "-b": sends standard output to the status log from here on, and keeps it
 // in PageGenState.fpRedirect. The output is held in a private file until

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -172,10 +173,12 @@ std::string FileListPath() {
   return std::string(PageGenState.szOutPath) + kFileListName;
 }
 
-// A full run first removes the pages of the previous one; a static run makes
-// the output directory.
+// A static run that writes pages begins the store's list of written files
+// (a full run announces the removal of the previous run's pages, which
+// happens at its end) and makes the output directory.
 int PrepareOutputDirectory(const Startup& s) {
-  if (s.cl.full_run) DeleteOldFileList(FileListPath().c_str());
+  if (IsStaticRun() && PageGenState.copydirs == 0)
+    BeginFileList(FileListPath(), CurrentDirectory(), s.cl.full_run);
   if (IsStaticRun() && tb_mkdir(PageGenState.szOutPath, 0755) != 0) {
     ReportOutputDirFailed(PageGenState.szOutPath, errno);
     return kDirNotCreatable;
@@ -247,6 +250,25 @@ int CopyOnlyRun() {
   return rc;
 }
 
+// Results after which no page of the run is missing: a product without a
+// template has no page, and a warning comes with a finished page.
+bool LeavesNoPageUnwritten(int code) {
+  return code == kOk || code == kNoTemplateForProduct || code == kUnresolvedCategoryTag ||
+         code == kDefaultPictureUsed;
+}
+
+// A full run that wrote every page replaces the previous run's pages and
+// list; one that did not keeps them all, since a page it failed to write
+// (or a page that a failed one links to) may be one of them. Other runs add
+// their pages to the list.
+ListEnd HowListEnds(const Startup& s, int rc) {
+  if (!s.cl.full_run) return ListEnd::kAppend;
+  bool complete = LeavesNoPageUnwritten(rc);
+  for (const FileList* e = PageGenState.errlist; complete && e != nullptr; e = e->next)
+    complete = LeavesNoPageUnwritten(e->code);
+  return complete ? ListEnd::kReplace : ListEnd::kKeep;
+}
+
 int GenerateRun(const Startup& s) {
   RunState& st = PageGenState;
   if (!InitProdAPI(st.szAPILib)) return kProductApiFailed;
@@ -268,7 +290,14 @@ int GenerateRun(const Startup& s) {
   if (IsStaticRun()) {
     OutputFileList(st.errlist);
     ExplainErrorList(st.errlist);
-    WriteFileList(st.dellist, FileListPath().c_str());
+    if (!FinishFileList(st.dellist, HowListEnds(s, rc))) {
+      const std::string list = FileListPath();
+      ReportError({list},
+                  std::string("the list of written files could not be written (") +
+                      std::strerror(errno) + "); the old list is kept",
+                  "Unable to open file %s\n", list.c_str());
+      rc = kOutputNotCreatable;
+    }
   }
   return rc;
 }
@@ -321,6 +350,7 @@ int PageGenMain(int argc, char** argv) {
   Startup s;
   s.cl.start_dir = CurrentDirectory();
   EnterProgramDirectory(argv0);
+  EndOnStopSignals();
   SetDiagnosticProgram(exe, ProgramDirectory());
   if (argc < 2) {
     PrintBanner(exe, false);

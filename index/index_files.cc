@@ -10,6 +10,7 @@
 #include "cgisupport/config_line.h"
 #include "cgisupport/copy_truncated.h"
 #include "cgisupport/diagnostics.h"
+#include "cgisupport/file_util.h"
 #include "cgisupport/run_state.h"
 #include "index/index_lines.h"
 #include "index/search_index.h"
@@ -48,7 +49,7 @@ std::string WaisTempName() {
 // returns false when the template cannot be opened.
 template <typename Visit>
 bool ForEachTemplateSetting(int missing, Visit visit) {
-  FilePtr in(std::fopen(lpWaisCfg, "r"));
+  FilePtr in(FopenForReading(lpWaisCfg));
   if (!in) {
     PrintMessage(missing, lpWaisCfg);
     return false;
@@ -121,7 +122,7 @@ int GetIndexWhat(IndexField& what, IndexField& default_url, IndexField& home_pag
 
 int CreateWaisCfg(const char* wcf_path, const char* wcf_name, const char* out_dir,
                   const char* web_url, IndexField& new_page, const char* alias) {
-  FilePtr in(std::fopen(lpWaisCfg, "r"));
+  FilePtr in(FopenForReading(lpWaisCfg));
   if (!in) {
     PrintMessage(kMsgNoWaisTemplate, lpWaisCfg);
     return 0;
@@ -181,7 +182,7 @@ int CreateWaisCfg(const char* wcf_path, const char* wcf_name, const char* out_di
 
 int WriteDefaultURL(const char* new_page, const char* default_url) {
   if (new_page != nullptr && new_page[0] != '\0') return 1;
-  FilePtr in(std::fopen(lpWaisCfg, "r"));
+  FilePtr in(FopenForReading(lpWaisCfg));
   if (!in) {
     PrintMessage(kMsgNoCfg, lpWaisCfg);
     return 0;
@@ -217,7 +218,7 @@ int WriteDefaultURL(const char* new_page, const char* default_url) {
 }
 
 int CreateSwishCfg(const char* wcf_path, const char* out_dir, const char* alias) {
-  FilePtr in(std::fopen(lpSwishCfg, "r"));
+  FilePtr in(FopenForReading(lpSwishCfg));
   if (!in) {
     PrintMessage(kMsgNoSwishTemplate, lpSwishCfg);
     return 0;

@@ -18,6 +18,7 @@
 #include "cgisupport/config_hints.h"
 #include "cgisupport/diagnostics.h"
 #include "cgisupport/file_identity.h"
+#include "cgisupport/file_util.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "cgisupport/scope_exit.h"
@@ -90,7 +91,7 @@ std::shared_ptr<const TemplateText> TemplateTextOf(const char* path) {
   auto it = kept.find(path);
   if (it != kept.end() && it->second->identity == FileIdentity(st)) return it->second;
 
-  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  int fd = OpenForReading(path);
   if (fd < 0) return nullptr;
   auto text = std::make_shared<TemplateText>();
   struct stat opened;
@@ -122,7 +123,7 @@ class TemplateStream {
     text_ = TemplateTextOf(path);
     if (text_ != nullptr)
       fp_ = fmemopen(const_cast<char*>(text_->text.data()), text_->text.size(), "r");
-    if (fp_ == nullptr) fp_ = std::fopen(path, "rb");
+    if (fp_ == nullptr) fp_ = FopenForReading(path, "rb");
     return fp_ != nullptr;
   }
   FILE* get() const { return fp_; }

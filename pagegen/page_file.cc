@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "cgisupport/config_file.h"
+#include "pagegen/filelist/file_list.h"
 
 namespace storegen {
 namespace {
@@ -62,8 +63,8 @@ bool PageFile::Commit() {
     errno = err;
     return false;
   }
-  if (spill_.fp() != nullptr) return spill_.Commit(AtomicFile::Sync::kRename);
-  return InDirectory(path_, [this] { return WriteWholeFile(path_, text_); });
+  if (spill_.fp() != nullptr) return spill_.Commit(AtomicFile::Sync::kRename, RecordNewPage);
+  return InDirectory(path_, [this] { return WriteWholeFile(path_, text_, RecordNewPage); });
 }
 
 void PageFile::Abandon() {

@@ -1,9 +1,10 @@
 // The file of a static page while it is written. The page is kept in memory
-// and written in one step when it is complete, so that a new page costs one
-// open, one write and one close, and a page cut short is never written at
-// all. A page that grows past a few megabytes (a long list without paging)
-// goes to a temporary file beside its file instead, which is renamed into
-// place when the page is complete, so that memory stays bounded.
+// and written in one step when it is complete: under a temporary name beside
+// its file, renamed into place, so that a reader finds the old page or the
+// complete new one and a page cut short is never written at all. A page that
+// did not exist is named in the run's list of files before it appears. A
+// page that grows past a few megabytes (a long list without paging) goes to
+// its temporary file as it is written, so that memory stays bounded.
 #ifndef STOREGEN_PAGEGEN_PAGE_FILE_H_
 #define STOREGEN_PAGEGEN_PAGE_FILE_H_
 
@@ -34,7 +35,8 @@ class PageFile {
   }
   // Writes the page to its file (WriteWholeFile; a directory removed since
   // the run made it is made again). False when the page could not be
-  // written, with errno kept; an older file then stays as it was.
+  // written or named in the run's list, with errno kept; an older file then
+  // stays as it was.
   bool Commit();
   // Drops the page: nothing is written, an older file stays as it was.
   void Abandon();

@@ -67,7 +67,7 @@ int BeginTextBlock(PageOutput* out, std::string_view marker, const PageContext& 
   }
   WriteOutput(out, marker);
 
-  if (FilePtr cached{std::fopen(cache.c_str(), "rb")}) {
+  if (FilePtr cached{FopenForReading(cache.c_str(), "rb")}) {
     CopyIntoPage(cached.get(), out);
     out->saved_fp = out->fp;
     out->fp = nullptr;

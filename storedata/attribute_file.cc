@@ -97,7 +97,7 @@ std::string FormatAttributeLine(const AttributeNode& node) {
 }
 
 bool ReadAttributeFile(AttributePool* pool) {
-  FilePtr fp(std::fopen(pool->file_name.c_str(), "rb"));
+  FilePtr fp(FopenForReading(pool->file_name.c_str(), "rb"));
   if (!fp) return true;
   try {
     char* raw = nullptr;

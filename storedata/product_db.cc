@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "cgisupport/file_identity.h"
+#include "cgisupport/file_util.h"
 #include "cgisupport/str_util.h"
 #include "storedata/db_warnings.h"
 #include "storedata/product_api.h"
@@ -325,7 +326,7 @@ bool FindInText(std::string_view text, FILE* fp, const char* sku, std::string* n
 void* PAPI_Initialization(const char* /*key*/, const char* db, const char* /*storeCfg*/,
                           const char* /*apiCfg*/, const char* /*cartDir*/) {
   if (db == nullptr) return nullptr;
-  return std::fopen(db, "r");
+  return FopenForReading(db);
 }
 
 PAPI_Pair* PAPI_RetrieveInfo(void* h, const char* /*key*/, const char* sku, int /*flag*/,

@@ -285,7 +285,7 @@ int PG_TpltDisplayInfoPageAt(const char* set_name, const char* default_dir, cons
   std::string page_name = slash == std::string::npos ? page : page.substr(slash + 1);
   std::string target =
       (info_dir.empty() ? std::string("/") + kInfoDirName : info_dir) + "/" + page_name;
-  FilePtr in(std::fopen(page.c_str(), "rb"));
+  FilePtr in(FopenForReading(page.c_str(), "rb"));
   if (!in) {
     set.reset();
     std::printf(GetAdminMessage(kMsgInfoPageProblem), page.c_str());

@@ -1,24 +1,27 @@
 #include "pagegen/filelist/file_list.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <set>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
+#include <vector>
 
 #include "cgisupport/atomic_file.h"
+#include "cgisupport/file_identity.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/run_state.h"
 
 namespace storegen {
 namespace {
-
-// Removes trailing blanks, TABs, CRs and LFs in place.
-void TrimTrailingSpace(char* s) {
-  std::size_t n = std::strlen(s);
-  while (n > 0 && (s[n - 1] == ' ' || s[n - 1] == '\t' || s[n - 1] == '\n' || s[n - 1] == '\r')) {
-    s[--n] = '\0';
-  }
-}
 
 // The list last appended to and its last entry. Cleared whenever a list is
 // freed, so it never points into freed entries.
@@ -64,39 +67,151 @@ void FreeFileList(FileList* list) {
   }
 }
 
-void WriteFileList(const FileList* list, const char* list_file) {
-  // The names are appended to what the list file already holds. The old
-  // content and the new names go to a temporary file that replaces the list
-  // in one step, so a failed write never leaves a half-written list behind;
-  // the file is created even for an empty list.
-  AtomicFile out;
-  if (!out.Open(list_file)) return;
-  if (FilePtr old{std::fopen(list_file, "rb")}) {
-    char buf[4096];
-    std::size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, old.get())) > 0) {
-      if (!out.Write(buf, n)) return;
-    }
-    if (std::ferror(old.get())) return;
-  }
-  for (const FileList* e = list; e != nullptr; e = e->next) {
-    if (e->text != nullptr && std::fprintf(out.fp(), "%s\n", e->text) < 0) return;
-  }
-  out.Commit();
+namespace {
+
+// The list of the run under way; |file| is empty when none was begun.
+struct RunList {
+  std::string file;
+  std::string base_dir;
+  std::size_t start_size = 0;  // the list's length when the run began
+  int fd = -1;                 // open for appending, from the first new page on
+};
+RunList g_run;
+
+// The list's text; false when there is none (or it is not a file).
+bool ReadList(const std::string& file, std::string* text) {
+  text->clear();
+  int fd = OpenForReading(file.c_str());
+  if (fd < 0) return false;
+  struct stat st;
+  bool ok = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && ReadWholeFile(fd, st.st_size, text);
+  close(fd);
+  return ok;
 }
 
-void DeleteOldFileList(const char* list_file) {
-  {
-    FilePtr fp(std::fopen(list_file, "r"));
-    if (!fp) return;
-    char line[256];
-    while (std::fgets(line, sizeof line, fp.get()) != nullptr) {
-      TrimTrailingSpace(line);
-      VerbosePrintf("Removing old file %s\n", line);
-      std::remove(line);
+// Calls visit(name) for every name of a list's text, as a reader of lines
+// into 256 bytes takes them: a longer line comes in pieces of 255 bytes;
+// trailing blanks, TABs, CRs and LFs are cut.
+template <typename Visit>
+void ForEachName(std::string_view text, Visit visit) {
+  while (!text.empty()) {
+    const std::size_t eol = text.find('\n');
+    const std::size_t n =
+        std::min<std::size_t>(eol == std::string_view::npos ? text.size() : eol + 1, 255);
+    std::string_view name = text.substr(0, n);
+    text.remove_prefix(n);
+    while (!name.empty() && std::strchr(" \t\r\n", name.back()) != nullptr)
+      name.remove_suffix(1);
+    visit(name);
+  }
+}
+
+// Removes every file named in |text| that is neither one of |written| nor
+// the same file as one of them under another name.
+void RemoveOthers(std::string_view text, const FileList* written, const std::string& base_dir) {
+  std::unordered_set<std::string_view> mine;
+  for (const FileList* e = written; e != nullptr; e = e->next) {
+    if (e->text != nullptr) mine.insert(e->text);
+  }
+  std::vector<std::string> others;
+  struct stat st;
+  ForEachName(text, [&](std::string_view name) {
+    if (name.empty() || mine.contains(name)) return;
+    std::string path(name);
+    if (path[0] != '/' && !base_dir.empty()) path = base_dir + "/" + path;
+    if (lstat(path.c_str(), &st) == 0) others.push_back(std::move(path));
+  });
+  if (others.empty()) return;
+  std::set<std::pair<dev_t, ino_t>> kept;
+  for (const FileList* e = written; e != nullptr; e = e->next) {
+    if (e->text != nullptr && lstat(e->text, &st) == 0) kept.emplace(st.st_dev, st.st_ino);
+  }
+  for (const std::string& path : others) {
+    if (lstat(path.c_str(), &st) == 0 && !kept.contains({st.st_dev, st.st_ino}))
+      std::remove(path.c_str());
+  }
+}
+
+}  // namespace
+
+void BeginFileList(const std::string& list_file, const std::string& base_dir, bool full_run) {
+  std::string text;
+  ReadList(list_file, &text);
+  if (full_run && Verbose()) {
+    ForEachName(text, [](std::string_view name) {
+      VerbosePrintf("Removing old file %.*s\n", static_cast<int>(name.size()), name.data());
+    });
+  }
+  if (g_run.fd >= 0) close(g_run.fd);
+  g_run = RunList{list_file, base_dir, text.size(), -1};
+}
+
+bool RecordNewPage(const std::string& path) {
+  if (g_run.file.empty()) return true;
+  if (g_run.fd < 0) {
+    // Never blocks on a list file that is not a file.
+    int fd = open(g_run.file.c_str(), O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666);
+    if (fd < 0) return false;
+    // A last line without its line feed gets one, so that names never run
+    // together.
+    struct stat st;
+    char last = '\n';
+    bool ok = fstat(fd, &st) == 0;
+    if (ok && !S_ISREG(st.st_mode)) {
+      ok = false;
+      errno = EINVAL;
+    }
+    if (ok && st.st_size > 0) ok = pread(fd, &last, 1, st.st_size - 1) == 1;
+    if (ok && last != '\n') ok = WriteFully(fd, "\n");
+    if (!ok) {
+      const int err = errno;
+      close(fd);
+      errno = err;
+      return false;
+    }
+    g_run.fd = fd;
+  }
+  const std::string line = path + "\n";
+  const ssize_t n = write(g_run.fd, line.data(), line.size());
+  if (n == static_cast<ssize_t>(line.size())) return true;
+  if (n >= 0) {
+    // A full disk cut the line short: it is taken back, unless another
+    // process of the run has appended behind it since.
+    const off_t end = lseek(g_run.fd, 0, SEEK_CUR);
+    struct stat st;
+    if (n > 0 && end >= n && fstat(g_run.fd, &st) == 0 && st.st_size == end)
+      ftruncate(g_run.fd, end - n);
+    errno = ENOSPC;
+  }
+  return false;
+}
+
+bool FinishFileList(const FileList* written, ListEnd how) {
+  const RunList run = std::exchange(g_run, RunList{});
+  if (run.fd >= 0) close(run.fd);
+  if (run.file.empty()) return true;
+  std::string text;
+  const bool exists = ReadList(run.file, &text);
+  std::string content;
+  std::unordered_set<std::string_view> listed;
+  if (how == ListEnd::kReplace) {
+    RemoveOthers(text, written, run.base_dir);
+  } else {
+    const std::string_view old_part = std::string_view(text).substr(0, run.start_size);
+    content = old_part;
+    if (how == ListEnd::kKeep) {
+      ForEachName(old_part, [&](std::string_view name) { listed.insert(name); });
+      if (!content.empty() && content.back() != '\n') content += '\n';
     }
   }
-  std::remove(list_file);
+  for (const FileList* e = written; e != nullptr; e = e->next) {
+    if (e->text == nullptr || listed.contains(e->text)) continue;
+    content += e->text;
+    content += '\n';
+  }
+  if (exists && content == text) return true;
+  AtomicFile out;
+  return out.Open(run.file) && out.Write(content.data(), content.size()) && out.Commit();
 }
 
 }  // namespace storegen

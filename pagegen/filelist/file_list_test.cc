@@ -1,6 +1,9 @@
 #include "pagegen/filelist/file_list.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -35,41 +38,78 @@ TEST(FileList, KeepsOrderAcrossListsAndPrintsNameTabCode) {
   FreeFileList(b);
 }
 
-TEST(FileList, WriteAppendsAndCreatesEvenWhenEmpty) {
-  ScopedTempDir dir;
-  std::string list_file = dir.Path(kFileListName);
-  WriteFileList(nullptr, list_file.c_str());
-  EXPECT_TRUE(FileExists(list_file));
-  EXPECT_EQ(ReadFile(list_file), "");
+// A run's list: Begin announces (verbose, full runs) but removes nothing;
+// new pages are named as they appear; the end keeps, appends or replaces.
+// A run's list: Begin announces (verbose, full runs) but removes nothing;
+// new pages are named as they appear; the end appends, keeps or replaces.
+TEST(FileList, RunListNamesEveryPageAndRemovesOnlyWhatAFullRunNoLongerWrites) {
+  for (ListEnd how : {ListEnd::kAppend, ListEnd::kKeep, ListEnd::kReplace}) {
+    ScopedTempDir dir;
+    const std::string list_file = dir.Path(kFileListName);
+    const std::string a = dir.Path("a"), fresh = dir.Path("new.html");
+    for (const char* name : {"a", "stale", "real/alias"})
+      WriteFile(dir.Path(name), "old");
+    const std::string old_list =
+        a + "  \r\n" + "stale\n" + dir.Path("gone") + "\n" + dir.Path("link/alias");
+    WriteFile(list_file, old_list);
+    // The same file as "a" under another name is never removed as stale.
+    std::filesystem::create_directory_symlink(dir.Path("real"), dir.Path("link"));
+    std::filesystem::remove(dir.Path("real/alias"));
+    std::filesystem::create_hard_link(a, dir.Path("real/alias"));
 
-  FileList* list = nullptr;
-  FileListAdd(&list, "one", 0);
-  FileListAdd(&list, "two", 0);
-  WriteFileList(list, list_file.c_str());
-  WriteFileList(list, list_file.c_str());
-  EXPECT_EQ(ReadFile(list_file), "one\ntwo\none\ntwo\n");
-  FreeFileList(list);
+    const bool full_run = how != ListEnd::kAppend;
+    PageGenState.verbose = 1;
+    ::testing::internal::CaptureStdout();
+    BeginFileList(list_file, dir.path(), full_run);
+    const std::string out = ::testing::internal::GetCapturedStdout();
+    PageGenState.verbose = 0;
+    EXPECT_EQ(out, full_run ? "Removing old file " + a + "\nRemoving old file stale\n" +
+                                  "Removing old file " + dir.Path("gone") + "\nRemoving old file " +
+                                  dir.Path("link/alias") + "\n"
+                            : "");
+    EXPECT_TRUE(FileExists(dir.Path("stale")));
+
+    // A new page is named before it appears; the old list's last line gets
+    // its line feed first.
+    ASSERT_TRUE(RecordNewPage(fresh));
+    EXPECT_EQ(ReadFile(list_file), old_list + "\n" + fresh + "\n");
+
+    FileList* written = nullptr;
+    FileListAdd(&written, a.c_str(), 0);
+    FileListAdd(&written, nullptr, 0);
+    FileListAdd(&written, fresh.c_str(), 0);
+    ASSERT_TRUE(FinishFileList(written, how));
+    FreeFileList(written);
+
+    const std::string expected[] = {old_list + a + "\n" + fresh + "\n",  // as appended before
+                                    old_list + "\n" + fresh + "\n",      // "a" was listed
+                                    a + "\n" + fresh + "\n"};
+    EXPECT_EQ(ReadFile(list_file), expected[static_cast<int>(how)]);
+    const bool removed = how == ListEnd::kReplace;
+    EXPECT_EQ(FileExists(dir.Path("stale")), !removed);
+    EXPECT_TRUE(FileExists(a) && FileExists(dir.Path("real/alias")));
+    EXPECT_EQ(ListDir(dir.path()).size(), removed ? 4u : 5u) << "a temporary file stayed";
+  }
 }
 
-TEST(FileList, DeleteRemovesNamedFilesDespiteTrailingSpaceAndCRLF) {
+TEST(FileList, ListWithoutARunOrThatIsNoFile) {
   ScopedTempDir dir;
-  DeleteOldFileList(dir.Path("missing").c_str());  // no list: nothing to do
-  for (const char* name : {"p1.html", "p2.html", "keep.html"})
-    WriteFile(dir.Path(name), "x");
-  std::string list_file = dir.Path(kFileListName);
-  WriteFile(list_file, dir.Path("p1.html") + "  \r\n" + dir.Path("p2.html") + "\n" +
-                           dir.Path("gone.html") + "\n");
-  PageGenState.verbose = 1;
-  ::testing::internal::CaptureStdout();
-  DeleteOldFileList(list_file.c_str());
-  std::string out = ::testing::internal::GetCapturedStdout();
-  PageGenState.verbose = 0;
-  EXPECT_FALSE(FileExists(dir.Path("p1.html")));
-  EXPECT_FALSE(FileExists(dir.Path("p2.html")));
-  EXPECT_TRUE(FileExists(dir.Path("keep.html")));
-  EXPECT_FALSE(FileExists(list_file));
-  EXPECT_EQ(out, "Removing old file " + dir.Path("p1.html") + "\nRemoving old file " +
-                     dir.Path("p2.html") + "\nRemoving old file " + dir.Path("gone.html") + "\n");
+  // No list begun (a dynamic request): nothing to name, nothing written.
+  EXPECT_TRUE(RecordNewPage(dir.Path("p.html")));
+  EXPECT_TRUE(FinishFileList(nullptr, ListEnd::kReplace));
+  EXPECT_TRUE(ListDir(dir.path()).empty());
+
+  // An empty run still leaves an empty list.
+  BeginFileList(dir.Path(kFileListName), dir.path(), true);
+  EXPECT_TRUE(FinishFileList(nullptr, ListEnd::kReplace));
+  EXPECT_EQ(ReadFile(dir.Path(kFileListName)), "");
+
+  // A list that is a FIFO takes no name and never blocks the run.
+  const std::string fifo = dir.Path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+  BeginFileList(fifo, dir.path(), true);
+  EXPECT_FALSE(RecordNewPage(dir.Path("p.html")));
+  FinishFileList(nullptr, ListEnd::kKeep);
 }
 
 }  // namespace

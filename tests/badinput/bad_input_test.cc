@@ -1,5 +1,6 @@
 // Bad input gives a clear result and no crash: every reader of a file given a
-// missing, unreadable, directory, empty or binary path; templates of binary
+// missing, unreadable, directory, empty, binary or FIFO path (a FIFO is
+// refused as missing, never waited on); templates of binary
 // bytes, of lines and tags far beyond every buffer; a product database without
 // a name line; whole runs over a spoiled store.
 #include <sys/stat.h>
@@ -35,9 +36,9 @@ namespace {
 using namespace testing;
 
 // The kinds of path a reader can be handed.
-enum PathKind { kMissing, kUnreadable, kDirectory, kEmpty, kBinary };
-constexpr PathKind kKinds[] = {kMissing, kUnreadable, kDirectory, kEmpty, kBinary};
-const char* const kKindNames[] = {"missing", "unreadable", "directory", "empty", "binary"};
+enum PathKind { kMissing, kUnreadable, kDirectory, kEmpty, kBinary, kFifo };
+constexpr PathKind kKinds[] = {kMissing, kUnreadable, kDirectory, kEmpty, kBinary, kFifo};
+const char* const kKindNames[] = {"missing", "unreadable", "directory", "empty", "binary", "fifo"};
 
 std::string BinaryBytes() {
   std::string bytes;
@@ -55,6 +56,7 @@ std::string MakePath(const ScopedTempDir& dir, PathKind kind) {
   if (kind == kUnreadable || kind == kEmpty) WriteFile(path, kind == kEmpty ? "" : "ShopName\tx\n");
   if (kind == kUnreadable) chmod(path.c_str(), 0);
   if (kind == kBinary) WriteFile(path, BinaryBytes());
+  if (kind == kFifo) mkfifo(path.c_str(), 0644);
   return path;
 }
 
@@ -63,7 +65,7 @@ std::string MakePath(const ScopedTempDir& dir, PathKind kind) {
 struct Reader {
   const char* name;
   std::function<int(const char*)> read;
-  int want[5];  // per PathKind; -99: any answer will do (binary input)
+  int want[6];  // per PathKind; -99: any answer will do (binary input)
 };
 
 TEST(BadPaths, EveryReaderGivesAClearAnswer) {
@@ -73,7 +75,7 @@ TEST(BadPaths, EveryReaderGivesAClearAnswer) {
          char buf[256] = "default";
          return GetConfigItem(p, "ShopName", buf, sizeof buf, 0);
        },
-       {-1, -1, 0, 0, -99}},
+       {-1, -1, 0, 0, -99, -1}},
       {"CIL_CreateListFromFile",
        [](const char* p) {
          ConfigItemList* list = CIL_CreateListFromFile(p);
@@ -81,14 +83,14 @@ TEST(BadPaths, EveryReaderGivesAClearAnswer) {
          CIL_FreeList(list);
          return answer;
        },
-       {-1, -1, 0, 0, -99}},
+       {-1, -1, 0, 0, -99, -1}},
       {"PG_InitTemplateSet",
        [](const char* p) {
          TemplateSet* set = PG_InitTemplateSet(p);
          PG_ShutdownTemplateSet(set);
          return set == nullptr ? 0 : 1;
        },
-       {0, 0, 0, 0, -99}},
+       {0, 0, 0, 0, -99, 0}},
       {"AD_InitAttributePool",
        [](const char* p) {
          AttributePool* pool = AD_InitAttributePool(p);
@@ -97,7 +99,7 @@ TEST(BadPaths, EveryReaderGivesAClearAnswer) {
          AD_ShutdownAttributePool(pool);
          return n > 0 ? 1 : 0;
        },
-       {0, 0, 0, 0, -99}},
+       {0, 0, 0, 0, -99, 0}},
       {"product database",
        [](const char* p) {
          void* db = storegen::PAPI_Initialization(kPapiKey, p, "", "", "");
@@ -117,7 +119,7 @@ TEST(BadPaths, EveryReaderGivesAClearAnswer) {
          storegen::PAPI_Cleanup(db, kPapiKey, p, "", "", "");
          return n > 0 ? 1 : 0;
        },
-       {-1, -1, 0, 0, -99}},
+       {-1, -1, 0, 0, -99, -1}},
       {"tb_CopyFile",
        [](const char* p) {
          std::string to = std::string(p) + ".copy";
@@ -125,7 +127,7 @@ TEST(BadPaths, EveryReaderGivesAClearAnswer) {
          std::remove(to.c_str());
          return rc;
        },
-       {-1, -1, -99, 0, 0}},
+       {-1, -1, -99, 0, 0, -1}},
   };
   ScopedTempDir dir;
   chmod(dir.path().c_str(), 0777);
@@ -232,17 +234,22 @@ TEST(BadStores, EveryRunEndsWithAClearCode) {
       {"products.cdb", false, "NAME\tBLURB\nTea\tLeaves\n", 0},  // no TILLBOXCATEGORY
       {"products.txt", false, "", 0},
       {"modern/product.html", false, BinaryBytes(), 0},
+      {"modern/product.html", false, "fifo", -7},  // every product page fails
+      {"products.adb", false, "fifo", 0},
   };
   for (const auto& c : cases) {
     ScopedTempDir dir;
     SampleStore store = InstallSampleStore(dir.path());
     const std::string path = dir.Path("store/") + c.file;
-    if (c.remove) {
-      std::remove(path.c_str());
-    } else {
+    if (c.remove || c.content == "fifo") std::remove(path.c_str());
+    if (c.content == "fifo") {
+      mkfifo(path.c_str(), 0644);
+    } else if (!c.remove) {
       WriteFile(path, c.content);
     }
-    RunResult run = RunProgram(store.StaticRun());
+    RunOptions options;
+    options.timeout_seconds = 20;
+    RunResult run = RunProgram(store.StaticRun(), options);
     EXPECT_EQ(run.signal, 0) << c.file;
     EXPECT_EQ(run.exit_code, ExitStatusOf(c.code)) << c.file << "\n" << run.out << run.err;
   }

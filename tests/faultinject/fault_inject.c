@@ -13,6 +13,12 @@
  * Environment:
  *   FAULTINJECT_DIR     absolute directory whose files are counted (required)
  *   FAULTINJECT_FAIL_AT n: the n-th counted operation fails (unset or 0: none)
+ *   FAULTINJECT_MODE    "once" (default): only that operation fails;
+ *                       "full": it and every later one fail, as on a disk
+ *                       that has filled up; "kill": the process kills itself
+ *                       with SIGKILL instead of making it (removals of files
+ *                       are counted too in this mode); "term": it sends
+ *                       itself SIGTERM instead, and goes on if that returns
  *   FAULTINJECT_ERRNO   "EIO" or "ENOSPC" (default) for the failure
  *   FAULTINJECT_REPORT  file that gets, at exit, "<count> <failed operation>"
  *                       ("-" when none failed)
@@ -23,6 +29,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -33,6 +40,7 @@
 static const char* g_dir;
 static size_t g_dir_len;
 static long g_fail_at;
+static enum { kOnce, kFull, kKill, kTerm } g_mode = kOnce;
 static int g_errno = ENOSPC;
 static long g_count;
 static const char* g_failed = "-";
@@ -44,6 +52,10 @@ __attribute__((constructor)) static void Init(void) {
   g_dir_len = g_dir != NULL ? strlen(g_dir) : 0;
   const char* at = getenv("FAULTINJECT_FAIL_AT");
   g_fail_at = at != NULL ? atol(at) : 0;
+  const char* mode = getenv("FAULTINJECT_MODE");
+  if (mode != NULL && strcmp(mode, "full") == 0) g_mode = kFull;
+  if (mode != NULL && strcmp(mode, "kill") == 0) g_mode = kKill;
+  if (mode != NULL && strcmp(mode, "term") == 0) g_mode = kTerm;
   const char* err = getenv("FAULTINJECT_ERRNO");
   if (err != NULL && strcmp(err, "EIO") == 0) g_errno = EIO;
 }
@@ -90,10 +102,16 @@ static int FdUnderDir(int fd, int writable_only) {
   return UnderDir(target);
 }
 
-/* Counts one operation; true when it is the one to fail. */
+/* Counts one operation; true when it is to fail. */
 static int Hit(const char* what) {
-  if (++g_count != g_fail_at) return 0;
-  g_failed = what;
+  ++g_count;
+  if (g_fail_at == 0 || g_count < g_fail_at || (g_count > g_fail_at && g_mode != kFull)) return 0;
+  if (g_count == g_fail_at) g_failed = what;
+  if (g_mode == kKill || g_mode == kTerm) {
+    Report();
+    raise(g_mode == kKill ? SIGKILL : SIGTERM);
+    return 0;
+  }
   return 1;
 }
 
@@ -137,6 +155,23 @@ int renameat(int from_dir, const char* from, int to_dir, const char* to) {
     return -1;
   }
   return REAL(renameat)(from_dir, from, to_dir, to);
+}
+
+/* Removals, counted in the kill mode only: a removal never fails for want
+ * of space. */
+int unlink(const char* path) {
+  if (g_mode == kKill && UnderDir(path)) Hit("unlink");
+  return REAL(unlink)(path);
+}
+
+int unlinkat(int dir, const char* path, int flags) {
+  if (g_mode == kKill && dir == AT_FDCWD && UnderDir(path)) Hit("unlink");
+  return REAL(unlinkat)(dir, path, flags);
+}
+
+int remove(const char* path) {
+  if (g_mode == kKill && UnderDir(path)) Hit("unlink");
+  return REAL(remove)(path);
 }
 
 /* --- Streams written through the counted calls. ------------------------- */

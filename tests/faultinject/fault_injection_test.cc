@@ -4,6 +4,9 @@
 // preloaded fault injector) with that operation failing. Afterwards a file
 // must hold its old content or its complete new content, and no temporary
 // file may be left behind; a web server must never find a half-written page.
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -27,12 +30,14 @@ struct FaultRun {
   long operations = -1;  // write points counted; -1 when the report is missing
   std::string failed;    // the operation made to fail, "-" for none
   std::string out;       // the program's standard output
+  int exit_code = -1;
 };
 
 // Runs |argv| with the injector counting the files below |dir| and failing
 // operation |fail_at| (0: none) with |error| ("ENOSPC" or "EIO").
 FaultRun RunWithFault(const std::vector<std::string>& argv, const std::string& dir, long fail_at,
-                      const std::string& error) {
+                      const std::string& error, const std::string& mode = "once",
+                      const std::map<std::string, std::string>& env = {}) {
   const std::string report = dir + ".report";
   std::remove(report.c_str());
   RunOptions options;
@@ -40,16 +45,19 @@ FaultRun RunWithFault(const std::vector<std::string>& argv, const std::string& d
                      {"FAULTINJECT_DIR", dir},
                      {"FAULTINJECT_FAIL_AT", std::to_string(fail_at)},
                      {"FAULTINJECT_ERRNO", error},
+                     {"FAULTINJECT_MODE", mode},
                      {"FAULTINJECT_REPORT", report}};
+  options.set_env.insert(env.begin(), env.end());
   // The injector comes first in the library order; a sanitizer build's
   // runtime must accept that.
   const char* asan = std::getenv("ASAN_OPTIONS");
   options.set_env["ASAN_OPTIONS"] =
       std::string(asan != nullptr ? asan : "") + ":verify_asan_link_order=0";
   RunResult run = RunProgram(argv, options);
-  EXPECT_EQ(run.signal, 0) << run.err;
+  EXPECT_TRUE(mode == "kill" || mode == "term" || run.signal == 0) << run.err;
   FaultRun outcome;
   outcome.out = run.out;
+  outcome.exit_code = run.exit_code;
   char failed[32] = "";
   if (FILE* fp = std::fopen(report.c_str(), "r")) {
     if (std::fscanf(fp, "%ld %31s", &outcome.operations, failed) != 2) outcome.operations = -1;
@@ -140,32 +148,26 @@ INSTANTIATE_TEST_SUITE_P(
                           }) +
                      "DefaultURL\thttp://www.example.com/old.html\nIndexWhat\tall\n",
                  {"wwwwais.TMP"}},
-        // The generated-file list gets the new names appended to its old content.
+        // The generated-file list of a full run gets the run's names.
         Scenario{"filelist", "Xzq3Jpo9", "/srv/www/shop/old.html\n", {}}),
     [](const ::testing::TestParamInfo<Scenario>& info) { return std::string(info.param.what); });
 
 using Snapshot = std::map<std::string, std::string>;
 
-// Every regular file below |root| but the program's directory (run lock and
-// status log), by relative path.
-Snapshot Take(const std::string& root) {
+// Every regular file below |root| but the program's directory (run lock,
+// status log, record of temporary files), by relative path; temporary files
+// go to |*temporaries| instead.
+Snapshot Take(const std::string& root, std::vector<std::string>* temporaries = nullptr) {
   Snapshot files;
   for (const auto& entry : fs::recursive_directory_iterator(root)) {
     std::string rel = fs::relative(entry.path(), root).string();
-    if (entry.is_regular_file() && !rel.starts_with("bin/"))
+    if (entry.path().filename().string().starts_with(".storegen-")) {
+      if (temporaries != nullptr) temporaries->push_back(rel);
+    } else if (entry.is_regular_file() && !rel.starts_with("bin/")) {
       files[rel] = ReadFile(entry.path().string());
+    }
   }
   return files;
-}
-
-// True when |part| is whole lines, each of them a line of |whole|.
-bool IsLinesSubset(const std::string& part, const std::string& whole) {
-  if (!part.empty() && part.back() != '\n') return false;
-  for (std::size_t at = 0, end; at < part.size(); at = end) {
-    end = part.find('\n', at) + 1;
-    if (("\n" + whole).find("\n" + part.substr(at, end - at)) == std::string::npos) return false;
-  }
-  return true;
 }
 
 void CopyTree(const std::string& from, const std::string& to) {
@@ -173,62 +175,132 @@ void CopyTree(const std::string& from, const std::string& to) {
   fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
 }
 
-// A full run removes the previous run's pages before it writes them anew, so
-// a page may also be missing after a failed run; the next run writes it again.
-TEST(StoregenFaults, AFailedWriteNeverLeavesAPartialFile) {
+std::set<std::string> Lines(const std::string& text) {
+  std::set<std::string> lines;
+  for (std::size_t at = 0, end; at < text.size(); at = end + 1) {
+    end = text.find('\n', at);
+    if (end == std::string::npos) end = text.size();
+    lines.insert(text.substr(at, end - at));
+  }
+  return lines;
+}
+
+// A whole run of a small store, stopped at every write point (and, killed,
+// at every removal): on a disk that fills up there ("full": that write and
+// every later one fail), by SIGKILL there ("kill") or, at every third, by
+// SIGTERM ("term"). Every other run that is killed or ended writes its
+// product pages in two processes, and the signal may strike either.
+// Between the two runs every page changes, one product goes and one comes.
+// After the stopped run every page of the previous run is there, old or new
+// and never partial, and the list names every page there; the next run
+// leaves exactly the store a run without faults leaves, and no temporary
+// file.
+class WholeRun : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(WholeRun, PreviousStoreStaysWholeAndListedAndTheNextRunCleansUp) {
+  const std::string mode = GetParam();
+  // Processes orphaned by a killed run come here, to be waited for.
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
   ScopedTempDir dir;
   const std::string work = dir.Path("work");
   const std::string pristine = dir.Path("pristine");
-  SampleStore store = InstallSampleStore(work);
-
-  // The old state: the store as a first run left it. Then the data changes,
-  // so that every page has an old and a new content.
+  // Few pages and pictures, so that the run has about a hundred write points.
+  SampleStore store = InstallSampleStore(work, {{"AllowIndex", "no"}});
+  const std::string images = work + "/store/modern/images/";
+  RemoveTree(images + "products");
+  for (const char* gone : {"cat-kitchen.svg", "cat-stationery.svg", "cat-garden.svg", "prev.svg"})
+    std::remove((images + gone).c_str());
+  const std::string categories = ReadFile(work + "/store/products.cdb");
+  WriteFile(work + "/store/products.cdb", categories.substr(0, categories.find("\nKitchen") + 1));
+  const std::string products = ReadFile(work + "/store/products.txt");
+  auto keep_products = [&](const std::set<std::string>& skus, const std::string& price) {
+    std::string text = products.substr(0, products.find('\n') + 1);
+    for (const std::string& line : Lines(products)) {
+      if (skus.count(line.substr(0, line.find('\t'))) == 0) continue;
+      std::size_t at = line.find(".00\t");
+      text += (at == std::string::npos ? line : line.substr(0, at) + price + line.substr(at + 3)) +
+              "\n";
+    }
+    WriteFile(work + "/store/products.txt", text);
+  };
+  keep_products({"LL-101", "LL-102", "TX-201"}, ".00");
   ASSERT_EQ(RunProgram(store.StaticRun()).exit_code, 0);
+  keep_products({"LL-101", "TX-201", "TX-202"}, ".95");
   SetConfigKeys(store.cfg, {{"ShopName", "Lantern & Loom, renewed"}});
-  std::string products = ReadFile(work + "/store/products.txt");
-  for (std::size_t at = 0; (at = products.find(".00\t", at)) != std::string::npos; at += 4)
-    products.replace(at, 4, ".95\t");
-  WriteFile(work + "/store/products.txt", products);
   CopyTree(work, pristine);
   const Snapshot old_files = Take(work);
+  const std::string list = "out/lantern/Xzq3Jpo9";
+  const std::set<std::string> old_list = Lines(old_files.at(list));
 
-  FaultRun clean = RunWithFault(store.StaticRun(), work, 0, "ENOSPC");
+  FaultRun clean = RunWithFault(store.StaticRun(), work, 0, "ENOSPC", mode);
   ASSERT_EQ(clean.failed, "-");
-  ASSERT_GT(clean.operations, 0);
   const Snapshot new_files = Take(work);
+  const std::set<std::string> new_list = Lines(new_files.at(list));
+  ASSERT_TRUE(old_files.count("out/lantern/p-LL-102.html") &&
+              !new_files.count("out/lantern/p-LL-102.html"));
+  ASSERT_TRUE(new_files.count("out/lantern/p-TX-202.html") &&
+              !old_files.count("out/lantern/p-TX-202.html"));
 
-  // Each write point fails once, with ENOSPC and EIO in turn: a whole run has
-  // hundreds of them, and the rewrite tests above try both errors at each.
-  for (long n = 1; n <= clean.operations; ++n) {
-    const char* error = n % 2 ? "ENOSPC" : "EIO";
+  const bool signalled = mode != "full";
+  for (long n = 1; n <= clean.operations; n += mode == "term" ? 3 : 1) {
     CopyTree(pristine, work);
-    FaultRun run = RunWithFault(store.StaticRun(), work, n, error);
-    ASSERT_NE(run.failed, "-") << "write point " << n << " not reached";
-    const std::string what = run.failed + " #" + std::to_string(n) + " (" + error + ")";
-    Snapshot now = Take(work);
-    for (const auto& [path, content] : now) {
-      // The list of generated files names the pages this run wrote: a failing
-      // page that cuts a series of list pages short leaves the rest of the
-      // series out (as a run whose search index could not be set up leaves out
-      // its search page), never a line half-written.
-      if (path.ends_with("/Xzq3Jpo9") && new_files.count(path)) {
-        EXPECT_TRUE(IsLinesSubset(content, new_files.at(path))) << path << " after " << what;
-        continue;
-      }
-      auto old_it = old_files.find(path);
-      auto new_it = new_files.find(path);
-      bool is_old = old_it != old_files.end() && old_it->second == content;
-      bool is_new = new_it != new_files.end() && new_it->second == content;
-      EXPECT_TRUE(is_old || is_new) << path << " is partial or foreign after " << what;
+    const bool two = signalled && n % 2 == 0;
+    FaultRun run = RunWithFault(store.StaticRun(), work, n, "ENOSPC", mode,
+                                {{"STOREGEN_PAGE_PROCESSES", two ? "2" : "1"}});
+    while (waitpid(-1, nullptr, 0) > 0) {
     }
-    // Only pages and text-block caches may be missing afterwards.
+    const std::string what = mode + " at #" + std::to_string(n) + " (" + run.failed + ")";
+    ASSERT_TRUE(two || run.failed != "-") << what << " not reached";
+    std::vector<std::string> temporaries;
+    const Snapshot now = Take(work, &temporaries);
+    // Only SIGKILL leaves temporary files and the lock file behind.
+    EXPECT_TRUE(mode == "kill" || temporaries.empty()) << what << " left " << temporaries[0];
+    EXPECT_TRUE(mode == "kill" || !FileExists(store.root + "/bin/pgstatus.pid")) << what;
+    const std::set<std::string> listed = Lines(now.count(list) ? now.at(list) : "");
+    // The pages the run no longer writes go once it has written all others.
+    bool all_new = true;
+    for (const auto& [path, content] : new_files)
+      all_new = all_new && (path == list || (now.count(path) && now.at(path) == content));
     for (const auto& [path, content] : old_files) {
-      if (now.count(path) || new_files.count(path) == 0) continue;
-      EXPECT_TRUE(path.starts_with("out/") || path.ends_with(".tmp"))
+      EXPECT_TRUE(now.count(path) || (all_new && !new_files.count(path)))
           << path << " lost after " << what;
     }
+    for (const auto& [path, content] : now) {
+      const std::string abs = work + "/" + path;
+      EXPECT_TRUE(listed.count(abs) || !(old_list.count(abs) || new_list.count(abs)))
+          << path << " not listed after " << what;
+      if (path == list) continue;
+      const bool is_old = old_files.count(path) && old_files.at(path) == content;
+      const bool is_new = new_files.count(path) && new_files.at(path) == content;
+      EXPECT_TRUE(is_old || is_new) << path << " is partial or foreign after " << what;
+    }
+
+    // A run that says it succeeded did: the fault went unnoticed only if it
+    // did not matter.
+    if (run.exit_code == 0) {
+      for (const auto& [path, content] : new_files)
+        EXPECT_TRUE(now.count(path) && now.at(path) == content) << path << " after " << what;
+    }
+
+    RunResult next = RunProgram(store.StaticRun());
+    EXPECT_EQ(next.exit_code, 0) << "the run after " << what;
+    temporaries.clear();
+    const Snapshot after = Take(work, &temporaries);
+    EXPECT_TRUE(temporaries.empty()) << temporaries[0] << " stays after the run after " << what;
+    EXPECT_FALSE(FileExists(store.root + "/bin/pgstatus.tmpdirs")) << what;
+    for (const auto& [path, content] : new_files) {
+      EXPECT_TRUE(after.count(path) && after.at(path) == content)
+          << path << " differs after the run after " << what;
+    }
+    EXPECT_EQ(after.size(), new_files.size()) << "after the run after " << what;
+    if (::testing::Test::HasFailure()) break;
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Stops, WholeRun, ::testing::Values("full", "kill", "term"),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                           return info.param;
+                         });
 
 }  // namespace
 }  // namespace storegen::testing

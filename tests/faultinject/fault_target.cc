@@ -3,7 +3,7 @@
 //   config    SetConfigItems on store.cfg (one key replaced, one dropped, one added)
 //   attrdb    the attribute database store.adb read, edited and written at close
 //   wais      the WAIS template wwwwais.cfg given a new DefaultURL
-//   filelist  600 page names added to the generated-file list Xzq3Jpo9
+//   filelist  the generated-file list Xzq3Jpo9 replaced by 600 page names
 // and prints the routine's result.
 #include <unistd.h>
 
@@ -49,7 +49,8 @@ int main(int argc, char** argv) {
     FileList* list = nullptr;
     for (int i = 0; i < 600; ++i)
       FileListAdd(&list, ("/srv/www/shop/p-SKU" + std::to_string(i) + ".html").c_str(), 0);
-    WriteFileList(list, "Xzq3Jpo9");
+    BeginFileList("Xzq3Jpo9", ".", true);
+    result = FinishFileList(list, ListEnd::kReplace) ? 0 : -8;
     FreeFileList(list);
   } else {
     return 2;
