@@ -110,16 +110,19 @@ bool TakeRunLock() {
 }
 
 void ReleaseRunLock() {
-  if (g_lock_owner == getpid()) {
+  const bool owner = g_lock_owner == getpid();
+  if (owner) {
     RemoveLiveTemporaries();
     EndTemporaryRecord();
-    g_lock_owner = 0;
   }
   if (PageGenState.fdPID != -1) {
     closelock(PageGenState.fdPID);
     PageGenState.fdPID = -1;
   }
   std::remove(ProgramFile(kRunLockFile).c_str());
+  // Until here a stop signal removes the lock file too; from here on it may
+  // be another run's.
+  if (owner) g_lock_owner = 0;
   // The companion goes last: until the lock file is gone, it keeps a new run
   // from locking a lock file that is about to be removed under it.
   if (g_companion_fd != -1) {
