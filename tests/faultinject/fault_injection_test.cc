@@ -242,7 +242,8 @@ TEST_P(WholeRun, PreviousStoreStaysWholeAndListedAndTheNextRunCleansUp) {
               !old_files.count("out/lantern/p-TX-202.html"));
 
   const bool signalled = mode != "full";
-  for (long n = 1; n <= clean.operations; n += mode == "term" ? 3 : 1) {
+  int moments = 0;
+  for (long n = 1; n <= clean.operations; n += mode == "term" ? 3 : 1, ++moments) {
     CopyTree(pristine, work);
     const bool two = signalled && n % 2 == 0;
     FaultRun run = RunWithFault(store.StaticRun(), work, n, "ENOSPC", mode,
@@ -295,6 +296,8 @@ TEST_P(WholeRun, PreviousStoreStaysWholeAndListedAndTheNextRunCleansUp) {
     EXPECT_EQ(after.size(), new_files.size()) << "after the run after " << what;
     if (::testing::Test::HasFailure()) break;
   }
+  std::printf("%s: %d runs stopped, of %ld write points\n", mode.c_str(), moments,
+              clean.operations);
 }
 
 INSTANTIATE_TEST_SUITE_P(Stops, WholeRun, ::testing::Values("full", "kill", "term"),
