@@ -2,14 +2,17 @@
  * The floor of a static run: writing the files of a generated store, with
  * their bytes, one open/write/close each, and nothing else.
  *
- *     floor SRC DST
+ *     floor SRC DST [rename]
  *
  * Loads every regular file below SRC into memory first (not timed), then
  * writes each of them below DST (directories made as needed) and prints
  *
  *     files=N bytes=B seconds=S
  *
- * where S covers the writing alone. DST should not exist or be empty.
+ * where S covers the writing alone. DST should not exist or be empty. With
+ * "rename", each file is written under a temporary name in its directory
+ * and renamed into place, as storegen replaces a page in one step: the
+ * difference between the two is what that step costs.
  */
 #define _XOPEN_SOURCE 700
 #include <errno.h>
@@ -83,10 +86,11 @@ static double now(void) {
 }
 
 int main(int argc, char **argv) {
-  if (argc != 3) {
-    fprintf(stderr, "usage: floor SRC DST\n");
+  if (argc != 3 && !(argc == 4 && strcmp(argv[3], "rename") == 0)) {
+    fprintf(stderr, "usage: floor SRC DST [rename]\n");
     return 2;
   }
+  const int renaming = argc == 4;
   src_len = strlen(argv[1]);
   while (src_len > 1 && argv[1][src_len - 1] == '/') argv[1][--src_len] = '\0';
   /* Directories come before what they hold (no FTW_DEPTH). */
@@ -97,6 +101,7 @@ int main(int argc, char **argv) {
   const char *dst = argv[2];
   size_t dst_len = strlen(dst);
   char *path = xmalloc(dst_len + 4096 + 2);
+  char *tmp = xmalloc(dst_len + 4096 + 32);
   memcpy(path, dst, dst_len);
   path[dst_len] = '/';
 
@@ -117,8 +122,16 @@ int main(int argc, char **argv) {
       }
       continue;
     }
-    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (fd < 0 || write(fd, f->data, f->size) != (ssize_t)f->size || close(fd) != 0) {
+    const char *target = path;
+    if (renaming) {
+      const char *slash = strrchr(path, '/');
+      int dir_len = (int)(slash - path);
+      snprintf(tmp, dst_len + 4096 + 32, "%.*s/.floor-%zu", dir_len, path, i);
+      target = tmp;
+    }
+    int fd = open(target, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0 || write(fd, f->data, f->size) != (ssize_t)f->size || close(fd) != 0 ||
+        (renaming && rename(tmp, path) != 0)) {
       perror(path);
       return 1;
     }

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -61,6 +62,15 @@ struct Record {
   std::string last;  // the directory noted last, looked at before the set
 };
 Record g_record;
+
+// This process's id, asked of the system once per process.
+pid_t g_pid = 0;
+
+pid_t OwnPid() {
+  static const bool forget_in_children = pthread_atfork(nullptr, nullptr, [] { g_pid = 0; }) == 0;
+  if (g_pid == 0 || !forget_in_children) g_pid = getpid();
+  return g_pid;
+}
 
 mode_t Umask() {
   static const mode_t mask = [] {
@@ -150,7 +160,7 @@ int CreateTemporary(const std::string& path, mode_t mode, std::string* name) {
   }
   if (!Note(dir)) return -1;
   const std::string stem =
-      dir + (dir.back() == '/' ? "" : "/") + kTemporaryPrefix + std::to_string(getpid()) + "-";
+      dir + (dir.back() == '/' ? "" : "/") + kTemporaryPrefix + std::to_string(OwnPid()) + "-";
   for (int attempt = 0; attempt < 100; ++attempt) {
     std::string candidate = stem + std::to_string(++counter);
     // Known before it exists: a signal that ends the process right after

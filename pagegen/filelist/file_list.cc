@@ -195,7 +195,8 @@ bool FinishFileList(const FileList* written, ListEnd how) {
   std::string content;
   std::unordered_set<std::string_view> listed;
   if (how == ListEnd::kReplace) {
-    RemoveOthers(text, written, run.base_dir);
+    // The names added since the beginning are the run's own new pages.
+    RemoveOthers(std::string_view(text).substr(0, run.start_size), written, run.base_dir);
   } else {
     const std::string_view old_part = std::string_view(text).substr(0, run.start_size);
     content = old_part;
