@@ -3,24 +3,16 @@ program, and are found by man(1) after cmake --install."""
 
 import os
 import re
-import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "web"))
+import webstore as ws  # noqa: E402
 
 SOURCE = os.environ["STOREGEN_SOURCE_DIR"]
 BUILD = os.environ["STOREGEN_BUILD_DIR"]
 PAGES = {"storegen": "1", "storegen-admin": "8", "storegen-cgi": "8", "storegen-import": "1"}
-
-
-def require(tool):
-    if shutil.which(tool) is None:
-        if os.environ.get("CI") == "true":
-            print(f"FAILED: {tool} not installed; CI installs it (tools/install-deps.sh)")
-            sys.exit(1)
-        print(f"SKIPPED: {tool} not installed (tools/install-deps.sh --tests installs it)")
-        sys.exit(77)
 
 
 def run(*args, **kw):
@@ -45,8 +37,7 @@ class ManPagesTest(unittest.TestCase):
         self.assertEqual(missing, [])
 
     def test_man_finds_the_installed_pages(self):
-        prefix = tempfile.mkdtemp(prefix="install-")
-        self.addCleanup(shutil.rmtree, prefix, ignore_errors=True)
+        prefix = ws.temp_dir(self.addCleanup, "install-")
         install = run(os.environ.get("CMAKE_COMMAND", "cmake"), "--install", BUILD,
                       "--prefix", prefix)
         self.assertEqual(install.returncode, 0, install.stderr)
@@ -59,6 +50,5 @@ class ManPagesTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    require("groff")
-    require("man")
+    ws.require_tools("groff", "man", hint="tools/install-deps.sh --tests installs them")
     sys.exit(unittest.main())

@@ -22,12 +22,13 @@ file the run wrote.
 
 import os
 import re
-import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 import urllib.parse
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "web"))
+import webstore as ws  # noqa: E402
 
 DOC = os.path.join(os.environ["STOREGEN_SOURCE_DIR"], "docs", "getting-started.md")
 PROGRAM = os.path.join(os.environ["STOREGEN_BUILD_DIR"], "bin", "storegen")
@@ -54,16 +55,12 @@ def steps(text):
 
 class TutorialTest(unittest.TestCase):
     def setUp(self):
-        self.home = tempfile.mkdtemp(prefix="tutorial-")
-        self.addCleanup(shutil.rmtree, self.home, ignore_errors=True)
+        self.home = ws.temp_dir(self.addCleanup, "tutorial-")
         bin_dir = os.path.join(self.home, "storegen", "build", "bin")
         os.makedirs(bin_dir)
         os.symlink(PROGRAM, os.path.join(bin_dir, "storegen"))
         self.cwd = self.home
-        self.env = {"HOME": self.home, "PATH": "/usr/local/bin:/usr/bin:/bin", "LC_ALL": "C.UTF-8"}
-        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"):
-            if name in os.environ:
-                self.env[name] = os.environ[name]
+        self.env = {**ws.CHILD_ENV, "HOME": self.home, "LC_ALL": "C.UTF-8"}
 
     def run_block(self, script, strict):
         """Runs |script|; with |strict|, its first failing command ends it."""
@@ -72,13 +69,11 @@ class TutorialTest(unittest.TestCase):
         run = subprocess.run([*shell, "-c", f"{script}\nrc=$?\npwd > {state}\nexit $rc"], cwd=self.cwd,
                              env=self.env, capture_output=True, text=True, timeout=120)
         if os.path.exists(state):
-            with open(state, encoding="utf-8") as f:
-                self.cwd = f.read().strip()
+            self.cwd = ws.read(state).strip()
         return run
 
     def test_tutorial(self):
-        with open(DOC, encoding="utf-8") as f:
-            blocks = steps(f.read())
+        blocks = steps(ws.read(DOC))
         self.assertGreater(len(blocks), 10)
         output = None
         for i, (kind, arg, text) in enumerate(blocks):
@@ -92,16 +87,12 @@ class TutorialTest(unittest.TestCase):
                     if not shown:
                         self.assertEqual(run.returncode, 0, f"block failed:\n{output}")
                 elif kind == "file":
-                    path = os.path.join(self.cwd, arg)
-                    os.makedirs(os.path.dirname(path), exist_ok=True)
-                    with open(path, "w", encoding="utf-8") as f:
-                        f.write(text)
+                    ws.write(os.path.join(self.cwd, arg), text)
                 elif kind == "output":
                     shown = text.replace("/home/you", self.home)
                     self.assertEqual(sorted(output.split()), sorted(shown.split()))
                 else:
-                    with open(os.path.join(self.cwd, arg), encoding="utf-8") as f:
-                        self.assertIn(text, f.read())
+                    self.assertIn(text, ws.read(os.path.join(self.cwd, arg)))
         self.check_store(os.path.join(self.cwd, "www"))
 
     def check_store(self, root):
@@ -113,8 +104,7 @@ class TutorialTest(unittest.TestCase):
                                        [f"p-{s}.html" for s in skus]))
         self.assertTrue(os.path.isfile(os.path.join(store, "css", "style.css")))
         for name in pages:
-            with open(os.path.join(store, name), encoding="utf-8") as f:
-                page = f.read()
+            page = ws.read(os.path.join(store, name))
             self.assertNotRegex(page, r"%%|PAGEGEN_|PG_\w+#", name)
             for target in re.findall(r'(?:href|HREF|src)="([^"]*)"', page):
                 target = target.split("#", 1)[-1] if target.startswith("ADDTOCART#") else target

@@ -1,6 +1,6 @@
-"""Shared machinery of the web suite: tools, store layouts, a lighttpd server
-on the loopback interface, a bounded HTTP client, and the link rules of the
-sample store's pages.
+"""Shared machinery of the web suite and the docs tests: tools, store layouts,
+a lighttpd server on the loopback interface, a bounded HTTP client, pages
+parsed, and the link rules of the sample store's pages.
 
 Every test lays its stores out in a directory of its own (a fresh temporary
 directory, removed afterwards) with its own link of the program under test,
@@ -17,25 +17,25 @@ import subprocess
 import sys
 import tempfile
 import time
+import types
 import urllib.error
 import urllib.parse
 import urllib.request
 
-# Set by CMake (tests/web/CMakeLists.txt).
+# Set by CMake (tests/web/CMakeLists.txt, tests/docs/CMakeLists.txt).
 BUILD_DIR = os.environ.get("STOREGEN_BUILD_DIR", "")
-SAMPLE_DIR = os.environ.get("STOREGEN_SAMPLE_DIR", "")
+SAMPLE_DIR = os.environ.get("STOREGEN_SAMPLE_DIR") or os.path.join(
+    os.environ.get("STOREGEN_SOURCE_DIR", ""), "sample")
 ARTIFACT_DIR = os.environ.get("STOREGEN_WEB_ARTIFACTS", "")
-HERE = os.path.dirname(os.path.abspath(__file__))
 
-SKIP_EXIT = 77  # CTest's SKIP_RETURN_CODE for this suite
-
-# Bounds of everything that talks to a server.
 REQUEST_TIMEOUT = 20  # seconds per request
 MAX_REQUESTS = 400  # per server
-SERVER_START_TIMEOUT = 10
 
 STORE = "lantern"  # the sample store's configuration name and directory
 STORE_DIR = "/lantern/"
+# The environment a program under test keeps: a plain PATH and the sanitizers' options.
+CHILD_ENV = {"PATH": "/usr/local/bin:/usr/bin:/bin", **{
+    k: v for k, v in os.environ.items() if k in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS")}}
 
 # Keywords the cart reads in front of a link target; the generator keeps them.
 ACTION_KEYWORDS = (
@@ -45,57 +45,56 @@ ACTION_KEYWORDS = (
 )
 
 
-# --- Tools ------------------------------------------------------------------
-
-def in_ci():
-    return os.environ.get("CI") == "true"
-
-
-def require_tools(*names):
-    """Ends the process with the skip code when a tool is missing, saying which
-    and why; under CI a missing tool is a failure instead."""
+def require_tools(*names, hint=None):
+    """Ends the process with CTest's skip code 77 when a tool is missing,
+    saying which and why; under CI a missing tool is a failure instead."""
     missing = [n for n in names if shutil.which(n) is None]
     if not missing:
         return
     what = ", ".join(missing)
-    if in_ci():
+    if os.environ.get("CI") == "true":
         print(f"FAILED: {what} not installed; CI installs it (.ci/run), so this is an error")
         sys.exit(1)
-    print(f"SKIPPED: {what} not installed (apt-get install {' '.join(missing)}); "
-          "this part of the web suite needs it to serve or look at the pages")
-    sys.exit(SKIP_EXIT)
+    print(f"SKIPPED: {what} not installed ({hint or 'apt-get install ' + ' '.join(missing)}); "
+          "this test needs it")
+    sys.exit(77)
 
 
-def storegen_binary():
-    return os.path.join(BUILD_DIR, "bin", "storegen")
+def binary(name="storegen"):
+    return os.path.join(BUILD_DIR, "bin", name)
 
 
-def admin_binary():
-    return os.path.join(BUILD_DIR, "bin", "storegen-admin")
+def temp_dir(add_cleanup, prefix):
+    """A fresh directory, removed by the cleanup |add_cleanup| registers."""
+    path = tempfile.mkdtemp(prefix=prefix)
+    add_cleanup(shutil.rmtree, path, ignore_errors=True)
+    return path
 
 
-def front_binary():
-    return os.path.join(BUILD_DIR, "bin", "storegen-cgi")
+def read(path, mode="r"):
+    with open(path, mode, **({} if "b" in mode else {"encoding": "utf-8"})) as f:
+        return f.read()
+
+
+def write(path, text):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(text)
+
+
+def write_keys(path, **keys):
+    """A configuration file: one "key TAB value" line a key."""
+    write(path, "".join(f"{k}\t{v}\n" for k, v in keys.items()))
 
 
 # --- Stores -------------------------------------------------------------------
-
-class TempDir:
-    """A fresh directory, removed with its content when the test ends."""
-
-    def __init__(self, prefix):
-        self.path = tempfile.mkdtemp(prefix=prefix)
-
-    def cleanup(self):
-        shutil.rmtree(self.path, ignore_errors=True)
-
 
 def generate_static_store(base):
     """Generates the sample store with sample/generate.sh, as the README says,
     into |base|/sample-store (the HTML root) from |base|/sample-work. Returns
     (work, html_root)."""
     os.makedirs(os.path.join(base, "bin"), exist_ok=True)
-    os.symlink(storegen_binary(), os.path.join(base, "bin", "storegen"))
+    os.symlink(binary(), os.path.join(base, "bin", "storegen"))
     run = subprocess.run([os.path.join(SAMPLE_DIR, "generate.sh"), base],
                          capture_output=True, text=True, timeout=120)
     if run.returncode != 0 or not os.path.isfile(
@@ -105,69 +104,61 @@ def generate_static_store(base):
     return os.path.join(base, "sample-work"), os.path.join(base, "sample-store")
 
 
-def lay_out_store(work, config_source):
+def lay_out_store(work, config="lantern.cfg", **keys):
     """Lays the sample store out in |work| the way generate.sh does (program in
     cgi-bin/ beside the search gateway template, indexer in ../swish/), with
-    |config_source| installed as the store's configuration lantern.cfg."""
-    os.makedirs(work)
+    the sample's |config| as the store's configuration lantern.cfg, its
+    |keys| set."""
     for name in ("modern", "modern.cfg", "products.txt", "products.cdb", "products.adb"):
         src = os.path.join(SAMPLE_DIR, name)
-        if os.path.isdir(src):
-            shutil.copytree(src, os.path.join(work, name))
-        else:
-            shutil.copy(src, work)
-    with open(config_source, encoding="utf-8") as f:
-        lines = f.read().splitlines()
-    lines = [f"ProductDatabase\t{work}/products.txt" if l.startswith("ProductDatabase\t") else l
-             for l in lines]
-    with open(os.path.join(work, STORE + ".cfg"), "w", encoding="utf-8") as f:
-        f.write("\n".join(lines) + "\n")
-    os.makedirs(os.path.join(work, "cgi-bin"))
-    os.makedirs(os.path.join(work, "swish"))
-    os.symlink(storegen_binary(), os.path.join(work, "cgi-bin", "storegen"))
-    shutil.copy(os.path.join(SAMPLE_DIR, "cgi-bin", "wwwwais.cfg"), os.path.join(work, "cgi-bin"))
-    shutil.copy(os.path.join(SAMPLE_DIR, "swish", "swish.cfg"), os.path.join(work, "swish"))
-    indexer = shutil.which("swish-e")
-    if indexer:
-        os.symlink(indexer, os.path.join(work, "swish", "swish"))
+        (shutil.copytree if os.path.isdir(src) else shutil.copy)(src, os.path.join(work, name))
+    keys = {"ProductDatabase": f"{work}/products.txt", **keys}
+    lines = [l for l in read(os.path.join(SAMPLE_DIR, config)).splitlines()
+             if l.split("\t")[0] not in keys]
+    write(os.path.join(work, STORE + ".cfg"),
+          "\n".join(lines + [f"{k}\t{v}" for k, v in keys.items()]) + "\n")
+    for name in ("cgi-bin/wwwwais.cfg", "swish/swish.cfg"):
+        write(os.path.join(work, name), read(os.path.join(SAMPLE_DIR, name)))
+    os.symlink(binary(), os.path.join(work, "cgi-bin", "storegen"))
+    if shutil.which("swish-e"):
+        os.symlink(shutil.which("swish-e"), os.path.join(work, "swish", "swish"))
 
 
 def run_storegen(work, *args):
     """Runs the store's program from |work|/cgi-bin; returns the finished process."""
-    program = os.path.join(work, "cgi-bin", "storegen")
-    return subprocess.run([program, *args], capture_output=True, timeout=120)
+    return subprocess.run([os.path.join(work, "cgi-bin", "storegen"), *args],
+                          capture_output=True, timeout=120)
+
+
+def front_config(path, work):
+    """The configuration of storegen-cgi serving the store laid out in |work|."""
+    write_keys(path, StoregenProgram=f"{work}/cgi-bin/storegen", StoreConfigDir=work,
+               Stores=STORE + ".cfg")
+
+
+def admin_config(path, work, root):
+    """The configuration of storegen-admin managing the store laid out in
+    |work|, its pages going below |root|."""
+    write_keys(path, StoregenProgram=f"{work}/cgi-bin/storegen", StoreConfigDir=work,
+               TemplateDir=work, HtmlRoot=root)
 
 
 def config_value(cfg_path, key):
     """The first value of |key| in a key TAB value file, or ""."""
-    with open(cfg_path, encoding="utf-8") as f:
-        for line in f:
-            name, _, value = line.rstrip("\r\n").partition("\t")
-            if name.lower() == key.lower() and value:
-                return value
+    for line in read(cfg_path).splitlines():
+        name, _, value = line.partition("\t")
+        if name.lower() == key.lower() and value:
+            return value
     return ""
 
 
 def read_table(path):
     """Rows of a TAB-separated file with a name line first, as dicts."""
-    with open(path, encoding="utf-8") as f:
-        rows = [line.rstrip("\r\n").split("\t") for line in f if line.strip()]
+    rows = [line.split("\t") for line in read(path).splitlines() if line.strip()]
     return [dict(zip(rows[0], r)) for r in rows[1:]]
 
 
-def read_categories(path):
-    """Category names of a category database, in its order."""
-    with open(path, encoding="utf-8") as f:
-        return [line.split("\t")[0] for line in f if line.strip()][1:]
-
-
 # --- Web server -------------------------------------------------------------
-
-def free_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
-
 
 class Server:
     """lighttpd on 127.0.0.1 at a free port, serving |root|, with CGI for every
@@ -175,32 +166,33 @@ class Server:
     environment besides the CGI variables. Always stop() it."""
 
     def __init__(self, work, root, cgi_dir, cgi_env=None):
-        self.work = work
         self.conf = os.path.join(work, "lighttpd.conf")
         self.error_log = os.path.join(work, "lighttpd-error.log")
         self.access_log = os.path.join(work, "lighttpd-access.log")
-        self.proc = None
         self.requests = 0
-        env = {"PATH": "/usr/local/bin:/usr/bin:/bin"}
-        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"):
-            if name in os.environ:
-                env[name] = os.environ[name]
-        env.update(cgi_env or {})
-        for attempt in range(3):
-            self.port = free_port()
-            self._write_conf(root, cgi_dir, env)
+        for _ in range(3):
+            with socket.socket() as s:
+                s.bind(("127.0.0.1", 0))
+                self.port = s.getsockname()[1]
+            write(self.conf, self.conf_text(root, cgi_dir, {**CHILD_ENV, **(cgi_env or {})}))
             self.proc = subprocess.Popen(["lighttpd", "-D", "-f", self.conf],
-                                         stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-            if self._wait_ready():
-                return
+                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            deadline = time.monotonic() + 10
+            while self.proc.poll() is None and time.monotonic() < deadline:
+                try:
+                    socket.create_connection(("127.0.0.1", self.port), timeout=1).close()
+                    return
+                except OSError:
+                    time.sleep(0.05)
             self.stop()
-        raise AssertionError("lighttpd did not start:\n" + self.log())
+        log = read(self.error_log)[-4000:] if os.path.exists(self.error_log) else ""
+        raise AssertionError("lighttpd did not start:\n" + log)
 
-    def _write_conf(self, root, cgi_dir, env):
+    def conf_text(self, root, cgi_dir, env):
         def q(text):
             return '"' + text.replace("\\", "\\\\").replace('"', '\\"') + '"'
         env_items = ", ".join(f"{q(k)} => {q(v)}" for k, v in env.items())
-        conf = f"""\
+        return f"""\
 server.modules = ( "mod_alias", "mod_setenv", "mod_cgi", "mod_accesslog" )
 server.document-root = {q(root)}
 server.bind = "127.0.0.1"
@@ -217,41 +209,16 @@ $HTTP["url"] =~ "^/cgi-bin/" {{
 }}
 setenv.add-environment = ( {env_items} )
 """
-        with open(self.conf, "w", encoding="utf-8") as f:
-            f.write(conf)
-
-    def _wait_ready(self):
-        deadline = time.monotonic() + SERVER_START_TIMEOUT
-        while time.monotonic() < deadline:
-            if self.proc.poll() is not None:
-                return False
-            try:
-                with socket.create_connection(("127.0.0.1", self.port), timeout=1):
-                    return True
-            except OSError:
-                time.sleep(0.05)
-        return False
 
     def stop(self):
-        if self.proc is None:
-            return
-        if self.proc.poll() is None:
+        if self.proc is not None and self.proc.poll() is None:
             self.proc.terminate()
             try:
                 self.proc.wait(timeout=10)
             except subprocess.TimeoutExpired:
                 self.proc.kill()
                 self.proc.wait()
-        if self.proc.stderr:
-            self.proc.stderr.close()
         self.proc = None
-
-    def log(self):
-        text = ""
-        if os.path.exists(self.error_log):
-            with open(self.error_log, encoding="utf-8", errors="replace") as f:
-                text = f.read()
-        return text[-4000:]
 
     def url(self, path):
         return f"http://127.0.0.1:{self.port}{path}"
@@ -271,6 +238,24 @@ setenv.add-environment = ( {env_items} )
             return e.code, e.headers, e.read()
 
 
+def generate(server, path, headers=None):
+    """Starts a run of the store through storegen-admin at |path| and polls
+    its status page until the run has ended; returns the report page."""
+    status, _, body = server.fetch(path, b"action=generate&store=" + STORE.encode(), headers)
+    if (status, Page(body).title) != (200, "Generation started"):
+        raise AssertionError(f"no run started ({status}): {body!r}")
+    deadline = time.monotonic() + 90
+    while True:
+        status, _, body = server.fetch(f"{path}?action=status&store={STORE}", headers=headers)
+        # Until the run has taken its lock the report of the one before is
+        # gone and this one's is not there yet.
+        if status != 200 or Page(body).title not in ("Generation running", "No generation report"):
+            return body.decode("utf-8", "replace")
+        if time.monotonic() > deadline:
+            raise AssertionError("the run did not end")
+        time.sleep(0.2)
+
+
 # --- Pages and links ----------------------------------------------------------
 
 LINK_ATTRIBUTES = {
@@ -278,61 +263,56 @@ LINK_ATTRIBUTES = {
     "script": "src", "frame": "src", "iframe": "src", "source": "src",
     "form": "action", "body": "background",
 }
+VOID_TAGS = ("input", "img", "br", "hr", "meta", "link", "base", "area", "source")
 
 
-class PageParser(html.parser.HTMLParser):
-    """Collects a page's link values and its visible text."""
+class Page(html.parser.HTMLParser):
+    """A page (bytes or text) parsed: its link values, visible text and title,
+    and what a shopper sees of it: first-level headings, prices, product cards
+    and form controls."""
 
-    def __init__(self):
+    def __init__(self, body):
         super().__init__(convert_charrefs=True)
         self.links = []  # (tag, value)
-        self.text = []
-        self.title = ""
-        self._in_title = False
+        self.text, self.h1, self.prices, self.controls = [], [], [], []
+        self.title, self.cards, self._open = "", 0, []
+        self.feed(body if isinstance(body, str) else body.decode("utf-8", errors="replace"))
+        self.close()
 
     def handle_starttag(self, tag, attrs):
-        wanted = LINK_ATTRIBUTES.get(tag)
-        for name, value in attrs:
-            if name == wanted and value is not None:
-                self.links.append((tag, value))
-        if tag == "title":
-            self._in_title = True
+        a = dict(attrs)
+        if a.get(LINK_ATTRIBUTES.get(tag)) is not None:
+            self.links.append((tag, a[LINK_ATTRIBUTES[tag]]))
+        classes = (a.get("class") or "").split()
+        self.cards += tag == "a" and "card" in classes
+        if tag in ("select", "textarea", "input", "option"):
+            self.controls.append((tag, a.get("type", ""), a.get("name", ""), a.get("value", "")))
+        if tag not in VOID_TAGS:
+            self._open.append((tag, "price" in classes))
 
     def handle_endtag(self, tag):
-        if tag == "title":
-            self._in_title = False
+        while self._open and self._open.pop()[0] != tag:
+            pass
 
     def handle_data(self, data):
         self.text.append(data)
-        if self._in_title:
+        tags = [t for t, _ in self._open]
+        if tags[-1:] == ["title"]:
             self.title += data
-
-
-def parse_page(body):
-    parser = PageParser()
-    parser.feed(body.decode("utf-8", errors="replace"))
-    parser.close()
-    return parser
-
-
-class Link:
-    """One link of a page, classified.
-
-    kind: "store" (a page or file of the store, fetched and crawled),
-    "dynamic" (a page the page generator makes on request, through the CGI
-    program PageGenProg names), "cart" (a link into the cart's own programs or
-    servers: only its shape is checked, and the store page it leads back to
-    is fetched), "anchor" (a place on the same page).
-    fetch: the local path to request, or None. problem: why the link is bad."""
-
-    def __init__(self, kind, fetch=None, problem=None):
-        self.kind = kind
-        self.fetch = fetch
-        self.problem = problem
+        if "h1" in tags:
+            self.h1.append(data.strip())
+        if any(price for _, price in self._open):
+            self.prices.append(data.strip())
 
 
 class StoreLinks:
-    """The link rules of one store, from its configuration."""
+    """The link rules of one store, from its configuration. classify() tells a
+    link's kind: "store" (a page or file of the store, fetched and crawled),
+    "dynamic" (a page the page generator makes on request, through the CGI
+    program PageGenProg names), "cart" (a link into the cart's own programs or
+    servers: only its shape is checked, and the store page it leads back to
+    is fetched), "anchor" (a place on the same page) or "bad"; with the local
+    path to request (fetch) and, for a bad link, what is wrong (problem)."""
 
     def __init__(self, cfg_path):
         self.cgi_dir = config_value(cfg_path, "CGIBinDirectory").rstrip("/")
@@ -343,76 +323,66 @@ class StoreLinks:
                         config_value(cfg_path, "SecureDomain")]
         self.store_dir = "/" + config_value(cfg_path, "StoreDir").strip("/") + "/"
         self.cfg_name = os.path.basename(cfg_path)
-        self.store_name = self.cfg_name.split(".")[0]
         # The cart program with a store page behind it: PG_TILLBOX# and the
         # switches between the secure and the non-secure server.
         self.cart_page = re.compile(
             "^" + re.escape(self.cart) + "(" + re.escape(self.store_dir) +
-            r"[^?#\s]*)\?[ELRU]\+" + re.escape(self.store_name) +
+            r"[^?#\s]*)\?[ELRU]\+" + re.escape(self.cfg_name.split(".")[0]) +
             r"(\+%%[A-Za-z.]+%%)?$")
+
+    @staticmethod
+    def link(kind, fetch=None, problem=None):
+        return types.SimpleNamespace(kind=kind, fetch=fetch, problem=problem)
 
     def classify(self, value, page_path):
         # The cart's own run-time tags (session, affiliate) stay in its links.
         bare = re.sub(r"%%[Tt]illbox\.[\w.]+%%", "", value)
         if "PG_" in bare or "PAGEGEN_" in bare or "%%" in bare:
-            return Link("bad", problem="unexpanded template keyword or tag")
+            return self.link("bad", problem="unexpanded template keyword or tag")
         keyword = next((k for k in ACTION_KEYWORDS if value.startswith(k)), "")
         target = value[len(keyword):]
         if keyword == "NOPARSE#":
             return self._cart_server(target)
         if keyword == "USERPROG#" and target.startswith(self.pagegen + "?"):
-            return Link("dynamic", fetch=target)
+            return self.link("dynamic", fetch=target)
         if keyword == "USERPROG#" and re.match(r"^/?[\w./-]*cgi-bin/\w+(\?\S*)?$", target):
-            return Link("cart")  # another cart program, e.g. the search gateway
+            return self.link("cart")  # another cart program, e.g. the search gateway
         if target.startswith(self.cart + "/"):
             return self._cart_page(target)
         if keyword:
             # The cart acts, then shows a page of the store.
             if not target.startswith(self.store_dir):
-                return Link("bad", problem=f"{keyword} in front of a target outside the store")
-            return Link("cart", fetch=target)
+                return self.link("bad", problem=f"{keyword} in front of a target outside the store")
+            return self.link("cart", fetch=target)
         if target.startswith("#"):
-            return Link("anchor")
+            return self.link("anchor")
         parts = urllib.parse.urlsplit(target)
         if parts.scheme or parts.netloc:
-            return Link("bad", problem="link that leaves the store")
-        path = urllib.parse.urljoin(page_path, target).split("#")[0]
-        return Link("store", fetch=path)
+            return self.link("bad", problem="link that leaves the store")
+        return self.link("store", fetch=urllib.parse.urljoin(page_path, target).split("#")[0])
 
     def _cart_page(self, target):
         m = self.cart_page.match(target)
         if not m:
-            return Link("bad", problem="cart program link of an unexpected shape")
-        return Link("cart", fetch=m.group(1))
+            return self.link("bad", problem="cart program link of an unexpected shape")
+        return self.link("cart", fetch=m.group(1))
 
     def _cart_server(self, target):
-        for domain in self.domains:
-            if domain and target.startswith(domain.rstrip("/") + "/"):
+        for domain in filter(None, self.domains):
+            if target.startswith(domain.rstrip("/") + "/"):
                 rest = target[len(domain.rstrip("/")):]
                 if rest.startswith(self.store_dir) and "?" not in rest:
-                    return Link("cart", fetch=rest)
+                    return self.link("cart", fetch=rest)
                 return self._cart_page(rest)
-        return Link("bad", problem="NOPARSE# link to a server the store does not name")
-
-
-def unexpanded_text(parser):
-    """Template tags left in a page's visible text."""
-    return sorted({m.group(0) for chunk in parser.text
-                   for m in re.finditer(r"%%[^%\s]*%%|<!--\s*PAGEGEN_\w+", chunk)})
-
-
-class CrawlResult:
-    def __init__(self):
-        self.status = {}  # fetched path -> HTTP status
-        self.problems = []  # (page, link or path, what is wrong)
-        self.kinds = collections.Counter()  # links seen, by kind
+        return self.link("bad", problem="NOPARSE# link to a server the store does not name")
 
 
 def crawl(server, links, seeds, limit=MAX_REQUESTS - 20):
     """Fetches |seeds| and every link reachable from them that leads to the
     store's own pages (store, dynamic, and the store pages behind cart links),
-    once each. Returns a CrawlResult."""
-    result = CrawlResult()
+    once each. Returns .status (fetched path -> HTTP status), .problems
+    ((page, link or path, what is wrong)) and .kinds (links seen, by kind)."""
+    result = types.SimpleNamespace(status={}, problems=[], kinds=collections.Counter())
     queue = [(None, s) for s in seeds]
     seen = set(seeds)
     while queue:
@@ -427,12 +397,13 @@ def crawl(server, links, seeds, limit=MAX_REQUESTS - 20):
             continue
         if not headers.get("Content-Type", "").startswith("text/html"):
             continue
-        parser = parse_page(body)
-        for tag in unexpanded_text(parser):
+        parsed = Page(body)
+        for tag in sorted({m.group(0) for chunk in parsed.text
+                           for m in re.finditer(r"%%[^%\s]*%%|<!--\s*PAGEGEN_\w+", chunk)}):
             result.problems.append((path, tag, "template tag left in the page text"))
         # Relative links resolve against the page's base when it names one.
-        base = next((urllib.parse.urljoin(path, v) for t, v in parser.links if t == "base"), path)
-        for tag, value in parser.links:
+        base = next((urllib.parse.urljoin(path, v) for t, v in parsed.links if t == "base"), path)
+        for _, value in parsed.links:
             link = links.classify(value, base)
             result.kinds[link.kind] += 1
             if link.problem:
