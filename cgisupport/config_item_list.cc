@@ -1,8 +1,10 @@
 #include "cgisupport/config_item_list.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -168,6 +170,12 @@ void CIL_PopGetNextNVP() {
   if (Next_ptr < 1) std::printf("CIL_Next:Stack empty");
   --Next_ptr;
   if (Next_ptr >= 0 && Next_ptr < kCursorStackSize) Next_node = Next_stack[Next_ptr];
+}
+
+void ResetConfigListCursor() {
+  Next_node = nullptr;
+  std::fill(std::begin(Next_stack), std::end(Next_stack), nullptr);
+  Next_ptr = 0;
 }
 
 void CIL_FreeList(ConfigItemList* list) {

@@ -57,6 +57,9 @@ void CIL_PushGetNextNVP();
 void CIL_PopGetNextNVP();
 // Frees the list, its items and their strings; null is ignored.
 void CIL_FreeList(ConfigItemList* list);
+// Puts the cursor and its stack back in their start state: no item, nothing
+// saved.
+void ResetConfigListCursor();
 
 }  // namespace storegen
 

@@ -70,7 +70,7 @@ void ReplayDiagnostics(std::string_view lines);
 // a message.
 std::string AbsolutePathForMessage(std::string_view path);
 
-// Forgets what was shown and set (tests).
+// Forgets what was shown and set: the start state.
 void ResetDiagnostics();
 
 }  // namespace storegen

@@ -99,7 +99,7 @@ void VerbosePrintf(const char* format, ...) __attribute__((format(printf, 1, 2))
 // the store's dynamic product/list bits.
 uint32_t GenerationOptionsForRun();
 
-// Puts the record back in its start state (tests).
+// Puts the record back in its start state; what it owns must have been freed.
 void ResetRunState();
 
 }  // namespace storegen

@@ -591,6 +591,10 @@ char* cleanupNewline(char* s) {
 
 // ---- Tokenising and splitting -----------------------------------------------
 
+void ResetTokenPosition() {
+  g_token_last = nullptr;
+}
+
 char* strtok_noskip(char* s, const char* delims) {
   if (s == nullptr) s = g_token_last;
   if (s == nullptr) return nullptr;

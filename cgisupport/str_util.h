@@ -185,6 +185,8 @@ char* cleanupNewline(char* s);
 // are overwritten with NUL. A null |s| continues from the one process-wide
 // saved position, which each new string replaces (not reentrant).
 char* strtok_noskip(char* s, const char* delims);
+// Forgets strtok_noskip's saved position: a null |s| then gives null.
+void ResetTokenPosition();
 // Splits |s| in place at |delim| into |array|, whose capacity is
 // array_bytes / sizeof(char*) (pass sizeof of the array). array[0] is s; once
 // the array is full the last element keeps the rest unsplit. Returns the

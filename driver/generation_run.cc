@@ -98,12 +98,14 @@ int GenerateSitePages(bool shop_home_known, bool* done) {
   return result;
 }
 
-// The run's product list is freed when the next run in this process starts,
-// or not at all when the process ends first: freeing tens of thousands of
-// records one by one just before the process exits would only delay its end.
+// The run's product list is freed when the next run in this process starts
+// (or ReleaseKeptProducts), or not at all when the process ends first:
+// freeing tens of thousands of records one by one just before the process
+// exits would only delay its end.
+SkuList* g_kept_products = nullptr;  // reachable until the process ends
+
 void KeepUntilNextRun(SkuList* list) {
-  static SkuList* kept = nullptr;  // reachable until the process ends
-  FreeSkuList(std::exchange(kept, list));
+  FreeSkuList(std::exchange(g_kept_products, list));
 }
 
 // GeneratePages without its category-connection scope and progress display.
@@ -228,6 +230,10 @@ int GenerateAllPages() {
 }
 
 }  // namespace
+
+void ReleaseKeptProducts() {
+  KeepUntilNextRun(nullptr);
+}
 
 bool IsStaticRun() {
   return (PageGenState.dynamic & (kDynSinglePage | kDynListRequest)) == 0;

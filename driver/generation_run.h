@@ -14,6 +14,9 @@ bool IsStaticRun();
 // last failing page, or 0.
 int GeneratePages();
 
+// Frees the product list that the last run keeps until the next one starts.
+void ReleaseKeptProducts();
+
 }  // namespace storegen
 
 #endif  // STOREGEN_DRIVER_GENERATION_RUN_H_

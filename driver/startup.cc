@@ -34,6 +34,9 @@
 namespace storegen {
 namespace {
 
+// Set once ShutdownPageGen has run (ResetShutdown clears it).
+int g_shut_down = 0;
+
 constexpr char kLockMessage[] = "Page generator already running\n";
 
 // What start-up knows besides PageGenState.
@@ -314,9 +317,7 @@ std::string ExeName(const char* argv0) {
 
 }  // namespace
 
-int ShutdownPageGen() {
-  static int done = 0;
-  if (done != 0) return done;
+void ReleaseRunObjects() {
   RunState& st = PageGenState;
   std::free(st.pszShopHome);
   st.pszShopHome = nullptr;
@@ -331,22 +332,38 @@ int ShutdownPageGen() {
   PG_ShutdownTemplateSet(st.pTpltSet);
   st.pTpltSet = nullptr;
   ShutdownProdAPI();
+}
+
+int ShutdownPageGen() {
+  if (g_shut_down != 0) return g_shut_down;
+  ReleaseRunObjects();
   SettleStatusLog();
-  if (st.fpRedirect != nullptr) {
-    std::fclose(st.fpRedirect);
-    st.fpRedirect = nullptr;
+  if (PageGenState.fpRedirect != nullptr) {
+    // The status log is standard output itself: it is closed when the
+    // process ends, or replaced when an in-process request gives standard
+    // output back.
+    std::fflush(PageGenState.fpRedirect);
+    PageGenState.fpRedirect = nullptr;
   }
   ReleaseRunLock();
-  ++done;
+  ++g_shut_down;
   return 0;
 }
 
+void ResetShutdown() {
+  g_shut_down = 0;
+}
+
 int PageGenMain(int argc, char** argv) {
+  return RunPageGen(argc, argv, false);
+}
+
+int RunPageGen(int argc, char** argv, bool in_process) {
   const char* argv0 = argc > 0 ? argv[0] : "";
   std::string exe = ExeName(argv0);
   // Asking for help or the version touches no file of the program's.
   if (AnswerHelpOrVersion(argc, argv, exe)) return kOk;
-  std::atexit(ShutdownAtExit);
+  if (!in_process) std::atexit(ShutdownAtExit);
   Startup s;
   s.cl.start_dir = CurrentDirectory();
   EnterProgramDirectory(argv0);
@@ -362,6 +379,7 @@ int PageGenMain(int argc, char** argv) {
   s.cgi_paths_set =
       std::getenv("PATH_INFO") != nullptr && std::getenv("PATH_TRANSLATED") != nullptr;
   if (int rc = ParseCommandLine(argc, argv, &s.cl); rc != kOk) return EndRun(s, rc);
+  if (in_process && IsStaticRun()) return EndRun(s, kBadCommandLine);
   if (Verbose()) {
     PrintBanner(exe, true);
     if (argc < 3) {

@@ -32,7 +32,7 @@ struct IndexState {
 // The process-wide record (zero until set up).
 IndexState& GetIndexState();
 // Puts the record and the settings of GetIndexSettings back in their start
-// state (tests).
+// state.
 void ResetIndexState();
 
 // Files and directories, relative to the program's directory.

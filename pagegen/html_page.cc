@@ -78,6 +78,12 @@ std::unordered_map<std::string, std::shared_ptr<const TemplateText>>& KeptTempla
   return *kept;  // lives until the process ends
 }
 
+// The directory of the last page written, made sure of (see EnsurePageDir).
+std::string& LastPageDir() {
+  static auto* last = new std::string();  // lives until the process ends
+  return *last;
+}
+
 // The text of the template at |path| when it is a small regular file: the
 // kept one while the file is unchanged (one stat), else read anew (and kept
 // once settled). Null for a large, empty or unusual file, or a read error.
@@ -149,7 +155,7 @@ class TemplateStream {
 // written). Only absolute directories are remembered, since the current
 // directory may change during a run.
 int EnsurePageDir(const char* output_path) {
-  static auto* last = new std::string();  // lives until the process ends
+  std::string* last = &LastPageDir();
   std::string_view path(output_path);
   std::size_t slash = path.find_last_of("/\\");
   std::string_view dir = path.substr(0, slash == std::string_view::npos ? 0 : slash);
@@ -172,6 +178,11 @@ std::string_view StorePath(std::string_view output_path, std::string_view out_di
 }
 
 }  // namespace
+
+void ForgetKeptTemplates() {
+  KeptTemplates().clear();
+  LastPageDir().clear();
+}
 
 std::string PageFileName(std::string_view path, int page_number) {
   std::string name(path);

@@ -50,6 +50,10 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
 // for messages about what it holds; "" between pages.
 const char* CurrentTemplatePath();
 
+// Forgets the templates' texts (and their pieces) kept between pages, and the
+// page directory last made sure of: the next page reads and checks anew.
+void ForgetKeptTemplates();
+
 }  // namespace storegen
 
 #endif  // STOREGEN_PAGEGEN_HTML_PAGE_H_

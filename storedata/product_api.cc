@@ -102,6 +102,11 @@ void ShutdownProdAPI() {
   hProdApiLib = nullptr;
 }
 
+void ResetProdAPI() {
+  ShutdownProdAPI();
+  ClearEntryPoints();
+}
+
 PAPI_Pair* FindProdAttr(PAPI_Pair* record, const char* name) {
   if (record == nullptr || name == nullptr) return nullptr;
   // Names are compared in ASCII case, as strcasecmp does in the C locale the

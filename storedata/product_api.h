@@ -46,6 +46,10 @@ int InitProdAPI(const char* lib_path);
 // points bound to it (the built-in reader's stay bound). Safe to call twice.
 void ShutdownProdAPI();
 
+// ShutdownProdAPI, and the built-in reader's entry points unbound too: the
+// start state, before any InitProdAPI.
+void ResetProdAPI();
+
 // The first pair of |record| whose name equals |name| without regard to case,
 // or null; the scan stops at the null name. A null record gives null.
 PAPI_Pair* FindProdAttr(PAPI_Pair* record, const char* name);

@@ -248,9 +248,18 @@ struct KeptFile {
   std::string text;
 };
 
-std::vector<KeptFile>& KeptFiles() {
-  static auto* files = new std::vector<KeptFile>();  // lives until the process ends
-  return *files;
+// What the reader keeps between lookups: small files' texts, the buffer a
+// file is read into before it is kept, and the name line of the last walk,
+// split. Lives until the process ends; ForgetProductFiles empties it.
+struct ReaderMemory {
+  std::vector<KeptFile> files;
+  std::string fresh;
+  SplitNameLine split;
+};
+
+ReaderMemory& Memory() {
+  static auto* memory = new ReaderMemory();
+  return *memory;
 }
 
 // The whole text of the small regular file open as |fd|, or null (a large
@@ -258,11 +267,11 @@ std::vector<KeptFile>& KeptFiles() {
 const std::string* SmallFileText(int fd) {
   struct stat st;
   if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxKeptSize) return nullptr;
-  auto& kept = KeptFiles();
+  auto& kept = Memory().files;
   for (KeptFile& f : kept) {
     if (f.identity == FileIdentity(st)) return &f.text;
   }
-  static std::string fresh;
+  std::string& fresh = Memory().fresh;
   if (!ReadWholeFile(fd, st.st_size, &fresh)) return nullptr;
   const FileIdentity identity(st);
   if (ChangedRecently(identity)) return &fresh;
@@ -323,6 +332,11 @@ bool FindInText(std::string_view text, FILE* fp, const char* sku, std::string* n
 
 }  // namespace
 
+void ForgetProductFiles() {
+  Memory() = ReaderMemory();
+  szNameLine[0] = '\0';
+}
+
 void* PAPI_Initialization(const char* /*key*/, const char* db, const char* /*storeCfg*/,
                           const char* /*apiCfg*/, const char* /*cartDir*/) {
   if (db == nullptr) return nullptr;
@@ -377,7 +391,7 @@ PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position) {
   std::array<char, kProductLineSize> line;
   if (!NextItemLine(fp, position, &line)) return nullptr;
   // The name line is split once for the whole walk.
-  static auto* split = new SplitNameLine();  // lives until the process ends
+  SplitNameLine* split = &Memory().split;
   if (!split->valid || split->line != szNameLine) {
     split->line = szNameLine;
     split->names.clear();

@@ -102,6 +102,10 @@ int GetAllValue(const char* sku_line, PAPI_Pair* pairs, int n);
 // is shorter; null only when memory runs out.
 char* GetAttribValue(const char* sku_line, int position);
 
+// Forgets what the reader keeps between lookups (the texts of small files, the
+// name line of the last walk): the next lookup reads its file again.
+void ForgetProductFiles();
+
 // Removes every trailing CR and LF.
 void TrimEnd(char* text);
 // strcmp without regard to ASCII case.

@@ -2,6 +2,7 @@
 // the links of the pages it writes.
 #include "tests/concurrency/sample_store.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -11,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "driver/request.h"
 #include "tests/support/test_util.h"
 
 namespace storegen::testing {
@@ -189,6 +191,39 @@ TEST_F(SampleStoreTest, DynamicRequestsWriteOnePageToStandardOutputOnly) {
   RunResult unknown = Run({"-c", store_.cfg, "-p", "NO-SUCH"});
   EXPECT_EQ(unknown.exit_code, ExitStatusOf(-2));
   EXPECT_EQ(unknown.out, "");
+}
+
+// The whole content of |fp|, which is closed.
+std::string Contents(FILE* fp) {
+  std::string text(static_cast<std::size_t>(std::ftell(fp)), '\0');
+  std::rewind(fp);
+  text.resize(std::fread(text.data(), 1, text.size(), fp));
+  std::fclose(fp);
+  return text;
+}
+
+// A process serving one request after another answers each as a process of
+// its own does: the same bytes and exit status, whatever came before.
+TEST_F(SampleStoreTest, RequestsServedInOneProcessAnswerAsSeparateProcesses) {
+  const std::vector<std::vector<std::string>> requests = {
+      {"-c", store_.cfg, "-p", "LL-102"},  {"-v", "-c", store_.cfg, "-C", "Garden", "-f", "2"},
+      {"-c", store_.cfg, "-p", "NO-SUCH"}, {"-c", store_.cfg, "-f", "0"},
+      {"-c", store_.cfg, "-p", "LL-102"},  {"-c", store_.cfg, "-p", "NO-SUCH"},
+  };
+  std::vector<RunResult> separate;
+  for (const auto& args : requests)
+    separate.push_back(Run(args));
+  for (std::size_t i = 0; i < requests.size(); ++i) {
+    std::vector<std::string> args = requests[i];
+    args.insert(args.begin(), store_.bin);
+    FILE* out = std::tmpfile();
+    FILE* err = std::tmpfile();
+    ASSERT_TRUE(out != nullptr && err != nullptr);
+    const int rc = RunDynamicRequest(args, fileno(out), fileno(err));
+    EXPECT_EQ(ExitStatusOf(rc), separate[i].exit_code) << i;
+    EXPECT_EQ(Contents(out), separate[i].out) << i;
+    EXPECT_EQ(Contents(err), separate[i].err) << i;
+  }
 }
 
 // A category list request uses the category list template once the store
