@@ -19,3 +19,21 @@ function(storegen_module name)
     gtest_discover_tests(${name}_test PROPERTIES LABELS ${name} DISCOVERY_TIMEOUT 60)
   endif()
 endfunction()
+
+# storegen_product_library(<name> SOURCES ... LIBS ...)
+#
+# The product library libstoregen_papi_<name>.so (target storegen_papi_<name>):
+# written against storedata/papi.h alone, so it links no storegen library
+# (only LIBS) and leaves nothing undefined; it exports nothing but the six
+# entry points, and cmake --install puts it in the library directory.
+function(storegen_product_library name)
+  cmake_parse_arguments(L "" "" "SOURCES;LIBS" ${ARGN})
+  set(target storegen_papi_${name})
+  add_library(${target} SHARED ${L_SOURCES})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${target} PRIVATE ${L_LIBS})
+  target_link_options(${target} PRIVATE LINKER:--no-undefined)
+  set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden
+                                             VISIBILITY_INLINES_HIDDEN ON)
+  install(TARGETS ${target} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endfunction()

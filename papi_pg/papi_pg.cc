@@ -1,8 +1,6 @@
 // The PostgreSQL product library: the six product-API entry points over one
 // table of a PostgreSQL database. Only the entry points are exported.
-#pragma GCC visibility push(default)
 #include "papi_pg/papi_pg.h"
-#pragma GCC visibility pop
 
 #include <errno.h>  // program_invocation_short_name
 #include <unistd.h>
@@ -23,12 +21,11 @@
 #include <vector>
 
 #include "papi_pg/pg_util.h"
+#include "storedata/papi_record.h"
 
 namespace storegen::pg {
 namespace {
 
-constexpr int kMaxAttribs = 99;
-constexpr char kNA[] = "NA";
 constexpr int64_t kBeforeFirstRow = std::numeric_limits<int64_t>::min();
 // Rows fetched per query while walking a table: few at first, since a page
 // made on request often needs only the first products, more the further the
@@ -38,29 +35,10 @@ constexpr int kLargestBatch = 1024;
 // Connections kept open for later passes of the process.
 constexpr std::size_t kIdleSessions = 4;
 
-bool KeyOk(const char* key) {
-  return key != nullptr && std::strcmp(key, PAPI_ACCESS_KEY) == 0;
-}
-
-char FoldAscii(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool SameIgnoringAsciiCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (FoldAscii(a[i]) != FoldAscii(b[i])) return false;
-  }
-  return true;
-}
-
 // The category database is the product database's path with ".cdb" in place
 // of its extension; everything else is the product database.
 const char* TableFor(const char* db) {
-  std::string_view name = db != nullptr ? db : "";
-  if (name.size() >= 4 && SameIgnoringAsciiCase(name.substr(name.size() - 4), ".cdb"))
-    return kCategoriesTable;
-  return kProductsTable;
+  return IsCategoryDatabase(db) ? kCategoriesTable : kProductsTable;
 }
 
 // Says on standard error why a call fails, naming the configuration file;
@@ -168,34 +146,24 @@ bool ReadConnectionString(const char* cfg, std::string* conninfo, std::string* e
   return true;
 }
 
-char* CopyOf(const char* text) {
-  std::size_t len = std::strlen(text);
-  char* copy = static_cast<char*>(std::malloc(len + 1));
-  if (copy != nullptr) std::memcpy(copy, text, len + 1);
-  return copy;
-}
-
-void FreeRecord(PAPI_Pair* record) {
-  if (record == nullptr) return;
-  for (PAPI_Pair* pair = record; pair->name != nullptr; ++pair) {
-    std::free(pair->name);
-    std::free(pair->value);
-  }
-  std::free(record);
-}
-
 // One PAPI_Initialization: a session and the two queries on its table. Both
 // select "storegen_row" first, then every other column as text.
 class Connection {
  public:
-  // Null when the server cannot be reached, or the table is missing or has
-  // no "storegen_row".
-  static std::unique_ptr<Connection> Open(const std::string& cfg, const std::string& conninfo,
-                                          const char* table) {
-    auto c = std::unique_ptr<Connection>(new Connection(cfg));
+  // A connection to the table of |db| in the database that the
+  // configuration file |api_cfg| names. Null when the file cannot be read or
+  // names a password, the server cannot be reached, or the table is missing
+  // or has no "storegen_row".
+  static std::unique_ptr<Connection> Open(const char* db, const char* api_cfg) {
+    std::string conninfo, err;
+    if (!ReadConnectionString(api_cfg, &conninfo, &err) ||
+        !(err = CheckConnectionString(conninfo)).empty()) {
+      Complaint().Say(api_cfg, err);
+      return nullptr;
+    }
+    auto c = std::unique_ptr<Connection>(new Connection(api_cfg));
     c->session_ = Idle().Take(conninfo);
     if (c->session_ == nullptr) {
-      std::string err;
       Conn conn = Connect(conninfo, &err);
       if (conn == nullptr) return c->Fail(err);
       c->session_ = std::make_unique<Session>();
@@ -203,7 +171,7 @@ class Connection {
       c->session_->conn = std::move(conn);
       Complaint().Forget();
     }
-    return c->Describe(table) ? std::move(c) : nullptr;
+    return c->Describe(TableFor(db)) ? std::move(c) : nullptr;
   }
 
   ~Connection() {
@@ -339,31 +307,13 @@ class Connection {
   // left out): every column, or with |names| each named one in the caller's
   // spelling; null when memory runs out.
   PAPI_Pair* RecordOf(PGresult* result, int row, char** names) const {
-    int n = static_cast<int>(names_.size()) < kMaxAttribs ? static_cast<int>(names_.size())
-                                                          : kMaxAttribs;
-    if (names != nullptr) {
-      n = 0;
-      while (n < kMaxAttribs && names[n] != nullptr)
-        ++n;
-    }
-    auto* record = static_cast<PAPI_Pair*>(std::calloc(n + 1, sizeof(PAPI_Pair)));
-    if (record == nullptr) return nullptr;
-    for (int i = 0; i < n; ++i) {
-      int column = names != nullptr ? ColumnOf(names[i]) : i;
-      const char* value = column >= 0 && !PQgetisnull(result, row, column + 1)
-                              ? PQgetvalue(result, row, column + 1)
-                              : kNA;
-      record[i].name = CopyOf(names != nullptr ? names[i] : names_[i].c_str());
-      record[i].value = CopyOf(value);
-      if (record[i].name == nullptr || record[i].value == nullptr) {
-        std::free(record[i].name);
-        std::free(record[i].value);
-        record[i] = PAPI_Pair{nullptr, nullptr};
-        FreeRecord(record);
-        return nullptr;
-      }
-    }
-    return record;
+    return MakePapiRecord(
+        static_cast<int>(names_.size()), names, [&](int i) { return names_[i].c_str(); },
+        [&](const char* name) { return ColumnOf(name); },
+        [&](int column) {
+          return PQgetisnull(result, row, column + 1) ? nullptr
+                                                      : PQgetvalue(result, row, column + 1);
+        });
   }
 
   // The index in names_ of the column named |name| (ASCII case ignored, any
@@ -387,84 +337,11 @@ class Connection {
   int32_t handed_out_ = 0;  // what the caller's position was last set to
 };
 
-Connection* AsConnection(void* h) {
-  return static_cast<Connection*>(h);
-}
-
-void* Open(const char* db, const char* api_cfg) {
-  std::string conninfo, err;
-  if (!ReadConnectionString(api_cfg, &conninfo, &err) ||
-      !(err = CheckConnectionString(conninfo)).empty()) {
-    Complaint().Say(api_cfg, err);
-    return nullptr;
-  }
-  return Connection::Open(api_cfg, conninfo, TableFor(db)).release();
-}
-
 }  // namespace
 }  // namespace storegen::pg
 
-using storegen::pg::AsConnection;
-using storegen::pg::KeyOk;
+namespace storegen {
+using LibraryConnection = pg::Connection;
+}  // namespace storegen
 
-// No exception may cross the C boundary: out of memory inside the library
-// reads as "no record" (or "no connection").
-extern "C" {
-
-void* PAPI_Initialization(const char* key, const char* db, const char* /*storeCfg*/,
-                          const char* apiCfg, const char* /*cartDir*/) {
-  if (!KeyOk(key) || apiCfg == nullptr || *apiCfg == '\0') return nullptr;
-  try {
-    return storegen::pg::Open(db, apiCfg);
-  } catch (...) {
-    return nullptr;
-  }
-}
-
-PAPI_Pair* PAPI_RetrieveInfo(void* h, const char* key, const char* sku, int /*flag*/,
-                             const char* /*db*/, const char* /*storeCfg*/, const char* /*apiCfg*/,
-                             const char* /*cartDir*/, char** names) {
-  if (h == nullptr || !KeyOk(key) || sku == nullptr) return nullptr;
-  try {
-    return AsConnection(h)->Lookup(sku, names);
-  } catch (...) {
-    return nullptr;
-  }
-}
-
-PAPI_Pair* PAPI_RetrieveFirstItem(void* h, const char* key, int /*flag*/, const char* /*db*/,
-                                  const char* /*storeCfg*/, const char* /*apiCfg*/,
-                                  const char* /*cartDir*/, int32_t* position, char** names) {
-  if (h == nullptr || !KeyOk(key)) return nullptr;
-  try {
-    return AsConnection(h)->First(position, names);
-  } catch (...) {
-    return nullptr;
-  }
-}
-
-PAPI_Pair* PAPI_RetrieveNextItem(void* h, const char* key, int /*flag*/, const char* /*db*/,
-                                 const char* /*storeCfg*/, const char* /*apiCfg*/,
-                                 const char* /*cartDir*/, int32_t* position, char** names) {
-  if (h == nullptr || !KeyOk(key)) return nullptr;
-  try {
-    return AsConnection(h)->Next(position, names);
-  } catch (...) {
-    return nullptr;
-  }
-}
-
-int PAPI_ReleaseInfo(void* /*h*/, const char* key, const char* /*sku*/, PAPI_Pair* record) {
-  if (!KeyOk(key)) return -1;
-  storegen::pg::FreeRecord(record);
-  return 0;
-}
-
-int PAPI_Cleanup(void* h, const char* key, const char* /*db*/, const char* /*storeCfg*/,
-                 const char* /*apiCfg*/, const char* /*cartDir*/) {
-  if (!KeyOk(key)) return -1;
-  delete AsConnection(h);
-  return 0;
-}
-
-}  // extern "C"
+#include "storedata/papi_entry_points.h"

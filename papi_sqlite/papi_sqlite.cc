@@ -1,8 +1,6 @@
 // The SQLite product library: the six product-API entry points over one
 // table of a read-only SQLite file. Only the entry points are exported.
-#pragma GCC visibility push(default)
 #include "papi_sqlite/papi_sqlite.h"
-#pragma GCC visibility pop
 
 #include <cstdint>
 #include <cstdlib>
@@ -19,39 +17,14 @@
 namespace storegen {
 namespace {
 
-constexpr int kMaxAttribs = 99;
-constexpr char kNA[] = "NA";
 // How long a reader waits for an import to commit.
 constexpr int kBusyTimeoutMs = 10000;
 constexpr sqlite3_int64 kBeforeFirstRow = std::numeric_limits<sqlite3_int64>::min();
 
-bool KeyOk(const char* key) {
-  return key != nullptr && std::strcmp(key, PAPI_ACCESS_KEY) == 0;
-}
-
 // The category database is the product database's path with ".cdb" in place
 // of its extension; everything else is the product database.
 const char* TableFor(const char* db) {
-  std::string_view name = db != nullptr ? db : "";
-  if (name.size() >= 4 && SameIgnoringAsciiCase(name.substr(name.size() - 4), ".cdb"))
-    return kCategoriesTable;
-  return kProductsTable;
-}
-
-char* CopyOf(const char* text) {
-  std::size_t len = std::strlen(text);
-  char* copy = static_cast<char*>(std::malloc(len + 1));
-  if (copy != nullptr) std::memcpy(copy, text, len + 1);
-  return copy;
-}
-
-void FreeRecord(PAPI_Pair* record) {
-  if (record == nullptr) return;
-  for (PAPI_Pair* pair = record; pair->name != nullptr; ++pair) {
-    std::free(pair->name);
-    std::free(pair->value);
-  }
-  std::free(record);
+  return IsCategoryDatabase(db) ? kCategoriesTable : kProductsTable;
 }
 
 SqliteStmt Prepare(sqlite3* db, const std::string& sql) {
@@ -66,9 +39,11 @@ class Connection {
  public:
   // Null when the file cannot be opened as a database, or the table is
   // missing or has no row id.
-  static std::unique_ptr<Connection> Open(const char* file, const char* table) {
+  // A connection to the table of |database| in the SQLite file |api_cfg|.
+  static std::unique_ptr<Connection> Open(const char* database, const char* api_cfg) {
+    const char* table = TableFor(database);
     sqlite3* raw = nullptr;
-    int rc = sqlite3_open_v2(file, &raw, SQLITE_OPEN_READONLY, nullptr);
+    int rc = sqlite3_open_v2(api_cfg, &raw, SQLITE_OPEN_READONLY, nullptr);
     SqliteDb db(raw);
     if (rc != SQLITE_OK) return nullptr;
     sqlite3_busy_timeout(db.get(), kBusyTimeoutMs);
@@ -88,8 +63,7 @@ class Connection {
     c->lookup_ = Prepare(db.get(), select + " WHERE " + QuoteIdentifier(columns[0]) +
                                        " = ?1 COLLATE NOCASE ORDER BY " + rowid + " LIMIT 1");
     if (c->walk_ == nullptr || c->lookup_ == nullptr) return nullptr;
-    c->columns_ = static_cast<int>(columns.size()) < kMaxAttribs ? static_cast<int>(columns.size())
-                                                                 : kMaxAttribs;
+    c->columns_ = static_cast<int>(columns.size());
     c->db_ = std::move(db);
     return c;
   }
@@ -142,39 +116,22 @@ class Connection {
   // every column, or with |names| each named one in the caller's spelling;
   // null when memory runs out.
   PAPI_Pair* RecordOf(sqlite3_stmt* stmt, char** names) const {
-    int n = columns_;
-    if (names != nullptr) {
-      n = 0;
-      while (n < kMaxAttribs && names[n] != nullptr)
-        ++n;
-    }
-    auto* record = static_cast<PAPI_Pair*>(std::calloc(n + 1, sizeof(PAPI_Pair)));
-    if (record == nullptr) return nullptr;
-    for (int i = 0; i < n; ++i) {
-      int column = names != nullptr ? ColumnOf(stmt, names[i]) : i + 1;
-      const char* name = names != nullptr ? names[i] : sqlite3_column_name(stmt, column);
-      const char* value = kNA;
-      if (column > 0 && sqlite3_column_type(stmt, column) != SQLITE_NULL)
-        value = reinterpret_cast<const char*>(sqlite3_column_text(stmt, column));
-      if (name != nullptr) record[i].name = CopyOf(name);
-      if (value != nullptr) record[i].value = CopyOf(value);
-      if (record[i].name == nullptr || record[i].value == nullptr) {
-        std::free(record[i].name);
-        std::free(record[i].value);
-        record[i] = PAPI_Pair{nullptr, nullptr};
-        FreeRecord(record);
-        return nullptr;
-      }
-    }
-    return record;
+    return MakePapiRecord(
+        columns_, names, [&](int i) { return sqlite3_column_name(stmt, i + 1); },
+        [&](const char* name) { return ColumnOf(stmt, name); },
+        [&](int column) {
+          return sqlite3_column_type(stmt, column + 1) == SQLITE_NULL
+                     ? nullptr
+                     : reinterpret_cast<const char*>(sqlite3_column_text(stmt, column + 1));
+        });
   }
 
-  // The statement column of the table column named |name| (ASCII case
-  // ignored, any column, not only the first 99), or -1.
+  // The table column named |name| (ASCII case ignored, any column, not only
+  // the first 99), or -1.
   static int ColumnOf(sqlite3_stmt* stmt, const char* name) {
     for (int i = 1; i < sqlite3_column_count(stmt); ++i) {
       const char* column = sqlite3_column_name(stmt, i);
-      if (column != nullptr && SameIgnoringAsciiCase(column, name)) return i;
+      if (column != nullptr && SameIgnoringAsciiCase(column, name)) return i - 1;
     }
     return -1;
   }
@@ -188,62 +145,10 @@ class Connection {
   int32_t handed_out_ = 0;  // what the caller's position was last set to
 };
 
-Connection* AsConnection(void* h) {
-  return static_cast<Connection*>(h);
-}
-
 }  // namespace
+
+using LibraryConnection = Connection;
+
 }  // namespace storegen
 
-using storegen::AsConnection;
-using storegen::KeyOk;
-
-// No exception may cross the C boundary: out of memory inside the library
-// reads as "no record" (or "no connection").
-extern "C" {
-
-void* PAPI_Initialization(const char* key, const char* db, const char* /*storeCfg*/,
-                          const char* apiCfg, const char* /*cartDir*/) {
-  if (!KeyOk(key) || apiCfg == nullptr || *apiCfg == '\0') return nullptr;
-  try {
-    return storegen::Connection::Open(apiCfg, storegen::TableFor(db)).release();
-  } catch (...) {
-    return nullptr;
-  }
-}
-
-PAPI_Pair* PAPI_RetrieveInfo(void* h, const char* key, const char* sku, int /*flag*/,
-                             const char* /*db*/, const char* /*storeCfg*/, const char* /*apiCfg*/,
-                             const char* /*cartDir*/, char** names) {
-  if (h == nullptr || !KeyOk(key) || sku == nullptr) return nullptr;
-  return AsConnection(h)->Lookup(sku, names);
-}
-
-PAPI_Pair* PAPI_RetrieveFirstItem(void* h, const char* key, int /*flag*/, const char* /*db*/,
-                                  const char* /*storeCfg*/, const char* /*apiCfg*/,
-                                  const char* /*cartDir*/, int32_t* position, char** names) {
-  if (h == nullptr || !KeyOk(key)) return nullptr;
-  return AsConnection(h)->First(position, names);
-}
-
-PAPI_Pair* PAPI_RetrieveNextItem(void* h, const char* key, int /*flag*/, const char* /*db*/,
-                                 const char* /*storeCfg*/, const char* /*apiCfg*/,
-                                 const char* /*cartDir*/, int32_t* position, char** names) {
-  if (h == nullptr || !KeyOk(key)) return nullptr;
-  return AsConnection(h)->Next(position, names);
-}
-
-int PAPI_ReleaseInfo(void* /*h*/, const char* key, const char* /*sku*/, PAPI_Pair* record) {
-  if (!KeyOk(key)) return -1;
-  storegen::FreeRecord(record);
-  return 0;
-}
-
-int PAPI_Cleanup(void* h, const char* key, const char* /*db*/, const char* /*storeCfg*/,
-                 const char* /*apiCfg*/, const char* /*cartDir*/) {
-  if (!KeyOk(key)) return -1;
-  delete AsConnection(h);
-  return 0;
-}
-
-}  // extern "C"
+#include "storedata/papi_entry_points.h"

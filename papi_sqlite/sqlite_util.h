@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "storedata/papi_record.h"
+
 namespace storegen {
 
 // The table that holds the product database, and the one that holds the
@@ -36,18 +38,6 @@ inline std::string QuoteIdentifier(std::string_view name) {
   }
   quoted += '"';
   return quoted;
-}
-
-// ASCII-only case-insensitive equality, the comparison SQLite applies to
-// column names and to values under COLLATE NOCASE.
-inline bool SameIgnoringAsciiCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    char ca = a[i] >= 'A' && a[i] <= 'Z' ? static_cast<char>(a[i] - 'A' + 'a') : a[i];
-    char cb = b[i] >= 'A' && b[i] <= 'Z' ? static_cast<char>(b[i] - 'A' + 'a') : b[i];
-    if (ca != cb) return false;
-  }
-  return true;
 }
 
 // The first of SQLite's three names for the row id that no column of the

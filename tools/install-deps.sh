@@ -6,11 +6,12 @@
 # missing. Run it as root, or as a user who may use sudo.
 set -eu
 
-build="cmake g++ make libsqlite3-dev"
+build="cmake g++ make libsqlite3-dev libpq-dev"
 # GoogleTest; Python for the web, docs and tutorial tests; lighttpd, Chromium
 # and curl for the web suite and the deployment recipes; swish-e for the
-# search index; groff and man-db for the manual pages.
-tests="libgtest-dev python3 lighttpd chromium curl swish-e groff-base man-db"
+# search index; groff and man-db for the manual pages; the PostgreSQL server
+# for the PostgreSQL library's tests, which start one of their own.
+tests="libgtest-dev python3 lighttpd chromium curl swish-e groff-base man-db postgresql"
 
 case "${1:-}" in
   "") wanted=$build ;;
