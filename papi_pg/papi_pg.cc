@@ -259,8 +259,11 @@ class Connection {
     std::string from = select + " FROM " + QuoteIdentifier(table);
     std::string order = " ORDER BY " + QuoteIdentifier(kRowColumn);
     walk_ = from + " WHERE " + QuoteIdentifier(kRowColumn) + " > $1::bigint" + order + " LIMIT $2";
-    lookup_ = from + " WHERE " + KeyExpression(key) + " = " + KeyExpression("$1::text") + order +
-              " LIMIT 1";
+    // The inner query is planned on its own (OFFSET 0), so that it finds its
+    // rows through the key index even where the planner would rather walk
+    // the order index looking for the first match (a table not analysed).
+    lookup_ = "SELECT * FROM (" + from + " WHERE " + KeyExpression(key) + " = " +
+              KeyExpression("$1::text") + " OFFSET 0) m" + order + " LIMIT 1";
     return true;
   }
 

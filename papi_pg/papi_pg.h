@@ -37,11 +37,13 @@
  *    "categories_key") keeps it fast.
  *  - Connections stay open between PAPI_Cleanup and the next
  *    PAPI_Initialization of the process with the same connection string (a
- *    few at most), so that a long-running process connects once. A query on
- *    a connection that was lost reconnects and is tried once more; when that
- *    fails too, or the server cannot be reached, the call gives NULL and says
- *    why on standard error ("PROGRAM: PostgreSQL product library: FILE:
- *    reason", a message not repeated while it stays the same).
+ *    few at most), so that a long-running process connects once; the
+ *    library stays loaded after a dlclose, so that they survive a process
+ *    that unloads it after each request. A query on a connection that was
+ *    lost reconnects and is tried once more; when that fails too, or the
+ *    server cannot be reached, the call gives NULL and says why on standard
+ *    error ("PROGRAM: PostgreSQL product library: FILE: reason", a message
+ *    not repeated while it stays the same).
  *  - Every entry point refuses calls without the access key: the retrieval
  *    calls and PAPI_Initialization give NULL, PAPI_ReleaseInfo and
  *    PAPI_Cleanup release nothing and return -1.

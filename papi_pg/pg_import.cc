@@ -166,8 +166,10 @@ class Importer : public TableWriter {
     return PQresultStatus(result.get()) == PGRES_COMMAND_OK || Fail(result.get());
   }
 
-  // Indexes the filled table, grants on it what was granted on |table|, and
-  // renames it (and its indexes) to take |table|'s place.
+  // Indexes the filled table and gathers its statistics (so that look-ups
+  // are planned on the key index from the first request), grants on it what
+  // was granted on |table|, and renames it (and its indexes) to take
+  // |table|'s place.
   bool TakeThePlaceOf(const std::string& table) {
     std::string old = QuoteIdentifier(table), fresh = QuoteIdentifier(staging_);
     std::string grants =
@@ -189,7 +191,7 @@ class Importer : public TableWriter {
                 " (" + QuoteIdentifier(pg::kRowColumn) + ")") &&
            Exec("CREATE INDEX " + QuoteIdentifier(staging_ + "_key") + " ON " + fresh + " (" +
                 pg::KeyExpression(key_) + ")") &&
-           Exec("DROP TABLE IF EXISTS " + old) &&
+           Exec("ANALYZE " + fresh) && Exec("DROP TABLE IF EXISTS " + old) &&
            Exec("ALTER TABLE " + fresh + " RENAME TO " + old) &&
            Exec("ALTER INDEX " + QuoteIdentifier(staging_ + "_order") + " RENAME TO " +
                 QuoteIdentifier(order)) &&
