@@ -81,6 +81,8 @@ PgServer& PgServer::Get() {
   return server;
 }
 
+// Small write-ahead log segments keep the server's directory under 30 MB, as
+// the memory file system of a container may be small.
 PgServer::PgServer()
     : socket_dir_(dir_.Path("pg")), data_dir_(socket_dir_ + "/data"), log_(dir_.Path("pg.log")) {
   // The server's user must reach its directory.
@@ -90,7 +92,7 @@ PgServer::PgServer()
     ADD_FAILURE() << "cannot hand " << socket_dir_ << " to user " << kServerUser;
   const std::string bin = BinDir();
   pid_t pid = Spawn({bin + "/initdb", "-D", data_dir_, "-U", "storegen", "-A", "trust", "-E",
-                     "UTF8", "--locale=C", "--no-sync", "--no-instructions"},
+                     "UTF8", "--locale=C", "--no-sync", "--no-instructions", "--wal-segsize=1"},
                     log_, false);
   int status = -1;
   if (pid < 0 || waitpid(pid, &status, 0) != pid || status != 0) {
