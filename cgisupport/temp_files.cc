@@ -84,15 +84,25 @@ mode_t Umask() {
 // Adds |dir| to the run's record unless it is there already. False when it
 // could not be written (errno kept): a temporary file made there could then
 // be left behind unnoticed.
-bool Note(const std::string& dir) {
+bool Note(std::string_view dir) {
   if (g_record.fd < 0 || dir == g_record.last) return true;
-  if (!g_record.dirs.contains(dir)) {
-    if (!WriteFully(g_record.fd, dir + "\n")) return false;
-    g_record.dirs.insert(dir);
+  std::string key(dir);
+  if (!g_record.dirs.contains(key)) {
+    if (!WriteFully(g_record.fd, key + "\n")) return false;
+    g_record.dirs.insert(key);
   }
-  g_record.last = dir;
+  g_record.last = std::move(key);
   return true;
 }
+
+// The directory and process of the temporary files made last, and the start
+// of their names: the directory, "/", the prefix, the process id and "-".
+struct Stem {
+  std::string dir;
+  pid_t pid = 0;
+  std::string text;
+};
+Stem g_stem;
 
 // The process id in a temporary file's name, or 0.
 pid_t OwnerOf(std::string_view name) {
@@ -149,33 +159,39 @@ int Sweep(const std::string& dir, bool* busy) {
 int CreateTemporary(const std::string& path, mode_t mode, std::string* name) {
   static uint64_t counter = 0;
   const std::size_t slash = path.find_last_of("/\\");
-  std::string dir = slash == std::string::npos ? std::string() : path.substr(0, slash);
-  if (slash == 0) dir = "/";
+  std::string_view dir;
+  if (slash != std::string::npos) dir = std::string_view(path).substr(0, slash == 0 ? 1 : slash);
+  std::string absolute;
   if (dir.empty() || dir[0] != '/') {
     // Kept absolute, so that a change of directory cannot make a name lead
     // elsewhere.
     char cwd[PATH_MAX];
     if (getcwd(cwd, sizeof cwd) == nullptr) return -1;
-    dir = dir.empty() ? std::string(cwd) : std::string(cwd) + "/" + dir;
+    absolute = dir.empty() ? std::string(cwd) : std::string(cwd) + "/" + std::string(dir);
+    dir = absolute;
   }
   if (!Note(dir)) return -1;
-  const std::string stem =
-      dir + (dir.back() == '/' ? "" : "/") + kTemporaryPrefix + std::to_string(OwnPid()) + "-";
+  if (dir != g_stem.dir || g_stem.pid != OwnPid()) {
+    g_stem.dir = dir;
+    g_stem.pid = OwnPid();
+    g_stem.text = g_stem.dir + (dir.back() == '/' ? "" : "/") + kTemporaryPrefix +
+                  std::to_string(g_stem.pid) + "-";
+  }
   for (int attempt = 0; attempt < 100; ++attempt) {
-    std::string candidate = stem + std::to_string(++counter);
+    name->assign(g_stem.text);
+    name->append(std::to_string(++counter));
     // Known before it exists: a signal that ends the process right after
     // the file was made must find it.
-    Remember(candidate);
-    int fd = open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    Remember(*name);
+    int fd = open(name->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
     if (fd < 0) {
       const int err = errno;
-      ForgetTemporary(candidate);
+      ForgetTemporary(*name);
       if (err == EEXIST) continue;  // left by an earlier process of this id
       errno = err;
       return -1;
     }
     if ((mode & ~Umask()) != mode) fchmod(fd, mode);
-    *name = std::move(candidate);
     return fd;
   }
   errno = EEXIST;

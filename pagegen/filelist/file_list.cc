@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -193,9 +194,9 @@ bool RecordNewPage(const std::string& path) {
     }
     g_run.fd = fd;
   }
-  const std::string line = path + "\n";
-  const ssize_t n = write(g_run.fd, line.data(), line.size());
-  if (n == static_cast<ssize_t>(line.size())) return true;
+  iovec line[2] = {{const_cast<char*>(path.data()), path.size()}, {const_cast<char*>("\n"), 1}};
+  const ssize_t n = writev(g_run.fd, line, 2);
+  if (n == static_cast<ssize_t>(path.size() + 1)) return true;
   if (n >= 0) {
     // A full disk cut the line short: it is taken back, unless another
     // process of the run has appended behind it since.
