@@ -8,6 +8,7 @@
 #include <string>
 
 #include "cgisupport/diagnostics.h"
+#include "cgisupport/file_identity.h"
 
 namespace storegen {
 namespace {
@@ -24,17 +25,33 @@ std::string PathOf(int fd) {
   return n > 0 ? std::string(path.data(), static_cast<std::size_t>(n)) : std::string();
 }
 
-// The number (from 1) of the line that ends just before byte |end| of |fd|.
-int LineEndingAt(int fd, off_t end) {
+// The number (from 1) of the line that ends just before byte |end| of |fd|,
+// the file |st| describes. Warnings come in file order, so the count goes on
+// from the last answer when that was for the same version of the file and
+// an earlier byte: a file of many short lines is read once, not once each.
+int LineEndingAt(int fd, const struct stat& st, off_t end) {
+  static struct {
+    FileIdentity file;
+    off_t at = 0;
+    int line = 1;  // the number of the line that byte |at| belongs to
+  } last;
+  off_t at = 0;
   int line = 1;
+  if (last.file == FileIdentity(st) && last.at <= end - 1) {
+    at = last.at;
+    line = last.line;
+  }
   std::array<char, 65536> buf;
-  for (off_t at = 0; at + 1 < end;) {
+  while (at + 1 < end) {
     const std::size_t want = static_cast<std::size_t>(std::min<off_t>(end - 1 - at, buf.size()));
     ssize_t n = pread(fd, buf.data(), want, at);
     if (n <= 0) break;
     line += static_cast<int>(std::count(buf.data(), buf.data() + n, '\n'));
     at += n;
   }
+  last.file = FileIdentity(st);
+  last.at = at;
+  last.line = line;
   return line;
 }
 
@@ -57,7 +74,7 @@ void WarnShortLine(FILE* fp, std::string_view line, std::size_t fields, std::siz
                  std::to_string(end))) {
     return;
   }
-  Where where{PathOf(fd), LineEndingAt(fd, end)};
+  Where where{PathOf(fd), LineEndingAt(fd, st, end)};
   std::string_view first = line.substr(0, std::min(line.find_first_of("\t\r\n"), line.size()));
   ReportWarning(where, "\"" + std::string(first) + "\" has " + std::to_string(fields) +
                            " of the name line's " + std::to_string(names) +

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cgisupport/diagnostics.h"
 #include "cgisupport/file_identity.h"
 #include "storedata/product_api.h"
 #include "tests/support/test_util.h"
@@ -132,6 +133,20 @@ TEST_F(ProductDbTest, IterationSkipsEmptyLinesAndSurvivesLookups) {
   EXPECT_EQ(Lookup("A1"), (Pairs{{"SKU", "A1"}, {"Name", "Shirt"}}));
   EXPECT_EQ(Next(), (Pairs{{"SKU", "C3"}, {"Name", "Cap"}}));
   EXPECT_EQ(Next(), Pairs{});
+}
+
+// Each short line of a walk is warned of with its own line number, also
+// when a long line and a lookup come between two of them.
+TEST_F(ProductDbTest, ShortLinesAreWarnedOfWithTheirNumbers) {
+  std::string warnings;
+  CaptureDiagnostics(&warnings);
+  Open("SKU\tName\tPrice\nA1\tShirt\n" + std::string(1500, 'x') + "\t1\t2\nB2\t\t3\nC3\n");
+  while (!(position_ < 0 ? First() : Next()).empty())
+    Lookup("A1");
+  ResetDiagnostics();
+  EXPECT_NE(warnings.find(path_ + ":2: warning: \"A1\" has 2"), std::string::npos) << warnings;
+  EXPECT_NE(warnings.find(path_ + ":5: warning: \"C3\" has 1"), std::string::npos) << warnings;
+  EXPECT_EQ(warnings.find(":3:"), std::string::npos) << warnings;
 }
 
 TEST_F(ProductDbTest, NoProductsEndTheIteration) {
