@@ -32,15 +32,6 @@ class SearchIndexTest : public IndexTest {
   }
 };
 
-TEST(SearchIndex, MessageStrIsEmptyForCodesItDoesNotKnow) {
-  EXPECT_STREQ(GetMessageStr(9045), "Can't update master list file.\n");
-  EXPECT_STREQ(GetMessageStr(9020), "Can't create Swish configuration file: %s.\n");
-  for (int code : {9001, 9046, 0, -1}) {
-    ASSERT_NE(GetMessageStr(code), nullptr);
-    EXPECT_STREQ(GetMessageStr(code), "") << code;
-  }
-}
-
 TEST(SearchIndex, ApplySourceRuleCutsThroughTheFirstRootOccurrence) {
   const char* cases[][3] = {
       {"R", "R/x/y", "/x/y"}, {"/var/www", "/srv/x", "/srv/x"}, {"/r", "a/r/b/r/c", "/b/r/c"}};

@@ -4,16 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <map>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "cgisupport/file_util.h"
 #include "driver/admin/admin_main.h"
 #include "tests/support/test_util.h"
 
@@ -240,48 +237,6 @@ TEST_F(AdminTest, OutputRootFromTheWebServerWhenNotConfigured) {
   ASSERT_TRUE(WaitForFile(dir_.Path("gen/finished")));
   EXPECT_EQ(Launches(),
             "-b|-o|/srv/www|-a|/shop|-c|" + dir_.Path(kStores + "/acme.cfg") + "|-s|0\n");
-}
-
-// The page generator itself, started through the management program.
-TEST_F(AdminTest, TheRealGeneratorRunsAndReportsSuccess) {
-  std::filesystem::remove(dir_.Path("gen/storegen"));
-  InstallStoregen(dir_.Path("gen"));
-  WriteFile(dir_.Path(kStores + "/acme.cfg"),
-            "AllowPagegen\tyes\nShoppingCartDirectory\tcart\nPageGenTmpltSet\tbasic\n"
-            "StoreDir\t/acme/\nNonSecureDomain\thttp://shop.example.com\n"
-            "PageGenTemplateDir\t" +
-                dir_.Path("templates") + "\nProductDatabase\t" + dir_.Path(kStores + "/prod.txt") +
-                "\n");
-  WriteFile(dir_.Path(kStores + "/prod.txt"), "");
-  {
-    const std::string gen = dir_.Path("gen/");
-    HeldInChild run([&] {
-      return openlock((gen + "pgstatus.pid").c_str(), 0, 0644) >= 0 &&
-             openlock((gen + "pgstatus.lck").c_str(), 0, 0644) >= 0;
-    });
-    ASSERT_TRUE(run.held());
-    EXPECT_EQ(Title(Post("action=generate&store=acme").out), "Generation already running");
-    EXPECT_FALSE(FileExists(dir_.Path("gen/pgstatus.log")));
-  }
-  EXPECT_EQ(Title(Post("action=generate&store=acme").out), "Generation started");
-  std::string report;
-  for (int i = 0; i < 600; ++i) {
-    if (ReadFile(dir_.Path("gen/pgstatus.log"), false).find("ReturnCode=") != std::string::npos) {
-      report = Get("action=status&store=acme").out;
-      if (report.find("Generation running") == std::string::npos) break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  // The report, then the run's warning on standard error about its empty
-  // product database.
-  std::string success = SuccessReport("http://shop.example.com/acme/");
-  success.resize(success.find("</BODY>"));
-  EXPECT_EQ(report.rfind(success + "<H2>Messages of the run</H2>\n<PRE>storegen: " +
-                             dir_.Path(kStores + "/prod.txt") + ": the product database holds no",
-                         0),
-            0u)
-      << report;
-  EXPECT_TRUE(std::filesystem::is_directory(dir_.Path("www/acme")));
 }
 
 TEST_F(AdminTest, ReportOfARunWithProblems) {
