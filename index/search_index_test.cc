@@ -64,6 +64,9 @@ TEST_F(SearchIndexTest, SecondInitialisationFindsTheStoreNotNew) {
   // With the search page in place the template's default URL is rewritten.
   EXPECT_NE(ReadFile("wwwwais.cfg").find("\nDefaultURL http://shop.example/search\n"),
             std::string::npos);
+  // A default address that cannot be written leaves the index closed.
+  std::filesystem::create_directory("wwwwais.TMP");
+  EXPECT_EQ(InitIndex("acme", "/store/acme", "/store", "/var/www"), 0);
 }
 
 TEST_F(SearchIndexTest, NoCreateWritesNothingAndAnswersAsAFullSetUp) {

@@ -243,7 +243,7 @@ TEST_F(AdminTest, ReportOfARunWithProblems) {
   WriteFile(dir_.Path("gen/release"), "");
   WriteFile(dir_.Path("gen/rc.txt"), "-18");
   WriteFile(dir_.Path("gen/problems.txt"), "%%CATEGORY.Color%%\t-18\nc-shoes.html\t-18\n");
-  WriteFile(dir_.Path("gen/messages.txt"), "storegen: <shoes.html> has a tag\n");
+  WriteFile(dir_.Path("gen/messages.txt"), "storegen: <shoes.html> has a tag & more\n");
   Post("action=generate&store=acme");
   ASSERT_TRUE(WaitForFile(dir_.Path("gen/finished")));
   std::string out = Get("action=status&store=acme").out;
@@ -256,7 +256,7 @@ TEST_F(AdminTest, ReportOfARunWithProblems) {
       << out;
   // The run's own words on standard error follow the report.
   EXPECT_NE(out.find("<H2>Messages of the run</H2>\n<PRE>storegen: &lt;shoes.html&gt; has a "
-                     "tag\n</PRE>\n</BODY>"),
+                     "tag &amp; more\n</PRE>\n</BODY>"),
             std::string::npos)
       << out;
 }

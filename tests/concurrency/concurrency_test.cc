@@ -1,8 +1,8 @@
-// Runs of one installation side by side. A static run is held in the middle
-// of its work by the gate product library (it waits in its first product
-// connection until the test opens a FIFO), so that every overlap below is
-// certain rather than likely: no test depends on timing. The waits are
-// bounded only so that a broken build fails instead of hanging.
+// Runs of one installation side by side. A static run is held before it
+// ends, its lock taken and its pages written, by a stand-in indexer that waits
+// until the test opens a FIFO, so that every overlap below is certain rather
+// than likely: no test depends on timing. The waits are bounded only so that
+// a broken build fails instead of hanging.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -25,7 +25,7 @@ namespace {
 constexpr char kLockMessage[] = "Page generator already running\n";
 
 // Starts storegen with its output going to |out_file|; |gate| (if any) holds
-// it at its first product connection. Returns the child's pid.
+// a static run at its indexer. Returns the child's pid.
 pid_t Spawn(const std::vector<std::string>& argv, const std::string& out_file,
             const std::string& gate = "") {
   pid_t pid = fork();
@@ -70,9 +70,14 @@ int Wait(pid_t pid, pid_t* who = nullptr) {
 class Concurrency : public ::testing::Test {
  protected:
   void SetUp() override {
-    store_ = InstallSampleStore(dir_.path(), {{"ProductAPILibrary", PAPI_GATE_LIB}});
+    store_ = InstallSampleStore(dir_.path());
     gate_ = dir_.Path("gate");
     ASSERT_EQ(mkfifo(gate_.c_str(), 0600), 0);
+    // The indexer of a run given a gate says it got there, then waits.
+    WriteFile(dir_.Path("swish/swish"),
+              "#!/bin/sh\n[ -z \"$STOREGEN_TEST_GATE\" ] && exit 0\n"
+              ": > \"$STOREGEN_TEST_GATE.reached\"\nexec cat \"$STOREGEN_TEST_GATE\"\n");
+    ASSERT_EQ(chmod(dir_.Path("swish/swish").c_str(), 0755), 0);
   }
   // Lets the run held at the gate go on.
   void OpenGate() {
@@ -109,7 +114,7 @@ TEST_F(Concurrency, OfManyStaticRunsStartedAtOnceExactlyOneRuns) {
     OpenGate();
     EXPECT_EQ(Wait(runs[i]), 0) << ReadFile(dir_.Path(std::to_string(i)));
   }
-  EXPECT_TRUE(FileExists(store_.pages + "p-A-100.html"));
+  EXPECT_TRUE(FileExists(store_.pages + "p-LL-101.html"));
 }
 
 // Dynamic requests run beside a held static run, which keeps further static
@@ -117,25 +122,25 @@ TEST_F(Concurrency, OfManyStaticRunsStartedAtOnceExactlyOneRuns) {
 TEST_F(Concurrency, DynamicRequestsBesideAStaticRunAndAKilledRunsLock) {
   pid_t runner = Spawn(store_.StaticRun(), dir_.Path("runner"), gate_);
   ASSERT_TRUE(WaitForFile(gate_ + ".reached"));
-  const char* const skus[] = {"A-100", "B-200", "C-300"};
+  const char* const skus[] = {"LL-101", "TX-202", "GD-506"};
   std::vector<pid_t> requests;
   for (int i = 0; i < 12; ++i) {
     std::vector<std::string> argv = store_.ProductPage(skus[i % 3]);
-    if (i == 11) argv = {store_.bin, "-c", store_.cfg, "-C", "Kitchen", "-f", "0"};
+    if (i == 11) argv = {store_.bin, "-c", store_.cfg, "-C", "Garden", "-f", "0"};
     requests.push_back(Spawn(argv, dir_.Path("request" + std::to_string(i))));
   }
   for (int i = 0; i < 12; ++i) {
     EXPECT_EQ(Wait(requests[i]), 0) << i;
     std::string page = ReadFile(dir_.Path("request" + std::to_string(i)));
     EXPECT_EQ(page.rfind("Content-type", 0), 0u) << i;
-    EXPECT_NE(page.find(i == 11 ? "Kettle" : skus[i % 3]), std::string::npos) << i;
+    EXPECT_NE(page.find(i == 11 ? "<h1>Products</h1>" : skus[i % 3]), std::string::npos) << i;
   }
   EXPECT_EQ(RunProgram(store_.StaticRun()).exit_code, ExitStatusOf(-50));
   kill(runner, SIGKILL);
   EXPECT_EQ(Wait(runner), -1);
+  OpenGate();  // the killed run's indexer
   RunResult next = RunProgram(store_.StaticRun());
   EXPECT_EQ(next.exit_code, 0) << next.out;
-  EXPECT_TRUE(FileExists(store_.pages + "p-A-100.html"));
 }
 
 }  // namespace
