@@ -97,34 +97,26 @@ TEST_F(DirCopyTest, UncreatableDestinationLeavesProcessInSource) {
             "Unable to create directory: " + root_.Path("blocker/out/images") + "\n");
 }
 
+// Secure pages are copied with their directories; a missing one is reported,
+// one that cannot be written fails the copy once every page has been tried.
 TEST_F(DirCopyTest, SecurePagesAreCopiedWithTheirDirectories) {
   WriteFile(root_.Path("store.cfg"), "SecureContentPath\t" + root_.Path("secure") + "\n");
-  set_.secure_files = {
-      {"/pages/order.html", "", "", 0}, {"missing.html", "", "", 0}, {"\\top.html", "", "", 0}};
-  WriteFile(Out("pages/order.html"), "order");
-  WriteFile(Out("top.html"), "top");
-
-  ::testing::internal::CaptureStdout();
-  EXPECT_EQ(CopySecureFiles(), 0);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "File not found: " + Out("missing.html") + "\n");
-  EXPECT_EQ(ReadFile(root_.Path("secure/pages/order.html")), "order");
-  EXPECT_EQ(ReadFile(root_.Path("secure/top.html")), "top");
-  EXPECT_FALSE(FileExists(root_.Path("secure/missing.html")));
-}
-
-TEST_F(DirCopyTest, UnwritableSecureCopyFailsButEveryPageIsTried) {
-  WriteFile(root_.Path("store.cfg"), "SecureContentPath\t" + root_.Path("secure/") + "\n");
-  set_.secure_files = {{"a.html", "", "", 0}, {"b.html", "", "", 0}};
-  WriteFile(Out("a.html"), "a");
-  WriteFile(Out("b.html"), "b");
+  set_.secure_files = {{"/pages/order.html", "", "", 0},
+                       {"missing.html", "", "", 0},
+                       {"a.html", "", "", 0},
+                       {"\\top.html", "", "", 0}};
+  for (const char* page : {"pages/order.html", "a.html", "top.html"})
+    WriteFile(Out(page), page);
   fs::create_directories(root_.Path("secure/a.html"));
 
   ::testing::internal::CaptureStdout();
   EXPECT_EQ(CopySecureFiles(), -12);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "Unable to open file " + root_.Path("secure/a.html") + "\n");
-  EXPECT_EQ(ReadFile(root_.Path("secure/b.html")), "b");
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "File not found: " + Out("missing.html") +
+                                                          "\nUnable to open file " +
+                                                          root_.Path("secure/a.html") + "\n");
+  EXPECT_EQ(ReadFile(root_.Path("secure/pages/order.html")), "pages/order.html");
+  EXPECT_EQ(ReadFile(root_.Path("secure/top.html")), "top.html");
+  EXPECT_FALSE(FileExists(root_.Path("secure/missing.html")));
 }
 
 TEST_F(DirCopyTest, NoSecureContentPathSkipsSecureFiles) {
