@@ -2,10 +2,13 @@
 """Writes a synthetic store for the benchmarks, and the same site for Hugo.
 
     make_store.py N DIR [--categories C] [--page-size P] [--import BUILD_DIR]
+                  [--postgres CONNINFO]
 
 DIR/store/ is the store in storegen's formats: the store configuration
 shop.cfg (text files) and, with --import, sqlite.cfg (the same store through
-the SQLite product library, from store.sqlite made by storegen-import); the
+the SQLite product library, from store.sqlite made by storegen-import) and,
+with --postgres CONNINFO too, pg.cfg (through the PostgreSQL product
+library, from that database, with store.pgconf and store.adb); the
 template set bench.cfg with its templates in bench/; the product database
 products.txt (N products spread over C categories), the category database
 products.cdb and the attribute database products.adb.
@@ -494,8 +497,34 @@ category = "categories"
             out.write("---\n%s\n---\n%s\n" % ("\n".join(front), values["DESCRIPTION"]))
 
 
-def make_store(n, directory, categories=50, page_size=20, build_dir=None):
-    """Writes DIR/store and DIR/hugo afresh; returns DIR (absolute)."""
+def use_library(store, build, name, library, api_cfg):
+    """Writes NAME.cfg: the store's shop.cfg reading through LIBRARY."""
+    with open(os.path.join(store, "shop.cfg")) as f:
+        lines = [line for line in f.read().splitlines()
+                 if not line.startswith("ProductDatabase\t")]
+    lines += ["ProductDatabase\t" + api_cfg,
+              "ProductAPILibrary\t" + os.path.join(build, "lib", library),
+              "ProductAPILibConfig\t" + api_cfg]
+    write(os.path.join(store, name + ".cfg"), "\n".join(lines) + "\n")
+
+
+def import_into_postgres(store, build, conninfo):
+    """Imports the store into the database CONNINFO names (storegen-import)
+    and writes pg.cfg, reading it through the PostgreSQL library, with its
+    connection string in store.pgconf and its attribute database beside."""
+    subprocess.run([os.path.join(build, "bin", "storegen-import"),
+                    os.path.join(store, "products.txt"), "pg:" + conninfo],
+                   check=True, stdout=subprocess.DEVNULL)
+    api_cfg = os.path.join(store, "store.pgconf")
+    write(api_cfg, conninfo + "\n")
+    shutil.copy(os.path.join(store, "products.adb"), os.path.join(store, "store.adb"))
+    use_library(store, build, "pg", "libstoregen_papi_pg.so", api_cfg)
+
+
+def make_store(n, directory, categories=50, page_size=20, build_dir=None, pg_conninfo=None):
+    """Writes DIR/store and DIR/hugo afresh; returns DIR (absolute). With
+    BUILD_DIR, also store.sqlite and sqlite.cfg; with PG_CONNINFO too, the
+    store in that database and pg.cfg."""
     directory = os.path.abspath(directory)
     if os.path.exists(directory):
         shutil.rmtree(directory)
@@ -511,13 +540,9 @@ def make_store(n, directory, categories=50, page_size=20, build_dir=None):
         subprocess.run([os.path.join(build, "bin", "storegen-import"),
                         os.path.join(store, "products.txt"), sqlite_db],
                        check=True, stdout=subprocess.DEVNULL)
-        with open(os.path.join(store, "shop.cfg")) as f:
-            lines = [line for line in f.read().splitlines()
-                     if not line.startswith("ProductDatabase\t")]
-        lines += ["ProductDatabase\t" + sqlite_db,
-                  "ProductAPILibrary\t" + os.path.join(build, "lib", "libstoregen_papi_sqlite.so"),
-                  "ProductAPILibConfig\t" + sqlite_db]
-        write(os.path.join(store, "sqlite.cfg"), "\n".join(lines) + "\n")
+        use_library(store, build, "sqlite", "libstoregen_papi_sqlite.so", sqlite_db)
+        if pg_conninfo:
+            import_into_postgres(store, build, pg_conninfo)
     return directory
 
 
@@ -529,8 +554,11 @@ def main():
     parser.add_argument("--page-size", type=int, default=20)
     parser.add_argument("--import", dest="build_dir", metavar="BUILD_DIR",
                         help="also make store.sqlite and sqlite.cfg with this build")
+    parser.add_argument("--postgres", metavar="CONNINFO",
+                        help="with --import, also import into this PostgreSQL database "
+                             "(a libpq connection string) and make pg.cfg")
     args = parser.parse_args()
-    make_store(args.n, args.dir, args.categories, args.page_size, args.build_dir)
+    make_store(args.n, args.dir, args.categories, args.page_size, args.build_dir, args.postgres)
 
 
 if __name__ == "__main__":
