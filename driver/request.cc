@@ -87,7 +87,8 @@ int RunRedirected(std::vector<char*>& argv, int out_fd, int err_fd) {
 
 }  // namespace
 
-int RunDynamicRequest(const std::vector<std::string>& args, int out_fd, int err_fd) {
+int RunDynamicRequest(const std::vector<std::string>& args, int out_fd, int err_fd,
+                      bool keep_file_caches) {
   // The parser may write into its words: they are copies.
   std::vector<std::string> words(args);
   std::vector<char*> argv;
@@ -96,20 +97,21 @@ int RunDynamicRequest(const std::vector<std::string>& args, int out_fd, int err_
   argv.push_back(nullptr);
   const int rc = RunRedirected(argv, out_fd, err_fd);
   std::clearerr(stdout);
-  ResetProcessState();
+  if (keep_file_caches) {
+    ResetRequestState();
+  } else {
+    ResetProcessState();
+  }
   return rc;
 }
 
-void ResetProcessState() {
+void ResetRequestState() {
   ReleaseRunObjects();
   ReleaseKeptProducts();
   ResetRunState();
   ResetShutdown();
   ResetProdAPI();
-  ForgetProductFiles();
-  ResetConfigCache();
   ResetConfigListCursor();
-  ForgetKeptTemplates();
   ResetIndexState();
   ResetTokenPosition();
   ResetDiagnostics();
@@ -117,6 +119,13 @@ void ResetProcessState() {
   CatList = ProdList = 0;
   g_page_dependent = 0;
   fpCGI = nullptr;
+}
+
+void ResetProcessState() {
+  ResetRequestState();
+  ForgetProductFiles();
+  ResetConfigCache();
+  ForgetKeptTemplates();
 }
 
 }  // namespace storegen

@@ -6,7 +6,7 @@
 # missing. Run it as root, or as a user who may use sudo.
 set -eu
 
-build="cmake g++ make libsqlite3-dev libpq-dev"
+build="cmake g++ make libsqlite3-dev libpq-dev libfcgi-dev"
 # GoogleTest; Python for the web, docs and tutorial tests; lighttpd, Chromium
 # and curl for the web suite and the deployment recipes; swish-e for the
 # search index; groff and man-db for the manual pages; the PostgreSQL server

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,7 +18,7 @@
 #include "cgisupport/cgi_request.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/program_config.h"
-#include "driver/front/dynamic_request.h"
+#include "driver/front/front_config.h"
 
 namespace storegen {
 namespace {
@@ -28,57 +27,9 @@ constexpr char kConfigName[] = "storegen-cgi.cfg";
 constexpr char kConfigEnv[] = "STOREGEN_CGI_CONFIG";
 // How long the page generator may take over one page before it is ended.
 constexpr auto kPageTime = std::chrono::seconds(60);
-// The exit status of a product request for a product that does not exist.
-constexpr int kNoSuchProductStatus = 254;
 
-struct FrontConfig {
-  std::string storegen;
-  std::string store_dir;
-  std::vector<std::string> stores;
-};
-
-bool LoadConfig(const std::string& path, FrontConfig* config, std::string* error) {
-  ProgramConfig file(path);
-  if (!file.Readable()) {
-    *error = "cannot read " + path;
-    return false;
-  }
-  config->storegen = file.PathValue("StoregenProgram");
-  config->store_dir = file.PathValue("StoreConfigDir");
-  const std::string list = file.Value("Stores");
-  for (std::size_t start = 0; start < list.size();) {
-    std::size_t end = list.find_first_of(" \t,;", start);
-    if (end == std::string::npos) end = list.size();
-    std::string name = list.substr(start, end - start);
-    start = end + 1;
-    if (name.empty()) continue;
-    if (!IsPlainName(name) || name[0] == '-') {
-      *error = "Stores in " + path + " names \"" + name + "\", which is not a plain file name";
-      return false;
-    }
-    config->stores.push_back(name);
-  }
-  const char* missing = config->storegen.empty()    ? "StoregenProgram"
-                        : config->store_dir.empty() ? "StoreConfigDir"
-                        : config->stores.empty()    ? "Stores"
-                                                    : nullptr;
-  if (missing != nullptr) {
-    *error = std::string(missing) + " is not set in " + path;
-    return false;
-  }
-  return true;
-}
-
-// An answer of the front's own. Nothing of the request is repeated in it.
-void Answer(const char* status, const char* text, const char* extra_header = "") {
-  std::printf(
-      "Status: %s\n%sContent-type: text/html\n\n<HTML><HEAD><TITLE>%s</TITLE></HEAD>\n<BODY>\n"
-      "<H1>%s</H1>\n<P>%s</P>\n</BODY></HTML>\n",
-      status, extra_header, status, status, text);
-}
-
-void ServerError() {
-  Answer("500 Internal Server Error", "The page cannot be made at the moment.");
+void Print(const std::string& answer) {
+  std::fwrite(answer.data(), 1, answer.size(), stdout);
 }
 
 // Copies what the generator writes on |from| to standard output until it
@@ -116,7 +67,7 @@ void RunGenerator(const std::vector<std::string>& argv, DynamicRequest::Kind kin
   args.push_back(nullptr);
   int out[2];
   if (pipe2(out, O_CLOEXEC) != 0) {
-    ServerError();
+    Print(ServerErrorAnswer());
     return;
   }
   std::fflush(stdout);
@@ -145,16 +96,9 @@ void RunGenerator(const std::vector<std::string>& argv, DynamicRequest::Kind kin
                child < 0 ? "could not be started"
                : late    ? "took too long and was ended"
                          : ("ended with status " + std::to_string(code)).c_str());
-  if (kind == DynamicRequest::Kind::kProductPage && code == kNoSuchProductStatus && !late) {
-    Answer("404 Not Found", "The store has no such product.");
-  } else {
-    ServerError();
-  }
-}
-
-bool IsRegularFile(const std::string& path) {
-  struct stat st;
-  return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+  const bool missing =
+      kind == DynamicRequest::Kind::kProductPage && code == kNoSuchProductStatus && !late;
+  Print(missing ? NoSuchProductAnswer() : ServerErrorAnswer());
 }
 
 }  // namespace
@@ -162,38 +106,25 @@ bool IsRegularFile(const std::string& path) {
 int FrontMain(int argc, char** argv) {
   FrontConfig config;
   std::string error;
-  if (!LoadConfig(ProgramConfig::Locate(argc > 0 ? argv[0] : nullptr, kConfigName, kConfigEnv),
-                  &config, &error)) {
+  if (!LoadFrontConfig(ProgramConfig::Locate(argc > 0 ? argv[0] : nullptr, kConfigName, kConfigEnv),
+                       true, &config, &error)) {
     std::fprintf(stderr, "storegen-cgi: %s\n", error.c_str());
-    ServerError();
+    Print(ServerErrorAnswer());
     return 0;
   }
-  const char* method = std::getenv("REQUEST_METHOD");
-  if (method == nullptr || (std::strcmp(method, "GET") != 0 && std::strcmp(method, "HEAD") != 0)) {
-    Answer("405 Method Not Allowed", "Pages are only fetched here.", "Allow: GET, HEAD\n");
-    return 0;
-  }
-  const char* query = std::getenv("QUERY_STRING");
-  std::optional<DynamicRequest> request = ParseDynamicRequest(query != nullptr ? query : "");
-  if (!request) {
-    Answer("400 Bad Request", "This address does not name a page of the store.");
-    return 0;
-  }
-  std::string store_cfg;
-  for (const std::string& name : config.stores) {
-    if (name == request->store) store_cfg = config.store_dir + "/" + name;
-  }
-  if (store_cfg.empty() || !IsRegularFile(store_cfg)) {
-    Answer("404 Not Found", "There is no such store here.");
+  FrontDecision d =
+      DecideRequest(config, std::getenv("REQUEST_METHOD"), std::getenv("QUERY_STRING"));
+  if (!d.answer.empty()) {
+    Print(d.answer);
     return 0;
   }
   std::vector<std::string> args = {config.storegen};
-  for (std::string& a : DynamicRequestArguments(*request, store_cfg))
+  for (std::string& a : d.args)
     args.push_back(std::move(a));
   // The generator sees the program's name the web server called, as when it
   // is called directly, and nothing else of the request.
   RemoveCgiRequestVariables({"SCRIPT_NAME"});
-  RunGenerator(args, request->kind);
+  RunGenerator(args, d.kind);
   return 0;
 }
 

@@ -5,12 +5,8 @@
 // page on. Anything else gets a 4xx answer and starts nothing.
 //
 // Its configuration file, "storegen-cgi.cfg" beside the program (or the file
-// named by STOREGEN_CGI_CONFIG), has "key<TAB>value" lines; relative paths
-// are taken from the file's directory:
-//   StoregenProgram  the page generator (required)
-//   StoreConfigDir   the directory of the store configurations (required)
-//   Stores           the configuration file names served, separated by
-//                    blanks, commas or semicolons (required)
+// named by STOREGEN_CGI_CONFIG), is described in front_config.h; it must name
+// the StoregenProgram.
 #ifndef STOREGEN_DRIVER_FRONT_FRONT_MAIN_H_
 #define STOREGEN_DRIVER_FRONT_FRONT_MAIN_H_
 

@@ -12,7 +12,8 @@ import webstore as ws  # noqa: E402
 
 SOURCE = os.environ["STOREGEN_SOURCE_DIR"]
 BUILD = os.environ["STOREGEN_BUILD_DIR"]
-PAGES = {"storegen": "1", "storegen-admin": "8", "storegen-cgi": "8", "storegen-import": "1"}
+PAGES = {"storegen": "1", "storegen-admin": "8", "storegen-cgi": "8", "storegen-fcgi": "8",
+         "storegen-import": "1"}
 
 
 def run(*args, **kw):
@@ -43,7 +44,11 @@ class ManPagesTest(unittest.TestCase):
         self.assertEqual(install.returncode, 0, install.stderr)
         self.assertTrue(os.path.isfile(os.path.join(prefix, "share", "doc", "storegen",
                                                     "getting-started.md")))
-        for name in ("storegen", "storegen-admin", "storegen-cgi"):
+        installed = ["storegen", "storegen-admin", "storegen-cgi"]
+        # Built only with the FastCGI library, and its page installed with it.
+        if os.path.exists(ws.binary("storegen-fcgi")):
+            installed.append("storegen-fcgi")
+        for name in installed:
             shown = run("man", "-M", os.path.join(prefix, "share", "man"), name)
             self.assertEqual(shown.returncode, 0, shown.stderr)
             self.assertIn(name, shown.stdout)

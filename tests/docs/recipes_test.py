@@ -116,6 +116,23 @@ class RecipesTest(unittest.TestCase):
         status, _, _ = server.fetch("/cgi-bin/storegen?-c+lantern.cfg+-tx+/etc/passwd+-f+0")
         self.assertEqual(status, 400)
 
+    def test_fastcgi(self):
+        if not os.path.exists(ws.binary("storegen-fcgi")):
+            self.skipTest("storegen-fcgi is not built (no libfcgi-dev)")
+        work, root = ws.generate_static_store(self.tmp)
+        config = os.path.join(self.tmp, "storegen-cgi.cfg")
+        ws.front_config(config, work)
+        server = self.serve("fastcgi", html_root=root, responder_program=ws.binary("storegen-fcgi"),
+                            responder_config=config,
+                            responder_socket=os.path.join(self.tmp, "fcgi.sock"))
+        self.check_store(server, os.path.join(root, ws.STORE))
+        for _ in range(2):  # the second from the pages kept
+            status, _, body = server.fetch("/cgi-bin/storegen?-p+-c+lantern.cfg+LL-101")
+            self.assertEqual(status, 200, body)
+            self.assertEqual(body, ws.read(os.path.join(root, ws.STORE, "p-LL-101.html"), "rb"))
+        status, _, _ = server.fetch("/cgi-bin/storegen?-c+lantern.cfg+-tx+/etc/passwd+-f+0")
+        self.assertEqual(status, 400)
+
 
 if __name__ == "__main__":
     sys.exit(unittest.main())
