@@ -4,6 +4,8 @@ on its own (web_test.py PART):
   static   the generated store crawled over HTTP from the shop home page
   dynamic  product and list pages made on request through the front
            storegen-cgi, against the pages a static run writes
+  fastcgi  the same through the FastCGI responder storegen-fcgi, and files
+           changed between its requests
   admin    a generation run started and followed through storegen-admin
   browser  pages opened in headless Chromium: rendered DOM and screenshots
 
@@ -92,14 +94,18 @@ class DynamicStoreTest(unittest.TestCase):
         if run.returncode != 0:
             raise AssertionError(f"static run of the dynamic store failed ({run.returncode}): "
                                  f"{run.stdout!r} {run.stderr!r}")
-        # The front storegen-cgi as /cgi-bin/storegen, the name PageGenProg gives.
-        cgi = os.path.join(cls.tmp, "www-cgi")
-        ws.front_config(os.path.join(cgi, "storegen-cgi.cfg"), cls.work)
-        os.symlink(ws.binary("storegen-cgi"), os.path.join(cgi, "storegen"))
-        cls.server = ws.Server(cls.tmp, cls.root, cgi)
+        cls.server = cls.start_server()
         cls.addClassCleanup(cls.server.stop)
         cls.links = ws.StoreLinks(cls.cfg)
         cls.products = ws.read_table(os.path.join(cls.work, "products.txt"))
+
+    @classmethod
+    def start_server(cls):
+        """The front storegen-cgi as /cgi-bin/storegen, the name PageGenProg gives."""
+        cgi = os.path.join(cls.tmp, "www-cgi")
+        ws.front_config(os.path.join(cgi, "storegen-cgi.cfg"), cls.work)
+        os.symlink(ws.binary("storegen-cgi"), os.path.join(cgi, "storegen"))
+        return ws.Server(cls.tmp, cls.root, cgi)
 
     def pagegen(self, query):
         return self.links.pagegen + "?" + query
@@ -199,6 +205,55 @@ class DynamicStoreTest(unittest.TestCase):
         # Product and category pages exist only on request.
         self.assertFalse(any(n.startswith(("p-", "c-"))
                              for n in os.listdir(os.path.join(self.root, ws.STORE))))
+
+
+class FastCgiStoreTest(DynamicStoreTest):
+    """The same dynamic store, its pages made by the FastCGI responder
+    storegen-fcgi, which lighttpd starts: the same pages and answers as
+    through storegen-cgi, and files changed between requests seen."""
+
+    @classmethod
+    def start_server(cls):
+        config = os.path.join(cls.tmp, "storegen-fcgi.cfg")
+        ws.front_config(config, cls.work)
+        # The store's files as on a server where they have not changed for a
+        # while: the responder keeps them between requests.
+        hour_ago = time.time() - 3600
+        for name in ("lantern.cfg", "products.txt", "modern/product.html"):
+            os.utime(os.path.join(cls.work, name), (hour_ago, hour_ago))
+        return ws.Server(cls.tmp, cls.root, os.path.join(cls.tmp, "www-cgi"), fastcgi={
+            "/cgi-bin/storegen": (ws.binary("storegen-fcgi"), {"STOREGEN_FCGI_CONFIG": config})})
+
+    def replace(self, name, old, new):
+        """Writes |name| of the store anew with |old| replaced, and renames it
+        into place as an operator's update does; returns the old text."""
+        path = os.path.join(self.work, name)
+        text = ws.read(path)
+        self.assertIn(old, text)
+        ws.write(path + ".new", text.replace(old, new))
+        os.rename(path + ".new", path)
+        return text
+
+    def test_changed_files_are_seen_by_the_next_request(self):
+        page = self.pagegen("-p+-c+lantern.cfg+LL-101")
+        status, _, before = self.server.fetch(page)
+        self.assertEqual(status, 200)
+        products = self.replace("products.txt", "Brass Table Lamp\t89.00", "Brass Table Lamp\t91.50")
+        template = self.replace("modern/product.html", "</html>", "<!-- v2 --></html>")
+        try:
+            status, _, after = self.server.fetch(page)
+            self.assertEqual(status, 200)
+            self.assertIn(b"91.50", after)
+            self.assertIn(b"<!-- v2 -->", after)
+            self.assertNotIn(b"91.50", before)
+        finally:
+            ws.write(os.path.join(self.work, "products.txt"), products)
+            ws.write(os.path.join(self.work, "modern/product.html"), template)
+        self.assertEqual(self.server.fetch(page)[2], before)
+        # A request that made no page is a line on the responder's standard error.
+        self.server.fetch(self.pagegen("-p+-c+lantern.cfg+NO-SUCH-SKU"))
+        self.assertIn("storegen-fcgi: storegen -c " + self.cfg + " -p NO-SUCH-SKU ended with",
+                      ws.read(self.server.breakage_log))
 
 
 class AdminTest(unittest.TestCase):
@@ -338,6 +393,7 @@ class BrowserTest(unittest.TestCase):
 PARTS = {
     "static": (StaticStoreTest, ["lighttpd"]),
     "dynamic": (DynamicStoreTest, ["lighttpd"]),
+    "fastcgi": (FastCgiStoreTest, ["lighttpd"]),
     "admin": (AdminTest, ["lighttpd"]),
     "browser": (BrowserTest, ["lighttpd", "chromium"]),
 }
@@ -349,6 +405,10 @@ def main():
         return 2
     case, tools = PARTS[sys.argv[1]]
     ws.require_tools(*tools)
+    if case is FastCgiStoreTest and not os.path.exists(ws.binary("storegen-fcgi")):
+        # Built only with Debian's libfcgi-dev, which CI installs.
+        print("SKIPPED: storegen-fcgi is not built (apt-get install libfcgi-dev)")
+        return 1 if os.environ.get("CI") == "true" else 77
     for path in (ws.binary(), os.path.join(ws.SAMPLE_DIR, "generate.sh")):
         if not os.path.exists(path):
             print(f"FAILED: {path} is missing")

@@ -163,11 +163,17 @@ def read_table(path):
 class Server:
     """lighttpd on 127.0.0.1 at a free port, serving |root|, with CGI for every
     program in |cgi_dir| under /cgi-bin/. |cgi_env| is the CGI programs'
-    environment besides the CGI variables. Always stop() it."""
+    environment besides the CGI variables. |fastcgi| maps a URL path to a
+    FastCGI responder that lighttpd starts: (program, its environment).
+    Always stop() it."""
 
-    def __init__(self, work, root, cgi_dir, cgi_env=None):
+    def __init__(self, work, root, cgi_dir, cgi_env=None, fastcgi=None):
+        self.fastcgi = {path: (program, {**CHILD_ENV, **env}, os.path.join(work, f"fcgi{i}.sock"))
+                        for i, (path, (program, env)) in enumerate((fastcgi or {}).items())}
         self.conf = os.path.join(work, "lighttpd.conf")
         self.error_log = os.path.join(work, "lighttpd-error.log")
+        # The standard error of the programs lighttpd starts (FastCGI).
+        self.breakage_log = os.path.join(work, "lighttpd-breakage.log")
         self.access_log = os.path.join(work, "lighttpd-access.log")
         self.requests = 0
         for _ in range(3):
@@ -198,6 +204,7 @@ server.document-root = {q(root)}
 server.bind = "127.0.0.1"
 server.port = {self.port}
 server.errorlog = {q(self.error_log)}
+server.breakagelog = {q(self.breakage_log)}
 accesslog.filename = {q(self.access_log)}
 accesslog.format = "%s %r"
 index-file.names = ( "index.html" )
@@ -208,7 +215,22 @@ $HTTP["url"] =~ "^/cgi-bin/" {{
   cgi.assign = ( "" => "" )
 }}
 setenv.add-environment = ( {env_items} )
-"""
+""" + self.fastcgi_text(q)
+
+    def fastcgi_text(self, q):
+        if not self.fastcgi:
+            return ""
+        def responder(path, program, env, sock):
+            env_items = ", ".join(f"{q(k)} => {q(v)}" for k, v in env.items())
+            return f"""{q(path)} => ((
+  "bin-path" => {q(program)},
+  "socket" => {q(sock)},
+  "max-procs" => 1,
+  "bin-environment" => ( {env_items} ),
+  "check-local" => "disable"
+))"""
+        servers = ",\n".join(responder(path, *rest) for path, rest in self.fastcgi.items())
+        return f'server.modules += ( "mod_fastcgi" )\nfastcgi.server = (\n{servers}\n)\n'
 
     def stop(self):
         if self.proc is not None and self.proc.poll() is None:
