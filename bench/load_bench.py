@@ -59,6 +59,7 @@ the machine lowers pages/s and raises p99. Only 127.0.0.1 is ever contacted.
 import argparse
 import contextlib
 import json
+import random
 import os
 import shutil
 import signal
@@ -125,8 +126,7 @@ class Store:
         if not os.path.exists(stamp):
             self.make()
             write(stamp, "%d\n" % n)
-        if os.path.exists(os.path.join(self.dir, "pg.cfg")):
-            os.remove(os.path.join(self.dir, "pg.cfg"))  # a database of an earlier run
+        self.use_build()
         self.db_bytes = {"text": os.path.getsize(self.products),
                          "sqlite": os.path.getsize(os.path.join(self.dir, "store.sqlite"))}
 
@@ -138,18 +138,26 @@ class Store:
         log("making the store of %d products in %s" % (self.n, self.dir))
         shutil.rmtree(self.base, ignore_errors=True)
         os.makedirs(os.path.join(self.base, "bin"))
-        rng = make_store.random.Random(20240917)
+        rng = random.Random(20240917)  # make_store.py's seed: the same store
         products = [make_store.product(i, self.categories, rng) for i in range(self.n)]
         make_store.write_storegen_store(self.dir, products, self.categories, PAGE_SIZE)
-        sqlite_db = os.path.join(self.dir, "store.sqlite")
         subprocess.run([os.path.join(self.build, "bin", "storegen-import"), self.products,
-                        sqlite_db], check=True, stdout=subprocess.DEVNULL)
-        # The program works in its own directory: a link of its own per store.
+                        os.path.join(self.dir, "store.sqlite")], check=True,
+                       stdout=subprocess.DEVNULL)
+
+    def use_build(self):
+        """The program (a link of its own: it works in its own directory)
+        and the store configurations, for the build under test."""
+        if os.path.lexists(self.program):
+            os.remove(self.program)
         os.symlink(os.path.join(self.build, "bin", "storegen"), self.program)
+        sqlite_db = os.path.join(self.dir, "store.sqlite")
         self.write_config("text.cfg", {})
         self.write_config("sqlite.cfg", {
             "ProductDatabase": sqlite_db, "ProductAPILibConfig": sqlite_db,
             "ProductAPILibrary": os.path.join(self.build, "lib", "libstoregen_papi_sqlite.so")})
+        if os.path.exists(os.path.join(self.dir, "pg.cfg")):
+            os.remove(os.path.join(self.dir, "pg.cfg"))  # a database of an earlier run
 
     def attach_postgres(self, server):
         """Imports the store into a database of its own on |server| (a
@@ -387,6 +395,15 @@ setenv.add-environment = ( %s )
         except urllib.error.HTTPError as e:
             return e.code, e.read()
 
+    def sanitizer_reports(self):
+        """Lines of the error log (the responder's standard error) that
+        report a sanitizer finding, when the build is a sanitizer build."""
+        try:
+            with open(self.error_log, errors="replace") as f:
+                return [l for l in f if "Sanitizer" in l or "runtime error:" in l]
+        except OSError:
+            return []
+
     def stop(self):
         if self.proc.poll() is None:
             self.proc.send_signal(signal.SIGTERM)
@@ -591,6 +608,10 @@ def bench_mode(args, store, mode):
             log("  %s" % format_row(result))
     finally:
         server.stop()
+    reports = server.sanitizer_reports()
+    if reports:
+        raise SystemExit("%s: sanitizer reports in %s:\n%s" % (mode, server.error_log,
+                                                               "".join(reports[:10])))
     return rows
 
 
@@ -723,11 +744,13 @@ def replace_bench(args, store, mode):
             alive = all(os.path.exists("/proc/%d" % p) for p in pids)
         finally:
             server.stop()
+        reports = server.sanitizer_reports()
     finally:
         shutil.copyfile(versions[0], store.products + ".new")
         os.rename(store.products + ".new", store.products)
     result.update(n=store.n, mode=mode, load=load, replacements=replacer.count, start=start,
-                  end=end, series=series, pids=len(pids), alive=alive)
+                  end=end, series=series, pids=len(pids), alive=alive, sanitizer=len(reports),
+                  error_log=server.error_log)
     return result
 
 
@@ -751,11 +774,16 @@ def format_replace(r):
                          r["start"][0] / 1024.0, r["end"][0] / 1024.0, r["start"][1],
                          r["end"][1], ", ".join("%.1f MB/%d fds" % (kb / 1024.0, fds)
                                                 for kb, fds in r["series"])))
-    bad = r["torn"] or r["not_ok"] or r["socket"] or r["ok_a"] == 0 or r["ok_b"] == 0 or (
-        r["pids"] and (not r["alive"] or r["end"][1] > r["start"][1]))
+    if r["sanitizer"]:
+        lines.append("- %d sanitizer report lines in %s" % (r["sanitizer"], r["error_log"]))
+    (rss0, fds0), (rss1, fds1) = r["start"], r["end"]
+    grew = r["pids"] and (not r["alive"] or fds1 > fds0 or rss1 > rss0 + max(rss0 / 10, 4096))
+    bad = (r["torn"] or r["not_ok"] or r["socket"] or r["ok_a"] == 0 or r["ok_b"] == 0 or grew
+           or r["sanitizer"])
     lines.append("- verdict: %s" % ("FAILED" if bad else "no error status, no torn page, "
                                      "both versions seen" + (
-                                         "" if not r["pids"] else ", no descriptor growth")))
+                                         "" if not r["pids"] else ", no growth in descriptors, "
+                                         "nor in memory beyond 10 % or 4 MB")))
     return "\n".join(lines), bool(bad)
 
 
