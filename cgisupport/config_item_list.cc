@@ -76,9 +76,12 @@ ConfigItemList* CIL_CreateListFromFile(const char* file) {
   if (!fp) return nullptr;
   ConfigItemList* list = CIL_CreateList();
   if (list == nullptr) return nullptr;
-  std::vector<char> line(kConfigLineSize);
-  while (std::fgets(line.data(), kConfigLineSize, fp.get()) != nullptr) {
-    ConfigLineTokens tokens = SplitConfigLine(line.data());
+  // Left uninitialised: fgets writes what is read, and the 64 KB would
+  // otherwise be cleared for every list, which a server making page after
+  // page feels.
+  std::unique_ptr<char[]> line(new char[kConfigLineSize]);
+  while (std::fgets(line.get(), kConfigLineSize, fp.get()) != nullptr) {
+    ConfigLineTokens tokens = SplitConfigLine(line.get());
     if (tokens.value.empty()) continue;
     std::string name(tokens.key), value(tokens.value);
     CIL_AddItem(list, name.c_str(), value.c_str());  // a failed insertion is passed over

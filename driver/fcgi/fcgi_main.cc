@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -187,7 +188,9 @@ struct Worker {
 
 pid_t StartWorker(int listen_fd, Responder* responder) {
   pid_t pid = fork();
-  if (pid == 0) _exit(ServeRequests(listen_fd, responder));
+  // A worker ends through exit(), so that what runs at exit (a leak check)
+  // runs for it too.
+  if (pid == 0) std::exit(ServeRequests(listen_fd, responder));
   if (pid < 0) Log(std::string("cannot start a worker: ") + std::strerror(errno));
   return pid;
 }
@@ -261,6 +264,7 @@ int FcgiMain(int argc, char** argv) {
   Responder responder(config, program);
 
   int listen_fd = 0;
+  struct stat socket_file {};  // the socket file -s made, when it did
   if (FCGX_Init() != 0) {
     Log("cannot initialise the FastCGI library");
     return 1;
@@ -271,6 +275,8 @@ int FcgiMain(int argc, char** argv) {
       Log("cannot listen on " + options.address);
       return 1;
     }
+    if (options.address[0] == '/' && stat(options.address.c_str(), &socket_file) != 0)
+      socket_file.st_ino = 0;
   } else if (FCGX_IsCGI()) {
     Log("standard input is not a listening socket: start it from the web server or spawn-fcgi, "
         "or give -s ADDRESS");
@@ -289,7 +295,13 @@ int FcgiMain(int argc, char** argv) {
   int workers =
       options.workers > 0 ? options.workers : static_cast<int>(cpus < 1 ? 1 : std::min(cpus, 64L));
   const int rc = Supervise(listen_fd, &responder, workers);
-  if (!options.address.empty() && options.address[0] == '/') unlink(options.address.c_str());
+  // The socket file goes, unless a successor started meanwhile has made its
+  // own under the same name.
+  struct stat now;
+  if (socket_file.st_ino != 0 && stat(options.address.c_str(), &now) == 0 &&
+      now.st_dev == socket_file.st_dev && now.st_ino == socket_file.st_ino) {
+    unlink(options.address.c_str());
+  }
   return rc;
 }
 
