@@ -274,23 +274,25 @@ def busy_ticks():
 OWN_ROOTS = []
 
 
-class OthersCpu:
-    """The share of the machine's CPUs used by processes other than the
-    bench's own (lighttpd and its children, the PostgreSQL server, wrk, this
-    script) between start and stop(), in per cent of all CPUs."""
+class CpuShare:
+    """CPU time between start and stop(): the server's (lighttpd, its
+    children, the PostgreSQL server), and the share of the machine's CPUs
+    that other work took (all CPU time in /proc/stat less the server's, wrk's
+    and this script's), in per cent of all CPUs."""
 
     def __init__(self, roots):
-        self.roots = list(roots) + OWN_ROOTS + [os.getpid()]
+        self.roots = list(roots) + OWN_ROOTS
         self.start = (time.monotonic(), busy_ticks(), tree_cpu_ticks(self.roots), os.times())
 
     def stop(self):
-        wall, busy, own, times = self.start
-        now = os.times()
+        """(server CPU seconds, others' per cent)."""
+        wall, busy, server, times = self.start
+        now, hz = os.times(), os.sysconf("SC_CLK_TCK")
+        server = (tree_cpu_ticks(self.roots) - server) / hz
         # wrk ran as this script's child and has been waited for.
-        own_seconds = (tree_cpu_ticks(self.roots) - own) / os.sysconf("SC_CLK_TCK") + (
-            now.children_user + now.children_system - times.children_user - times.children_system)
-        others = (busy_ticks() - busy) / os.sysconf("SC_CLK_TCK") - own_seconds
-        return max(0.0, 100.0 * others / ((time.monotonic() - wall) * os.cpu_count()))
+        own = server + sum(now[:4]) - sum(times[:4])
+        others = (busy_ticks() - busy) / hz - own
+        return server, max(0.0, 100.0 * others / ((time.monotonic() - wall) * os.cpu_count()))
 
 
 def fd_count(pids):
@@ -599,9 +601,11 @@ def bench_mode(args, store, mode):
             load = os.getloadavg()[0]
             sampler = Sampler(server.responder_pids)
             sampler.start()
-            others = OthersCpu([server.proc.pid])
+            cpu = CpuShare([server.proc.pid])
             result = run_wrk(work, LUA_MIX, params, server.url(), conns, args.duration)
-            result.update(n=store.n, mode=mode, conns=conns, load=load, others=others.stop(),
+            server_cpu, others = cpu.stop()
+            result.update(n=store.n, mode=mode, conns=conns, load=load, others=others,
+                          cpu_ms=1000.0 * server_cpu / max(1, result["requests"]),
                           rss_mb=sampler.stop() / 1024.0,
                           db_mb=store.db_bytes[mode.split("-")[1]] / 1e6)
             rows.append(result)
@@ -616,14 +620,15 @@ def bench_mode(args, store, mode):
 
 
 TABLE_HEAD = ("| products | mode | conns | pages/s | p50 ms | p99 ms | non-2xx | socket errors "
-              "| responder RSS MB | DB MB | load | others' CPU % |\n"
-              "|---:|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|")
+              "| responder RSS MB | DB MB | server CPU ms/page | load | others' CPU % |\n"
+              "|---:|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|")
 
 
 def format_row(r):
-    return "| {:,} | {} | {} | {:,.0f} | {:.2f} | {:.2f} | {} | {} | {:.1f} | {:.1f} | {:.2f} | {:.0f} |".format(
+    return ("| {:,} | {} | {} | {:,.0f} | {:.2f} | {:.2f} | {} | {} | {:.1f} | {:.1f} | {:.2f} "
+            "| {:.2f} | {:.0f} |").format(
         r["n"], r["mode"], r["conns"], r["pages_s"], r["p50"] / 1000.0, r["p99"] / 1000.0,
-        r["status"], r["socket"], r["rss_mb"], r["db_mb"], r["load"], r["others"])
+        r["status"], r["socket"], r["rss_mb"], r["db_mb"], r["cpu_ms"], r["load"], r["others"])
 
 
 def targets(rows):
@@ -730,12 +735,12 @@ def replace_bench(args, store, mode):
             replacer.start()
             series_thread.start()
             load = os.getloadavg()[0]
-            others = OthersCpu([server.proc.pid])
+            cpu = CpuShare([server.proc.pid])
             result = run_wrk(work, LUA_REPLACE, {
                 "path": server.path, "manifest": os.path.join(work, "manifest"), "dir": work,
                 "counters": ["ok_a", "ok_b", "ok_ab", "torn", "not_ok"]},
                 server.url(), args.replace_conns, args.replace_duration)
-            result["others"] = others.stop()
+            result["others"] = cpu.stop()[1]
             replacer.stop()
             stop_series.set()
             series_thread.join()
