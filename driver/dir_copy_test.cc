@@ -3,6 +3,7 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -95,6 +96,19 @@ TEST_F(DirCopyTest, UncreatableDestinationLeavesProcessInSource) {
   EXPECT_EQ(CopyDirs(), -4);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(),
             "Unable to create directory: " + root_.Path("blocker/out/images") + "\n");
+}
+
+// A file that cannot be copied ends the copy of its directory: one message,
+// whichever of the three files comes first.
+TEST_F(DirCopyTest, AFailedCopySkipsTheRestOfItsDirectory) {
+  for (const char* name : {"a.gif", "b.gif", "c.gif"}) {
+    WriteFile(Set("images/") + name, name);
+    fs::create_directories(Out("images/") + name);  // a directory where the copy goes
+  }
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(CopyDirs(), 0);
+  std::string out = ::testing::internal::GetCapturedStdout();
+  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << out;
 }
 
 // Secure pages are copied with their directories; a missing one is reported,
