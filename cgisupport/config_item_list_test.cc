@@ -35,48 +35,6 @@ TEST(ConfigItemList, FromFileKeepsPairsInOrderWithDuplicates) {
   CIL_FreeList(list);
 }
 
-TEST(ConfigItemList, GetAndSetIgnoreCaseAndCutToTheBuffer) {
-  ConfigItemList* list = CIL_CreateList();
-  CIL_AddItem(list, "Color", "red");
-  CIL_AddItem(list, "Empty", nullptr);
-  EXPECT_EQ(CIL_SetItem(list, "COLOR", "blue"), 1);
-  EXPECT_EQ(CIL_SetItem(list, "Size", "L"), 1);
-  EXPECT_EQ(Names(list), "Color,Empty,Size");
-
-  char buf[4] = "xx";
-  EXPECT_EQ(CIL_GetItem(list, "color", buf, sizeof buf, 0), 1);
-  EXPECT_STREQ(buf, "blu");
-  EXPECT_EQ(CIL_GetItem(list, "empty", buf, sizeof buf, 0), 1);
-  EXPECT_STREQ(buf, "");
-  std::strcpy(buf, "xx");
-  EXPECT_EQ(CIL_GetItem(list, "none", buf, sizeof buf, 1), -2);
-  EXPECT_EQ(CIL_GetItem(list, "none", buf, sizeof buf, 0), 0);
-  EXPECT_STREQ(buf, "xx");
-  EXPECT_EQ(CIL_GetItem(nullptr, "none", buf, sizeof buf, 0), -1);
-  char* value = nullptr;
-  EXPECT_EQ(CIL_GetItemValueP(list, "missing", &value, 0), 0);
-  EXPECT_STREQ(value, "");
-  EXPECT_EQ(CIL_GetItemValueP(list, "Empty", &value, 0), 1);
-  EXPECT_EQ(value, nullptr);
-  CIL_FreeList(list);
-}
-
-TEST(ConfigItemList, AddAtStartLeavesTheTailLinkAlone) {
-  ConfigItemList* list = CIL_CreateList();
-  CIL_AddItem(list, "b", "2");
-  CIL_AddItemAtStart(list, "a", "1");
-  CIL_AddItem(list, "c", "3");
-  EXPECT_EQ(Names(list), "a,b,c");
-  CIL_FreeList(list);
-  // On a list that is empty at that moment, the next append replaces it.
-  list = CIL_CreateList();
-  CIL_AddItemAtStart(list, "lost", "1");
-  CIL_AddItem(list, "kept", "2");
-  EXPECT_EQ(Names(list), "kept");
-  EXPECT_EQ(list->count, 2);
-  CIL_FreeList(list);
-}
-
 TEST(ConfigItemList, NestedWalksWithPushAndPop) {
   ConfigItemList* outer = CIL_CreateList();
   ConfigItemList* inner = CIL_CreateList();

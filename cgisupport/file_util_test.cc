@@ -137,28 +137,6 @@ TEST(TbCopyFile, CopiesBytesOrKeepsTheOldDestination) {
   EXPECT_EQ(st.st_mode & 0777, 0640u);
 }
 
-TEST(ReadFileToBuffer, ReadsBothCopiesOrPrintsTheErrorPage) {
-  ScopedTempDir dir(/*enter=*/true);
-  const std::string content("<b>Mix\0ed</b>\n", 14);
-  WriteFile(dir.Path("t.html"), content);
-  char* text = nullptr;
-  char* upper = nullptr;
-  ASSERT_EQ(ReadFileToBuffer("t.html", &text, &upper, "prog"), 14u);
-  EXPECT_EQ(std::string(text, 15), content + '\0');
-  EXPECT_EQ(std::string(upper, 15), std::string("<B>MIX\0ED</B>\n", 15));
-  std::free(text);
-  std::free(upper);
-
-  for (const char* program : {"", "prog"}) {
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(ReadFileToBuffer("none.html", &text, &upper, program), 0u);
-    std::string page = ::testing::internal::GetCapturedStdout();
-    EXPECT_EQ(text, nullptr);
-    EXPECT_NE(page.find("open the file none.html<br>\nError Number was 2"), std::string::npos);
-    EXPECT_EQ(page.find("mailto:prog") != std::string::npos, *program != '\0') << page;
-  }
-}
-
 TEST(Getline, StopsAtLineFeedCtrlDAndFullBuffer) {
   struct Case {
     std::string input;

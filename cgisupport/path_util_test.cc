@@ -93,15 +93,6 @@ TEST(GetTillboxName, DefaultsAndExtensionDot) {
   ExpectBufferEdges([&](char* b, int n) { GetTillboxName("s.cfg", b, n); }, "Tillbox.cgi");
 }
 
-TEST(GetPathInfo, TurnsBackslashesAndCuts) {
-  setenv("PATH_INFO", "\\store\\docs/p.html", 1);
-  ExpectBufferEdges([](char* b, int n) { GetPathInfo(b, n); }, "/store/docs/p.html");
-  unsetenv("PATH_INFO");
-  char buf[8] = "old";
-  GetPathInfo(buf, sizeof buf);
-  EXPECT_STREQ(buf, "");
-}
-
 TEST(GetHTMLRoot, StripsTheSharedTrailingComponents) {
   struct Case {
     const char* info;
