@@ -5,6 +5,7 @@
 // request fail cleanly until it is back.
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -19,30 +20,34 @@ using testing::PgServer;
 using testing::RunProgram;
 using testing::RunResult;
 using testing::SampleStore;
+using testing::ScopedTempDir;
 
 // The sample store reading the schema |schema| of the test server, which it
 // fills with storegen-import; the connection string is in "store.pgconf",
 // which is also its ProductDatabase, with the attribute database beside it.
-class PgStore : public SampleStore {
- public:
+struct PgStore {
   explicit PgStore(const std::string& schema)
-      : SampleStore(SAMPLE_DIR), conninfo_(PgServer::Get().FreshSchema(schema)) {
-    RunResult r = RunProgram({STOREGEN_IMPORT_BIN, Path("products.txt"), "pg:" + conninfo_});
+      : store(testing::InstallSampleStore(dir.path())),
+        conninfo(PgServer::Get().FreshSchema(schema)) {
+    RunResult r = RunProgram({STOREGEN_IMPORT_BIN, store.Store("products.txt"), "pg:" + conninfo});
     EXPECT_EQ(r.exit_code, 0) << r.err;
-    std::filesystem::copy_file(Path("products.adb"), Path("store.adb"));
-    testing::WriteFile(Path("store.pgconf"), conninfo_ + "\n");
-    UseLibrary(PAPI_PG_LIB, Path("store.pgconf"), Path("store.pgconf"));
+    std::filesystem::copy_file(store.Store("products.adb"), store.Store("store.adb"));
+    testing::WriteFile(store.Store("store.pgconf"), conninfo + "\n");
+    testing::UseLibrary(store, PAPI_PG_LIB, store.Store("store.pgconf"),
+                        store.Store("store.pgconf"));
   }
-  std::string Query(const std::string& sql) { return PgServer::Get().Query(conninfo_, sql); }
+  RunResult Run(const std::vector<std::string>& args) const { return store.Run(args); }
+  std::string Query(const std::string& sql) { return PgServer::Get().Query(conninfo, sql); }
 
- private:
-  std::string conninfo_;
+  ScopedTempDir dir;
+  SampleStore store;
+  std::string conninfo;
 };
 
 TEST(PgStoreTest, StaticRunAndDynamicRequestsWriteThePagesOfTheTextFiles) {
-  SampleStore text(SAMPLE_DIR);
+  ScopedTempDir dir;
   PgStore pg("store_pages");
-  testing::ExpectSamePages(text, pg);
+  testing::ExpectSamePages(testing::InstallSampleStore(dir.path()), pg.store);
 }
 
 TEST(PgStoreTest, ARequestSeesCommittedChangesAndFailsCleanlyWhileTheServerIsDown) {
@@ -59,7 +64,7 @@ TEST(PgStoreTest, ARequestSeesCommittedChangesAndFailsCleanlyWhileTheServerIsDow
   EXPECT_EQ(down.signal, 0);
   EXPECT_NE(down.exit_code, 0);
   EXPECT_EQ(down.out, "");
-  EXPECT_NE(down.err.find("PostgreSQL product library: " + pg.Path("store.pgconf")),
+  EXPECT_NE(down.err.find("PostgreSQL product library: " + pg.store.Store("store.pgconf")),
             std::string::npos)
       << down.err;
   EXPECT_EQ(pg.Run({"-p", "ll-101"}).out, r.out);

@@ -13,14 +13,16 @@ namespace {
 
 using testing::RunProgram;
 using testing::RunResult;
-using testing::SampleStore;
+using testing::ScopedTempDir;
 
 TEST(SqliteStoreTest, StaticRunAndDynamicRequestsWriteTheSamePages) {
-  SampleStore text(SAMPLE_DIR), sqlite(SAMPLE_DIR);
-  std::string db = sqlite.Path("store.sqlite");
-  RunResult r = RunProgram({STOREGEN_IMPORT_BIN, sqlite.Path("products.txt"), db});
+  ScopedTempDir a, b;
+  testing::SampleStore text = testing::InstallSampleStore(a.path());
+  testing::SampleStore sqlite = testing::InstallSampleStore(b.path());
+  std::string db = sqlite.Store("store.sqlite");
+  RunResult r = RunProgram({STOREGEN_IMPORT_BIN, sqlite.Store("products.txt"), db});
   ASSERT_EQ(r.exit_code, 0) << r.err;
-  sqlite.UseLibrary(PAPI_SQLITE_LIB, db, db);
+  testing::UseLibrary(sqlite, PAPI_SQLITE_LIB, db, db);
   testing::ExpectSamePages(text, sqlite);
 }
 

@@ -23,7 +23,7 @@
 #include "storedata/product_db.h"
 #include "storedata/sku_list.h"
 #include "templateset/template_set.h"
-#include "tests/concurrency/sample_store.h"
+#include "tests/support/sample_store.h"
 #include "tests/support/page_fixture.h"
 
 namespace storegen {

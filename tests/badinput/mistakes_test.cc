@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/concurrency/sample_store.h"
+#include "tests/support/sample_store.h"
 #include "tests/support/test_util.h"
 
 namespace storegen {

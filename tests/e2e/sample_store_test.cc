@@ -1,6 +1,6 @@
 // End-to-end runs of storegen over a copy of the sample store, and a walk over
 // the links of the pages it writes.
-#include "tests/concurrency/sample_store.h"
+#include "tests/support/sample_store.h"
 
 #include <cstdio>
 #include <set>

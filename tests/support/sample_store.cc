@@ -1,9 +1,10 @@
 #include "tests/support/sample_store.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <set>
-#include <string>
-#include <vector>
+#include <sstream>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -21,82 +22,131 @@ std::set<std::string> FilesBelow(const std::string& root) {
 }
 
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
-  std::size_t at = 0;
-  while ((at = text.find(from, at)) != std::string::npos) {
+  for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
     text.replace(at, from.size(), to);
-    at += to.size();
-  }
   return text;
 }
 
 // The first field of every line but the first of one of the store's
 // databases.
 std::vector<std::string> Keys(const std::string& file) {
-  std::string text = ReadFile(file);
+  std::istringstream lines(ReadFile(file));
   std::vector<std::string> keys;
-  std::size_t at = text.find('\n');
-  while (at != std::string::npos && ++at < text.size()) {
-    keys.push_back(text.substr(at, text.find_first_of("\t\n", at) - at));
-    at = text.find('\n', at);
-  }
+  std::string line;
+  std::getline(lines, line);
+  while (std::getline(lines, line))
+    if (!line.empty()) keys.push_back(line.substr(0, line.find('\t')));
   return keys;
+}
+
+void AddCategoryProbes(const SampleStore& store) {
+  WriteFile(store.Store("modern/list.html"), ReadFile(store.Store("modern/list.html")) +
+                                                 "<p>probe %%CATEGORY.TILLBOXCATEGORY%%</p>\n");
+  WriteFile(store.Store("modern/home.html"),
+            ReadFile(store.Store("modern/home.html")) +
+                "<!-- PAGEGEN_CATEGORYLIST_BEGIN -->%%CATEGORY.TILLBOXCATEGORY%%"
+                "<!-- PAGEGEN_CATEGORYLIST_END -->\n");
 }
 
 }  // namespace
 
-SampleStore::SampleStore(const std::string& sample_dir) {
-  fs::copy(sample_dir, dir_.path(), fs::copy_options::recursive);
-  SetProductDatabase(dir_.Path("products.txt"));
-  WriteFile(dir_.Path("modern/list.html"), ReadFile(dir_.Path("modern/list.html")) +
-                                               "<p>probe %%CATEGORY.TILLBOXCATEGORY%%</p>\n");
-  WriteFile(dir_.Path("modern/home.html"),
-            ReadFile(dir_.Path("modern/home.html")) +
-                "<!-- PAGEGEN_CATEGORYLIST_BEGIN -->%%CATEGORY.TILLBOXCATEGORY%%"
-                "<!-- PAGEGEN_CATEGORYLIST_END -->\n");
-  program_ = InstallStoregen(dir_.path());
+std::vector<std::string> SampleStore::StaticRun() const {
+  return {bin, "-o", out, "-c", cfg, "-s", "0"};
 }
 
-void SampleStore::UseLibrary(const std::string& library, const std::string& api_cfg,
-                             const std::string& product_db) {
-  for (const char* ext : {"txt", "cdb", "adb"})
-    fs::remove(dir_.Path("products.") + ext);
-  SetProductDatabase(product_db);
-  WriteFile(cfg(), ReadFile(cfg()) + "ProductAPILibrary\t" + library + "\nProductAPILibConfig\t" +
-                       api_cfg + "\n");
-}
-
-void SampleStore::SetProductDatabase(const std::string& value) {
-  std::string text = ReadFile(cfg());
-  std::size_t key = text.find("ProductDatabase\t");
-  text.replace(key, text.find('\n', key) - key, "ProductDatabase\t" + value);
-  WriteFile(cfg(), text);
+std::vector<std::string> SampleStore::ProductPage(const std::string& sku) const {
+  return {bin, "-c", cfg, "-p", sku};
 }
 
 RunResult SampleStore::Run(std::vector<std::string> args) const {
-  args.insert(args.begin(), {program_, "-c", cfg()});
+  args.insert(args.begin(), {bin, "-c", cfg});
   return RunProgram(args);
 }
 
+SampleStore InstallSampleStore(const std::string& root,
+                               const std::map<std::string, std::string>& keys) {
+  SampleStore s;
+  s.root = root;
+  s.bin = InstallStoregen(root + "/bin");
+  s.cfg = root + "/store/lantern.cfg";
+  s.out = root + "/out";
+  s.pages = s.out + "/lantern/";
+  std::error_code ec;
+  fs::create_directories(root + "/store", ec);
+  fs::create_directories(s.out, ec);
+  for (const char* name :
+       {"modern", "modern.cfg", "lantern.cfg", "products.txt", "products.cdb", "products.adb"}) {
+    fs::copy(std::string(SAMPLE_DIR) + "/" + name, root + "/store/" + name,
+             fs::copy_options::recursive | fs::copy_options::overwrite_existing, ec);
+    EXPECT_FALSE(ec) << name << ": " << ec.message();
+  }
+  // The store allows indexing: the search gateway template goes beside the
+  // program, the indexer's template into the sibling swish/.
+  for (const auto& [from, to] :
+       {std::pair{"cgi-bin/wwwwais.cfg", "bin/wwwwais.cfg"}, std::pair{"swish", "swish"}}) {
+    fs::copy(std::string(SAMPLE_DIR) + "/" + from, root + "/" + to, fs::copy_options::recursive,
+             ec);
+    EXPECT_FALSE(ec) << from << ": " << ec.message();
+  }
+  std::map<std::string, std::string> all = keys;
+  all.emplace("ProductDatabase", root + "/store/products.txt");
+  SetConfigKeys(s.cfg, all);
+  return s;
+}
+
+void SetConfigKeys(const std::string& cfg, const std::map<std::string, std::string>& keys) {
+  std::istringstream lines(ReadFile(cfg));
+  std::string text;
+  for (std::string line; std::getline(lines, line);)
+    if (keys.count(line.substr(0, line.find('\t'))) == 0) text += line + "\n";
+  for (const auto& [key, value] : keys)
+    if (!value.empty()) text += key + "\t" + value + "\n";
+  WriteFile(cfg, text);
+}
+
+void WriteManyProducts(const SampleStore& store, int count) {
+  std::string text = "SKU\tNAME\tPRICE\tTILLBOXCATEGORY\tDESCRIPTION\n";
+  for (int i = 1; i <= count; ++i) {
+    char sku[16];
+    std::snprintf(sku, sizeof sku, "P%05d", i);
+    text += std::string(sku) + "\tProduct " + std::to_string(i) + "\t" +
+            std::to_string(i % 90 + 1) + ".50\t" + (i % 2 ? "Kitchen" : "Garden") +
+            "\tA plain product, number " + std::to_string(i) + ".\n";
+  }
+  WriteFile(store.Store("products.txt"), text);
+}
+
+void UseLibrary(const SampleStore& store, const std::string& library, const std::string& api_cfg,
+                const std::string& product_db) {
+  for (const char* ext : {"txt", "cdb", "adb"})
+    fs::remove(store.Store("products.") + ext);
+  SetConfigKeys(store.cfg, {{"ProductDatabase", product_db},
+                            {"ProductAPILibrary", library},
+                            {"ProductAPILibConfig", api_cfg}});
+}
+
 void ExpectSamePages(const SampleStore& reference, const SampleStore& store) {
-  RunResult a = reference.Run({"-o", reference.dir() + "/out"});
-  RunResult b = store.Run({"-o", store.dir() + "/out"});
+  AddCategoryProbes(reference);
+  AddCategoryProbes(store);
+  RunResult a = RunProgram(reference.StaticRun());
+  RunResult b = RunProgram(store.StaticRun());
   EXPECT_EQ(b.exit_code, a.exit_code);
   EXPECT_EQ(b.out, a.out);
-  std::set<std::string> files = FilesBelow(reference.dir() + "/out");
+  std::set<std::string> files = FilesBelow(reference.out);
   ASSERT_GT(files.size(), 30u);
-  ASSERT_EQ(FilesBelow(store.dir() + "/out"), files);
+  ASSERT_EQ(FilesBelow(store.out), files);
   for (const std::string& file : files) {
     // The list of generated files names them by their absolute paths.
-    EXPECT_EQ(Replaced(ReadFile(store.dir() + "/out/" + file), store.dir(), reference.dir()),
-              ReadFile(reference.dir() + "/out/" + file))
+    EXPECT_EQ(Replaced(ReadFile(store.out + "/" + file), store.root, reference.root),
+              ReadFile(reference.out + "/" + file))
         << file;
   }
 
   std::vector<std::vector<std::string>> requests = {
       {"-p", "ll-101"}, {"-p", "NO-SUCH"}, {"-f", "0"}, {"-f", "3"}};
-  for (const std::string& sku : Keys(reference.Path("products.txt")))
+  for (const std::string& sku : Keys(reference.Store("products.txt")))
     requests.push_back({"-p", sku});
-  for (const std::string& category : Keys(reference.Path("products.cdb")))
+  for (const std::string& category : Keys(reference.Store("products.cdb")))
     requests.push_back({"-C", category, "-f", "0"});
   for (const auto& request : requests) {
     a = reference.Run(request);

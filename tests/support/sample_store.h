@@ -1,9 +1,11 @@
-// The bundled sample store, copied into a directory of its own with its own
-// link of the program, for holding the pages of one product source against
-// another's: the text files against a product library's database.
+// A copy of the sample store installed in a test's own directory for runs of
+// storegen: the program linked in as bin/storegen (the run lock, the status
+// log and the search gateway template live beside it), the indexer's template
+// in swish/, the store's files in store/, pages below out/.
 #ifndef STOREGEN_TESTS_SUPPORT_SAMPLE_STORE_H_
 #define STOREGEN_TESTS_SUPPORT_SAMPLE_STORE_H_
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -11,36 +13,46 @@
 
 namespace storegen::testing {
 
-class SampleStore {
- public:
-  // The sample from |sample_dir|, reading its text files, with a probe of
-  // category data through the category connection: a category tag on the
-  // list pages and a category list on the home page.
-  explicit SampleStore(const std::string& sample_dir);
+struct SampleStore {
+  std::string root;   // the directory given to InstallSampleStore
+  std::string bin;    // root/bin/storegen
+  std::string cfg;    // root/store/lantern.cfg
+  std::string out;    // root/out, the static runs' output path
+  std::string pages;  // root/out/lantern/, where the pages go
 
-  // Switches the store to the product library |library|, configured by
-  // |api_cfg|, and names |product_db| as its ProductDatabase; the text
-  // files go, so that the generator can only read the library's database.
-  void UseLibrary(const std::string& library, const std::string& api_cfg,
-                  const std::string& product_db);
-
-  const std::string& dir() const { return dir_.path(); }
-  std::string Path(const std::string& relative) const { return dir_.Path(relative); }
-  std::string cfg() const { return dir_.Path("lantern.cfg"); }
+  // root/store/|name|.
+  std::string Store(const std::string& name) const { return root + "/store/" + name; }
+  // The command line of a full static run, and of a dynamic product page.
+  std::vector<std::string> StaticRun() const;
+  std::vector<std::string> ProductPage(const std::string& sku) const;
   // Runs the program with "-c CFG" and |args|.
   RunResult Run(std::vector<std::string> args) const;
-
- private:
-  void SetProductDatabase(const std::string& value);
-
-  ScopedTempDir dir_;
-  std::string program_;
 };
+
+// Copies the sample store into |root|, points its product database at the
+// copy and sets |keys| in its configuration (an empty value removes a key).
+SampleStore InstallSampleStore(const std::string& root,
+                               const std::map<std::string, std::string>& keys = {});
+
+// Sets |keys| in the configuration file |cfg|: every line of such a key is
+// dropped, and a line "key TAB value" added unless the value is empty.
+void SetConfigKeys(const std::string& cfg, const std::map<std::string, std::string>& keys);
+
+// Replaces the sample products with |count| generated ones (SKU "P00001"...).
+void WriteManyProducts(const SampleStore& store, int count);
+
+// Switches |store| to the product library |library|, configured by
+// |api_cfg|, with |product_db| as its ProductDatabase; the text files go, so
+// that the generator can only read the library's database.
+void UseLibrary(const SampleStore& store, const std::string& library, const std::string& api_cfg,
+                const std::string& product_db);
 
 // Expects |store| to write what |reference| writes: the same files with the
 // same bytes from a static run (paths of the store's own directory aside),
-// and the same answers to product page requests for every SKU and an
-// unknown one, and to list page requests for every category.
+// and the same answers to product page requests for every SKU and an unknown
+// one, and to list page requests for every category. Both get a probe of
+// category data first: a category tag on the list pages and a category list
+// on the home page.
 void ExpectSamePages(const SampleStore& reference, const SampleStore& store);
 
 }  // namespace storegen::testing
