@@ -10,6 +10,7 @@
 #include "cgisupport/config_file.h"
 #include "cgisupport/config_item_list.h"
 #include "cgisupport/diagnostics.h"
+#include "cgisupport/dyn_lib.h"
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"
 #include "cgisupport/str_util.h"
@@ -126,6 +127,7 @@ void ResetProcessState() {
   ForgetProductFiles();
   ResetConfigCache();
   ForgetKeptTemplates();
+  ReleaseKeptDynamicLibs();
 }
 
 }  // namespace storegen

@@ -32,7 +32,8 @@ int RunDynamicRequest(const std::vector<std::string>& args, int out_fd, int err_
 // directory is fixed anew by each run's start. Call it between runs only.
 //
 // The file caches (the product reader's kept files, the configuration cache,
-// the kept template texts and their pieces) stay: each checks the identity of
+// the kept template texts and their pieces, the product libraries kept
+// loaded) stay: each checks the identity of
 // its file (device, inode, size, times) at every use and reads a changed file
 // anew, so a request served after this answers as a process of its own would.
 // State that does not check its files that way belongs here.

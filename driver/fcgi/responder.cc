@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "cgisupport/dyn_lib.h"
 #include "driver/request.h"
 
 namespace storegen {
@@ -27,6 +28,9 @@ Responder::~Responder() {
 }
 
 bool Responder::Open(std::string* error) {
+  // A product library is loaded once per version of its file, not once per
+  // request.
+  KeepDynamicLibs(true);
   page_fd_ = memfd_create("storegen-page", MFD_CLOEXEC);
   if (page_fd_ < 0) *error = std::string("cannot make the page buffer: ") + std::strerror(errno);
   return page_fd_ >= 0;
