@@ -7,11 +7,11 @@
 set -eu
 
 build="cmake g++ make libsqlite3-dev libpq-dev libfcgi-dev"
-# GoogleTest; Python for the web, docs and tutorial tests; lighttpd
+# GoogleTest; Python for the web, docs and tutorial tests; lighttpd, Chromium
 # and curl for the web suite and the deployment recipes; swish-e for the
 # search index; groff and man-db for the manual pages; the PostgreSQL server
 # for the PostgreSQL library's tests, which start one of their own.
-tests="libgtest-dev python3 lighttpd curl swish-e groff-base man-db postgresql"
+tests="libgtest-dev python3 lighttpd chromium curl swish-e groff-base man-db postgresql"
 
 case "${1:-}" in
   "") wanted=$build ;;

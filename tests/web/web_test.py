@@ -1,5 +1,5 @@
-"""The sample store behind a real web server, in four parts, each run by
-CTest on its own (web_test.py PART):
+"""The sample store behind a real web server, in four parts, each run by CTest
+on its own (web_test.py PART):
 
   static   the generated store crawled over HTTP from the shop home page
   dynamic  product and list pages made on request through the front
@@ -7,6 +7,7 @@ CTest on its own (web_test.py PART):
   fastcgi  the same through the FastCGI responder storegen-fcgi, and files
            changed between its requests
   admin    a generation run started and followed through storegen-admin
+  browser  pages opened in headless Chromium: rendered DOM and screenshots
 
 A part whose tools are missing is skipped outside CI (exit code 77, with the
 reason) and fails under CI.
@@ -14,6 +15,8 @@ reason) and fails under CI.
 
 import os
 import re
+import signal
+import subprocess
 import sys
 import time
 import unittest
@@ -298,11 +301,101 @@ class AdminTest(unittest.TestCase):
                              ws.read(os.path.join(theirs, name), "rb"), name)
 
 
+def browse(args, timeout=60):
+    """Runs chromium with |args| in a process group of its own, which is ended
+    whole when it overruns. Returns (standard output, exit status, the end of
+    its error output)."""
+    proc = subprocess.Popen(["chromium", *args], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                            start_new_session=True)
+    try:
+        out, err = proc.communicate(timeout=timeout)
+    except subprocess.TimeoutExpired:
+        os.killpg(proc.pid, signal.SIGKILL)
+        out, err = proc.communicate()
+        err += b"\n(ended after %d seconds)" % timeout
+    return (out.decode("utf-8", "replace"), proc.returncode,
+            err.decode("utf-8", "replace")[-2000:])
+
+
+class BrowserTest(unittest.TestCase):
+    """Pages of the static store in headless Chromium (a dynamic product page
+    has the same body: see DynamicStoreTest). Screenshots are kept in the
+    build tree."""
+
+    FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+             "--disable-background-networking", "--disable-component-update", "--disable-sync",
+             "--hide-scrollbars", "--window-size=1280,1400"]
+
+    @classmethod
+    def setUpClass(cls):
+        cls.tmp = ws.temp_dir(cls.addClassCleanup, "web-browser-")
+        _, root = ws.generate_static_store(cls.tmp)
+        cls.server = ws.Server(cls.tmp, root, os.path.join(cls.tmp, "www-cgi"))
+        cls.addClassCleanup(cls.server.stop)
+        cls.shots = ws.ARTIFACT_DIR or cls.tmp
+        os.makedirs(cls.shots, exist_ok=True)
+
+    def render(self, path, name):
+        """Opens |path| in a fresh browser profile; returns the rendered DOM,
+        parsed. Fails when the page or anything it loads does not answer 200."""
+        log = self.server.access_log
+        logged = os.path.getsize(log) if os.path.exists(log) else 0
+        shot = os.path.join(self.shots, name + ".png")
+        if os.path.exists(shot):
+            os.remove(shot)
+        dom, returncode, errors = browse(
+            [*self.FLAGS, f"--user-data-dir={self.tmp}/profile-{name}", f"--screenshot={shot}",
+             "--dump-dom", self.server.url(path)])
+        self.assertEqual(returncode, 0, errors)
+        self.assertEqual(ws.read(shot, "rb")[:8], b"\x89PNG\r\n\x1a\n", "no screenshot")
+        # The server writes its access log in batches, in order: a request of
+        # our own after the browser has ended marks the end of what it loaded.
+        mark = f" /end-of-{name} "
+        self.server.fetch(mark.strip())
+        deadline = time.monotonic() + 20
+        while mark not in (text := ws.read(log, "rb")[logged:].decode()):
+            self.assertLess(time.monotonic(), deadline, "the access log stays behind")
+            time.sleep(0.1)
+        requests = [line.split(" ", 1) for line in text.splitlines() if mark not in line]
+        failed = [r for s, r in requests if s != "200" and "/favicon.ico " not in r]
+        self.assertEqual(failed, [], f"{path} loaded something that failed")
+        self.assertTrue(any("/css/style.css " in r for _, r in requests), "no style sheet loaded")
+        return ws.Page(dom)
+
+    def test_shop_home_page(self):
+        dom = self.render(ws.STORE_DIR + "index.html", "home")
+        self.assertEqual(dom.title, "Lantern & Loom")
+        self.assertEqual(dom.h1, ["Things made to be used, and kept."])
+        self.assertEqual(dom.cards, 5 + 12)  # categories, then a page of products
+        self.assertIn("$89.00", dom.prices)
+
+    def test_category_page(self):
+        dom = self.render(ws.STORE_DIR + "c-Kitchen.html", "category")
+        self.assertEqual(dom.title, "Kitchen · Lantern & Loom")
+        self.assertEqual(dom.h1, ["Kitchen"])
+        self.assertEqual(dom.cards, 6)
+        self.assertIn("$19.00", dom.prices)
+
+    def test_product_page(self):
+        dom = self.render(ws.STORE_DIR + "p-TX-202.html", "product")
+        self.assertEqual(dom.title, "Linen Cushion Cover · Lantern & Loom")
+        self.assertEqual(dom.h1, ["Linen Cushion Cover"])
+        self.assertEqual(dom.prices, ["$38.00"])
+        self.assertEqual(dom.controls, [
+            ("input", "hidden", "sku", "TX-202"),
+            ("select", "", "Color", ""),
+            ("option", "", "", "Natural"), ("option", "", "", "Indigo"),
+            ("input", "RADIO", "Size", "Small"), ("input", "RADIO", "Size", "Medium"),
+            ("input", "number", "quantity", "1"),
+        ])
+
+
 PARTS = {
     "static": (StaticStoreTest, ["lighttpd"]),
     "dynamic": (DynamicStoreTest, ["lighttpd"]),
     "fastcgi": (FastCgiStoreTest, ["lighttpd"]),
     "admin": (AdminTest, ["lighttpd"]),
+    "browser": (BrowserTest, ["lighttpd", "chromium"]),
 }
 
 

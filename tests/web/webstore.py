@@ -26,6 +26,7 @@ import urllib.request
 BUILD_DIR = os.environ.get("STOREGEN_BUILD_DIR", "")
 SAMPLE_DIR = os.environ.get("STOREGEN_SAMPLE_DIR") or os.path.join(
     os.environ.get("STOREGEN_SOURCE_DIR", ""), "sample")
+ARTIFACT_DIR = os.environ.get("STOREGEN_WEB_ARTIFACTS", "")
 
 REQUEST_TIMEOUT = 20  # seconds per request
 MAX_REQUESTS = 400  # per server
@@ -284,15 +285,19 @@ LINK_ATTRIBUTES = {
     "script": "src", "frame": "src", "iframe": "src", "source": "src",
     "form": "action", "body": "background",
 }
+VOID_TAGS = ("input", "img", "br", "hr", "meta", "link", "base", "area", "source")
 
 
 class Page(html.parser.HTMLParser):
-    """A page (bytes or text) parsed: its link values, visible text and title."""
+    """A page (bytes or text) parsed: its link values, visible text and title,
+    and what a shopper sees of it: first-level headings, prices, product cards
+    and form controls."""
 
     def __init__(self, body):
         super().__init__(convert_charrefs=True)
         self.links = []  # (tag, value)
-        self.text, self.title, self._tag = [], "", ""
+        self.text, self.h1, self.prices, self.controls = [], [], [], []
+        self.title, self.cards, self._open = "", 0, []
         self.feed(body if isinstance(body, str) else body.decode("utf-8", errors="replace"))
         self.close()
 
@@ -300,15 +305,26 @@ class Page(html.parser.HTMLParser):
         a = dict(attrs)
         if a.get(LINK_ATTRIBUTES.get(tag)) is not None:
             self.links.append((tag, a[LINK_ATTRIBUTES[tag]]))
-        self._tag = tag
+        classes = (a.get("class") or "").split()
+        self.cards += tag == "a" and "card" in classes
+        if tag in ("select", "textarea", "input", "option"):
+            self.controls.append((tag, a.get("type", ""), a.get("name", ""), a.get("value", "")))
+        if tag not in VOID_TAGS:
+            self._open.append((tag, "price" in classes))
 
     def handle_endtag(self, tag):
-        self._tag = ""
+        while self._open and self._open.pop()[0] != tag:
+            pass
 
     def handle_data(self, data):
         self.text.append(data)
-        if self._tag == "title":
+        tags = [t for t, _ in self._open]
+        if tags[-1:] == ["title"]:
             self.title += data
+        if "h1" in tags:
+            self.h1.append(data.strip())
+        if any(price for _, price in self._open):
+            self.prices.append(data.strip())
 
 
 class StoreLinks:
