@@ -2,7 +2,10 @@
 // storegen-import and read through the PostgreSQL product library, it must
 // give the pages its text files give, byte for byte; a change committed to
 // the database shows on the next page, and a server that is down makes a
-// request fail cleanly until it is back.
+// request fail cleanly until it is back; the same through storegen-fcgi,
+// whose worker keeps the library loaded and its connection open between
+// requests.
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -21,6 +24,7 @@ using testing::RunProgram;
 using testing::RunResult;
 using testing::SampleStore;
 using testing::ScopedTempDir;
+using testing::StoreResponder;
 
 // The sample store reading the schema |schema| of the test server, which it
 // fills with storegen-import; the connection string is in "store.pgconf",
@@ -44,10 +48,11 @@ struct PgStore {
   std::string conninfo;
 };
 
-TEST(PgStoreTest, StaticRunAndDynamicRequestsWriteThePagesOfTheTextFiles) {
+TEST(PgStoreTest, StaticRunDynamicRequestsAndTheResponderWriteThePagesOfTheTextFiles) {
   ScopedTempDir dir;
   PgStore pg("store_pages");
-  testing::ExpectSamePages(testing::InstallSampleStore(dir.path()), pg.store);
+  auto responder = StoreResponder::Start(pg.store);
+  testing::ExpectSamePages(testing::InstallSampleStore(dir.path()), pg.store, responder.get());
 }
 
 TEST(PgStoreTest, ARequestSeesCommittedChangesAndFailsCleanlyWhileTheServerIsDown) {
@@ -68,6 +73,64 @@ TEST(PgStoreTest, ARequestSeesCommittedChangesAndFailsCleanlyWhileTheServerIsDow
             std::string::npos)
       << down.err;
   EXPECT_EQ(pg.Run({"-p", "ll-101"}).out, r.out);
+}
+
+TEST(PgStoreTest, AResponderSeesCommitsOutlivesTheServerAndStaysTheSameSize) {
+  PgStore pg("store_responder");
+  auto started = StoreResponder::Start(pg.store);
+  if (started == nullptr) GTEST_SKIP() << "no storegen-fcgi, or no cgi-fcgi (Debian: libfcgi-bin)";
+  const StoreResponder& responder = *started;
+  const pid_t worker = responder.Worker();
+  const std::vector<std::string> product = {"-p", "ll-101"}, list = {"-C", "Lighting", "-f", "0"};
+  ASSERT_NE(responder.Get(product).find("$89.00"), std::string::npos);
+  ASSERT_NE(responder.Get(list).find("$89.00"), std::string::npos);
+
+  // A commit shows on the next page, a single product's and a list's.
+  pg.Query("UPDATE products SET \"PRICE\" = '31.50' WHERE \"SKU\" = 'LL-101'");
+  const std::string page = responder.Get(product);
+  EXPECT_NE(page.find("$31.50"), std::string::npos) << page;
+  EXPECT_NE(responder.Get(list).find("$31.50"), std::string::npos);
+  // A connection the server ended is made again within the request.
+  pg.Query(
+      "SELECT pg_terminate_backend(pid) FROM pg_stat_activity"
+      " WHERE application_name = 'storegen'");
+  EXPECT_EQ(responder.Get(product), page);
+  EXPECT_EQ(responder.Log().find("PostgreSQL"), std::string::npos) << responder.Log();
+
+  // While the server is down a request is answered 503, with a line in the
+  // log; the worker carries on, and answers once the server is back.
+  PgServer& server = PgServer::Get();
+  server.Stop();
+  const std::string down[] = {responder.Get(product), responder.Get(list)};
+  ASSERT_TRUE(server.Start());
+  for (const std::string& answer : down)
+    EXPECT_EQ(answer.rfind("Status: 503 ", 0), 0u) << answer;
+  EXPECT_NE(responder.Log().find("PostgreSQL product library: " + pg.store.Store("store.pgconf")),
+            std::string::npos)
+      << responder.Log();
+  EXPECT_NE(responder.Log().find("-C Lighting -f 0: the product database cannot be opened"),
+            std::string::npos)
+      << responder.Log();
+  EXPECT_EQ(responder.Get(product), page);
+
+  // Many requests later the worker holds the same descriptors (its
+  // connections among them), and has not grown by more than its allocator's
+  // slack.
+  std::size_t descriptors = 0;
+  long kib = 0;
+  for (int i = 0; i < 300; ++i) {
+    responder.Get(i % 2 ? product : list);
+    if (i == 10) {
+      descriptors = responder.WorkerDescriptors();
+      kib = responder.WorkerKiB();
+    }
+  }
+  EXPECT_EQ(responder.Worker(), worker);
+  EXPECT_EQ(responder.WorkerDescriptors(), descriptors);
+  std::printf("worker: %ld KiB, then %ld KiB 290 requests later\n", kib, responder.WorkerKiB());
+#if !defined(__SANITIZE_ADDRESS__)
+  EXPECT_LT(responder.WorkerKiB() - kib, 512);
+#endif
 }
 
 }  // namespace

@@ -111,8 +111,11 @@ class Item {
   bool block_;
 };
 
+unsigned long g_open_failures = 0;
+
 void ReportOpenFailed(const char* db) {
   const int error = errno;
+  ++g_open_failures;
   std::string detail = "cannot open the product database";
   detail += hProdApiLib != nullptr ? std::string(" through the product library")
                                    : std::string(": ") + std::strerror(error);
@@ -362,6 +365,10 @@ void FreeSkuList(SkuList* list) {
     std::free(list);
     list = next;
   }
+}
+
+unsigned long ProductDatabaseOpenFailures() {
+  return g_open_failures;
 }
 
 }  // namespace storegen

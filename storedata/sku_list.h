@@ -55,6 +55,12 @@ int CopySkuData(SkuList* target, const SkuList* source);
 // Frees every node with its strings and record; null is ignored.
 void FreeSkuList(SkuList* list);
 
+// How many times this process could not open a product database ("cannot
+// open the product database"). Never reset: a process answering one request
+// after another tells by the count going up that a request could not read
+// the products at all, as opposed to not finding a product in them.
+unsigned long ProductDatabaseOpenFailures();
+
 }  // namespace storegen
 
 #endif  // STOREGEN_STOREDATA_SKU_LIST_H_

@@ -10,8 +10,10 @@ build="cmake g++ make libsqlite3-dev libpq-dev libfcgi-dev"
 # GoogleTest; Python for the web, docs and tutorial tests; lighttpd, Chromium
 # and curl for the web suite and the deployment recipes; swish-e for the
 # search index; groff and man-db for the manual pages; the PostgreSQL server
-# for the PostgreSQL library's tests, which start one of their own.
-tests="libgtest-dev python3 lighttpd chromium curl swish-e groff-base man-db postgresql"
+# for the PostgreSQL library's tests, which start one of their own, and
+# libfcgi's cgi-fcgi, with which they and the SQLite tests pass requests to
+# storegen-fcgi.
+tests="libgtest-dev python3 lighttpd chromium curl swish-e groff-base man-db postgresql libfcgi-bin"
 
 case "${1:-}" in
   "") wanted=$build ;;

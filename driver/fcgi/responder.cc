@@ -10,6 +10,7 @@
 
 #include "cgisupport/dyn_lib.h"
 #include "driver/request.h"
+#include "storedata/sku_list.h"
 
 namespace storegen {
 
@@ -56,6 +57,7 @@ const std::string& Responder::Answer(const PageRequest& request, std::string* fa
   } else {
     unsetenv("SCRIPT_NAME");
   }
+  const unsigned long open_failures = ProductDatabaseOpenFailures();
   const int rc = RunDynamicRequest(d.args, page_fd_, -1, true);
   unsetenv("SCRIPT_NAME");
 
@@ -76,12 +78,21 @@ const std::string& Responder::Answer(const PageRequest& request, std::string* fa
     std::string error;
     if (!Open(&error)) *failure = error;
   }
-  if (!answer_.empty()) return answer_;
-
-  const int status = rc & 0xff;
   std::string words;
   for (std::size_t i = 1; i < d.args.size(); ++i)
     words += " " + d.args[i];
+  // Products that could not be read at all (a product library whose
+  // database server is down) make neither a "no such product" nor a list
+  // without products, which caches and search engines would keep: the
+  // shopper is asked to come back.
+  if (ProductDatabaseOpenFailures() != open_failures) {
+    *failure = "storegen" + words + ": the product database cannot be opened";
+    answer_ = ProductsUnavailableAnswer();
+    return answer_;
+  }
+  if (!answer_.empty()) return answer_;
+
+  const int status = rc & 0xff;
   *failure =
       "storegen" + words + " ended with status " + std::to_string(status) + ", and wrote nothing";
   const bool missing =

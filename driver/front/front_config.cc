@@ -56,6 +56,12 @@ std::string NoSuchProductAnswer() {
   return FrontAnswer("404 Not Found", "The store has no such product.");
 }
 
+std::string ProductsUnavailableAnswer() {
+  return FrontAnswer("503 Service Unavailable",
+                     "The store's products cannot be read at the moment; try again shortly.",
+                     "Retry-After: 30\n");
+}
+
 FrontDecision DecideRequest(const FrontConfig& config, const char* method, const char* query) {
   FrontDecision d;
   if (method == nullptr || (std::strcmp(method, "GET") != 0 && std::strcmp(method, "HEAD") != 0)) {

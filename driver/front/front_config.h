@@ -38,6 +38,8 @@ bool LoadFrontConfig(const std::string& path, bool need_program, FrontConfig* co
 std::string FrontAnswer(const char* status, const char* text, const char* extra_header = "");
 std::string ServerErrorAnswer();
 std::string NoSuchProductAnswer();
+// 503, for a request whose products could not be read at all.
+std::string ProductsUnavailableAnswer();
 
 // What a front does with one request.
 struct FrontDecision {

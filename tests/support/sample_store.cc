@@ -1,7 +1,14 @@
 #include "tests/support/sample_store.h"
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 #include <utility>
@@ -125,7 +132,79 @@ void UseLibrary(const SampleStore& store, const std::string& library, const std:
                             {"ProductAPILibConfig", api_cfg}});
 }
 
-void ExpectSamePages(const SampleStore& reference, const SampleStore& store) {
+std::unique_ptr<StoreResponder> StoreResponder::Start(const SampleStore& store) {
+  const std::string program = StoregenBinary() + "-fcgi";
+  if (access(program.c_str(), X_OK) != 0 || access(CGI_FCGI_PROGRAM, X_OK) != 0) return nullptr;
+  return std::unique_ptr<StoreResponder>(new StoreResponder(store));
+}
+
+StoreResponder::StoreResponder(const SampleStore& store)
+    : socket_(store.root + "/fcgi.sock"), log_(store.root + "/fcgi.log") {
+  const std::string cfg = store.root + "/fcgi.cfg";
+  const std::string program = StoregenBinary() + "-fcgi";
+  WriteFile(cfg, "StoregenProgram\t" + store.bin + "\nStoreConfigDir\t" + store.root +
+                     "/store\nStores\tlantern.cfg\n");
+  pid_ = fork();
+  if (pid_ == 0) {
+    int err = open(log_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    if (err < 0 || dup2(err, STDERR_FILENO) < 0) _exit(126);
+    setenv("STOREGEN_FCGI_CONFIG", cfg.c_str(), 1);
+    execl(program.c_str(), program.c_str(), "-w", "1", "-s", socket_.c_str(), nullptr);
+    _exit(127);
+  }
+  // The worker is forked once the socket listens.
+  for (int i = 0; i < 1000 && Worker() <= 0; ++i)
+    usleep(10000);
+  EXPECT_GT(Worker(), 0) << Log();
+}
+
+StoreResponder::~StoreResponder() {
+  kill(pid_, SIGTERM);
+  waitpid(pid_, nullptr, 0);
+}
+
+std::string StoreResponder::Get(const std::vector<std::string>& args) const {
+  std::string query = args[0] == "-p" ? "-p+-c+lantern.cfg" : "-c+lantern.cfg+" + args[0];
+  for (std::size_t i = 1; i < args.size(); ++i)
+    query += "+" + args[i];
+  RunOptions options;
+  options.set_env = {{"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query}};
+  return RunProgram({CGI_FCGI_PROGRAM, "-bind", "-connect", socket_}, options).out;
+}
+
+std::string StoreResponder::Log() const {
+  return ReadFile(log_, false);
+}
+
+pid_t StoreResponder::Worker() const {
+  const std::string pid = std::to_string(pid_);
+  std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+  pid_t worker = 0;
+  children >> worker;
+  return worker;
+}
+
+std::size_t StoreResponder::WorkerDescriptors() const {
+  // The worker may still be closing the last request's connection after its
+  // answer arrived.
+  usleep(200000);
+  std::size_t n = 0;
+  for ([[maybe_unused]] const auto& entry :
+       fs::directory_iterator("/proc/" + std::to_string(Worker()) + "/fd"))
+    ++n;
+  return n;
+}
+
+long StoreResponder::WorkerKiB() const {
+  std::ifstream status("/proc/" + std::to_string(Worker()) + "/status");
+  for (std::string word; status >> word;) {
+    if (word == "VmRSS:" && status >> word) return std::atol(word.c_str());
+  }
+  return 0;
+}
+
+void ExpectSamePages(const SampleStore& reference, const SampleStore& store,
+                     const StoreResponder* responder) {
   AddCategoryProbes(reference);
   AddCategoryProbes(store);
   RunResult a = RunProgram(reference.StaticRun());
@@ -155,6 +234,13 @@ void ExpectSamePages(const SampleStore& reference, const SampleStore& store) {
     EXPECT_EQ(b.out, a.out) << request[1];
     if (request[0] == "-C") {
       EXPECT_NE(b.out.find("<p>probe " + request[1] + "</p>"), std::string::npos) << request[1];
+    }
+    if (responder == nullptr) continue;
+    const std::string answer = responder->Get(request);
+    if (a.exit_code == 0) {
+      EXPECT_EQ(answer, a.out) << request[1];
+    } else {
+      EXPECT_EQ(answer.rfind("Status: 404 ", 0), 0u) << request[1] << "\n" << answer;
     }
   }
 }

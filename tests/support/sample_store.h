@@ -5,7 +5,10 @@
 #ifndef STOREGEN_TESTS_SUPPORT_SAMPLE_STORE_H_
 #define STOREGEN_TESTS_SUPPORT_SAMPLE_STORE_H_
 
+#include <sys/types.h>
+
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -47,13 +50,47 @@ void WriteManyProducts(const SampleStore& store, int count);
 void UseLibrary(const SampleStore& store, const std::string& library, const std::string& api_cfg,
                 const std::string& product_db);
 
+// storegen-fcgi (built beside storegen) answering for a sample store with
+// one worker, on a socket in the store's root, its error output in
+// "fcgi.log" there; each request is passed by libfcgi's cgi-fcgi, as a web
+// server passes it. Stopped (SIGTERM) when destroyed.
+class StoreResponder {
+ public:
+  // Null when storegen-fcgi was not built or cgi-fcgi (Debian: libfcgi-bin)
+  // is missing.
+  static std::unique_ptr<StoreResponder> Start(const SampleStore& store);
+  ~StoreResponder();
+  StoreResponder(const StoreResponder&) = delete;
+  StoreResponder& operator=(const StoreResponder&) = delete;
+
+  // The answer, headers included, to the store's link for |args| ("-p SKU",
+  // "-f N", "-C CATEGORY -f N").
+  std::string Get(const std::vector<std::string>& args) const;
+  std::string Log() const;
+
+  // The worker's pid (0 when there is none), its open descriptors and its
+  // resident size in KiB.
+  pid_t Worker() const;
+  std::size_t WorkerDescriptors() const;
+  long WorkerKiB() const;
+
+ private:
+  explicit StoreResponder(const SampleStore& store);
+
+  std::string socket_, log_;
+  pid_t pid_ = -1;
+};
+
 // Expects |store| to write what |reference| writes: the same files with the
 // same bytes from a static run (paths of the store's own directory aside),
 // and the same answers to product page requests for every SKU and an unknown
 // one, and to list page requests for every category. Both get a probe of
 // category data first: a category tag on the list pages and a category list
-// on the home page.
-void ExpectSamePages(const SampleStore& reference, const SampleStore& store);
+// on the home page. Given |responder| (answering for |store|), its answers to
+// the same requests too: the page the reference writes, or "Status: 404"
+// where it makes none.
+void ExpectSamePages(const SampleStore& reference, const SampleStore& store,
+                     const StoreResponder* responder = nullptr);
 
 }  // namespace storegen::testing
 
