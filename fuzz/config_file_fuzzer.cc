@@ -10,6 +10,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cgisupport/config_file.h"
@@ -48,7 +49,7 @@ std::string Describe(const std::string& key, const Answer& a) {
 // between guard bytes: the result must be the same, the value cut to fit and
 // terminated, and no byte outside the buffer (or inside it on a miss) changed.
 Answer LookUp(const std::string& path, const std::string& key, int small) {
-  std::vector<char> big(kConfigLineSize + 1, '\0');
+  static std::vector<char> big(kConfigLineSize + 1);  // holds any value
   Answer full{GetConfigItem(path.c_str(), key.c_str(), big.data(), static_cast<int>(big.size()), 0),
               ""};
   if (full.result == 1) full.value = big.data();
@@ -129,15 +130,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<Answer> before;
   ListPtr from_file(CIL_CreateListFromFile(path.c_str()));
   FUZZ_CHECK(from_file != nullptr, "list not read");
+  // The file stays as it is while it is looked up: the first look-up reads
+  // it, the others answer from what that one found, as on a page.
+  std::optional<ConfigSnapshot> snapshot(std::in_place);
+  static std::vector<char> buf(kConfigLineSize + 1);
   for (std::size_t i = 0; i < keys.size(); ++i) {
     before.push_back(LookUp(path, keys[i], 1 + static_cast<int>((i * 37 + size) % 300)));
-    std::vector<char> buf(kConfigLineSize + 1);
     int r =
         CIL_GetItem(from_file.get(), keys[i].c_str(), buf.data(), static_cast<int>(buf.size()), 0);
     Answer listed{r, r == 1 ? std::string(buf.data()) : ""};
     FUZZ_CHECK(listed == before.back(),
                Describe(keys[i], listed) + " vs " + Describe(keys[i], before.back()));
   }
+
+  snapshot.reset();
 
   // A rewrite without pairs copies every line as it was.
   ListPtr empty(CIL_CreateList());
@@ -151,6 +157,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(ReadWholeFile(backup) == old_content, "the backup differs from the old file");
   for (ConfigItem* it = list->first; it != nullptr; it = it->next)
     FUZZ_CHECK(it->written == 0, "written flag left set");
+  snapshot.emplace();
   for (std::size_t i = 0; i < keys.size(); ++i) {
     Answer after = LookUp(path, keys[i], 1 + static_cast<int>(i % 7));
     Answer want = Expected(keys[i], before[i], pairs);

@@ -2,11 +2,14 @@
 
 #include <fcntl.h>
 #include <ftw.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+
+#include "cgisupport/diagnostics.h"
 
 namespace storegen::fuzz {
 namespace {
@@ -62,6 +65,32 @@ std::string ReadWholeFile(const std::string& path, bool* exists) {
     content.append(buf, n);
   std::fclose(fp);
   return content;
+}
+
+MemoryFile::MemoryFile(std::string_view bytes) : fd_(memfd_create("storegen-fuzz", MFD_CLOEXEC)) {
+  std::size_t done = 0;
+  while (fd_ >= 0 && done < bytes.size()) {
+    const ssize_t n = write(fd_, bytes.data() + done, bytes.size() - done);
+    if (n <= 0) break;
+    done += static_cast<std::size_t>(n);
+  }
+  if (fd_ < 0 || done < bytes.size()) {
+    std::perror("memfd");
+    std::abort();
+  }
+  path_ = "/proc/self/fd/" + std::to_string(fd_);
+}
+
+MemoryFile::~MemoryFile() {
+  close(fd_);
+}
+
+QuietMessages::QuietMessages() {
+  CaptureDiagnostics(&kept_);
+}
+
+QuietMessages::~QuietMessages() {
+  ResetDiagnostics();
 }
 
 InputParts SplitInput(std::string_view input) {

@@ -22,6 +22,39 @@ void WriteWholeFile(const std::string& path, std::string_view bytes);
 // The content of |path|; |exists| (when given) tells whether it could be read.
 std::string ReadWholeFile(const std::string& path, bool* exists = nullptr);
 
+// A regular file that lives in memory only, with no directory entry, holding
+// |bytes|: path() names it for the routines that open files by name. Gone
+// when the object is destroyed.
+class MemoryFile {
+ public:
+  explicit MemoryFile(std::string_view bytes);
+  ~MemoryFile();
+  MemoryFile(const MemoryFile&) = delete;
+  MemoryFile& operator=(const MemoryFile&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  int fd_;
+  std::string path_;
+};
+
+// For the lifetime of the object, the program's messages on standard error
+// (warnings about the input, error messages) are kept instead of written,
+// and at its end they are forgotten. A message is shown once per process, so
+// the record of those shown would grow input after input, and libFuzzer takes
+// memory that grows during an input for a leak and searches the whole heap
+// for it after every such input.
+class QuietMessages {
+ public:
+  QuietMessages();
+  ~QuietMessages();
+  QuietMessages(const QuietMessages&) = delete;
+  QuietMessages& operator=(const QuietMessages&) = delete;
+
+ private:
+  std::string kept_;
+};
+
 // Splits |input| at the first line "====" into the part before it (a file's
 // content) and the lines after it (a script of edits or look-ups). Without
 // the separator the whole input is the first part.

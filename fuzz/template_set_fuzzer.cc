@@ -1,8 +1,8 @@
 // Template-set configuration. The input's bytes before a line "====" are the
-// set's ".cfg" file; each line after it is a reference or display name to
-// look up in every kind. Checks that the numbered references agree with the
-// iteration over each list, that every answer fits its buffer without a byte
-// written past it, and that a miss leaves the buffer alone.
+// set's ".cfg" file, held in memory; each line after it is a reference or
+// display name to look up in every kind. Checks that the numbered references
+// agree with the iteration over each list, that every answer fits its buffer
+// without a byte written past it, and that a miss leaves the buffer alone.
 #include <string>
 #include <vector>
 
@@ -41,9 +41,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static bool silenced = (fuzz::SilenceStdout(), true);
   (void)silenced;
   fuzz::InputParts input = fuzz::SplitInput({reinterpret_cast<const char*>(data), size});
-  const std::string path = fuzz::ScratchPath("set.cfg");
-  fuzz::WriteWholeFile(path, input.file);
-  TemplateSet* set = PG_InitTemplateSet(path.c_str());
+  const fuzz::MemoryFile file(input.file);
+  TemplateSet* set = PG_InitTemplateSet(file.path().c_str());
   if (set == nullptr) return 0;
 
   for (int kind = 0; kind <= 8; ++kind) {
