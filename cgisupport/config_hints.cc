@@ -18,21 +18,36 @@ char Fold(char c) {
 
 }  // namespace
 
-std::size_t NameDistance(std::string_view a, std::string_view b) {
-  std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
-  for (std::size_t i = 0; i <= a.size(); ++i)
-    d[i][0] = i;
-  for (std::size_t j = 0; j <= b.size(); ++j)
-    d[0][j] = j;
+std::size_t NameDistance(std::string_view a, std::string_view b, std::size_t limit) {
+  // Every edit changes the length by one at most.
+  const std::size_t apart = a.size() > b.size() ? a.size() - b.size() : b.size() - a.size();
+  if (apart >= limit) return apart;
+  // Three rows of the table of distances between prefixes: i - 2, i - 1, i.
+  const std::size_t width = b.size() + 1;
+  std::vector<std::size_t> rows(3 * width);
+  auto row = [&](std::size_t i) { return rows.data() + (i % 3) * width; };
+  for (std::size_t j = 0; j < width; ++j)
+    row(0)[j] = j;
+  std::size_t last_least = 0;  // the least entry of row i - 1
   for (std::size_t i = 1; i <= a.size(); ++i) {
-    for (std::size_t j = 1; j <= b.size(); ++j) {
+    std::size_t* d = row(i);
+    const std::size_t* up = row(i - 1);
+    const std::size_t* up2 = row(i - 2);
+    d[0] = i;
+    std::size_t least = i;
+    for (std::size_t j = 1; j < width; ++j) {
       const bool same = Fold(a[i - 1]) == Fold(b[j - 1]);
-      d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (same ? 0 : 1)});
+      d[j] = std::min({up[j] + 1, d[j - 1] + 1, up[j - 1] + (same ? 0 : 1)});
       if (i > 1 && j > 1 && Fold(a[i - 1]) == Fold(b[j - 2]) && Fold(a[i - 2]) == Fold(b[j - 1]))
-        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+        d[j] = std::min(d[j], up2[j - 2] + 1);
+      least = std::min(least, d[j]);
     }
+    // An entry comes from its row or the two above, adding nothing or one:
+    // once two rows in a row reach |limit|, so does every later one.
+    if (least >= limit && last_least >= limit) return least;
+    last_least = least;
   }
-  return d[a.size()][b.size()];
+  return row(a.size())[b.size()];
 }
 
 namespace {
@@ -90,7 +105,7 @@ std::string MissingKeyHint(const char* file, std::string_view key, int* line) {
       hint = "the key has no value there; write a TAB and the value after it";
     } else if (KeysEqual(word, key)) {
       hint = "the key is followed by a blank there; separate key and value with a TAB";
-    } else if (!t.key.empty() && NameDistance(t.key, key) <= near) {
+    } else if (!t.key.empty() && NameDistance(t.key, key, near + 1) <= near) {
       hint = Quoted(t.key) + " there is not " + Quoted(key) + "; is it misspelt?";
     } else {
       return false;

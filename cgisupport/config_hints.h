@@ -24,7 +24,10 @@ int TextLine(const char* file, std::string_view text);
 
 // Edits (insertions, deletions, changes, swaps of neighbours) between two
 // names, ASCII case ignored: how close a misspelt name is to a known one.
-std::size_t NameDistance(std::string_view a, std::string_view b);
+// Distances of |limit| or more are not worked out: the answer is then some
+// number not below |limit|.
+std::size_t NameDistance(std::string_view a, std::string_view b,
+                         std::size_t limit = static_cast<std::size_t>(-1));
 
 // Why no line of |file| gives |key| a value, when a line comes close: the
 // key without a value, the key followed by a blank instead of a TAB, or a

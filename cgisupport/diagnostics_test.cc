@@ -74,6 +74,23 @@ TEST(ConfigHints, NameTheLineAndTheLikelyMistake) {
   }
   EXPECT_EQ(ConfigKeyLine(cfg.c_str(), "storedir"), 5);
   EXPECT_EQ(ConfigValueLine(cfg.c_str(), "basic"), 3);
+
+  // Below the limit the distance is exact; at or above it, not below it.
+  const struct {
+    const char *a, *b;
+    std::size_t limit, distance;
+  } distances[] = {
+      {"Price", "PRCIE", 3, 1},     {"kitten", "sitting", 4, 3}, {"kitten", "sitting", 3, 3},
+      {"abcdef", "abcdefgh", 3, 2}, {"", "abc", 3, 3},           {"abcxyz", "uvwabc", 99, 6},
+  };
+  for (const auto& d : distances) {
+    const std::size_t got = NameDistance(d.a, d.b, d.limit);
+    if (d.distance < d.limit) {
+      EXPECT_EQ(got, d.distance) << d.a << " " << d.b;
+    } else {
+      EXPECT_GE(got, d.limit) << d.a << " " << d.b;
+    }
+  }
 }
 
 }  // namespace

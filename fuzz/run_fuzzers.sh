@@ -72,8 +72,10 @@ run_one() {
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$dir/log" | awk '{ n += $1 } END { print n + 0 }')
   inputs=$(find "$dir/corpus" -type f | wc -l)
   cpu=$(awk '{ printf "%.0f", $1 + $2 }' "$dir/cpu")
-  printf '%-16s status %d  executions %9d  cpu-seconds %4d  corpus %s\n' "$h" "$status" "$runs" \
-    "$cpu" "$inputs" >"$dir/summary"
+  # Executions per CPU second: what the harness makes on a machine of its own
+  # is this times FUZZ_SECONDS times the processors, whatever the load.
+  printf '%-16s status %d  executions %9d  cpu-seconds %4d  corpus %5s  per-cpu-second %6d\n' \
+    "$h" "$status" "$runs" "$cpu" "$inputs" $((runs / (cpu > 0 ? cpu : 1))) >"$dir/summary"
   return "$status"
 }
 

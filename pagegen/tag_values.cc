@@ -77,7 +77,7 @@ const char* UsableValue(const PAPI_Pair* product, const std::string& name) {
   const char* closest = nullptr;
   std::size_t distance = 3;  // farther names are no help
   for (const PAPI_Pair* p = product; p->name != nullptr; ++p) {
-    if (std::size_t d = NameDistance(p->name, name); d < distance) {
+    if (std::size_t d = NameDistance(p->name, name, distance); d < distance) {
       distance = d;
       closest = p->name;
     }

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstdio>
 #include <string>
 
 #include "cgisupport/diagnostics.h"
@@ -17,12 +19,23 @@ bool IsFieldSeparator(char c) {
   return c == '\t' || c == '\r' || c == '\n';
 }
 
-// The path |fd| was opened with, for naming it in a message.
-std::string PathOf(int fd) {
+// The path |fd|, the file |st| describes, was opened with, for naming it in
+// a message. A file with many short lines is warned of many times: the
+// answer is kept while the descriptor and the file stay the same.
+const std::string& PathOf(int fd, const struct stat& st) {
+  static struct {
+    int fd = -1;
+    FileIdentity file;
+    std::string path;
+  } last;
+  if (last.fd == fd && last.file == FileIdentity(st)) return last.path;
   std::array<char, 4096> path;
   const std::string link = "/proc/self/fd/" + std::to_string(fd);
   ssize_t n = readlink(link.c_str(), path.data(), path.size() - 1);
-  return n > 0 ? std::string(path.data(), static_cast<std::size_t>(n)) : std::string();
+  last.fd = fd;
+  last.file = FileIdentity(st);
+  last.path.assign(path.data(), n > 0 ? static_cast<std::size_t>(n) : 0);
+  return last.path;
 }
 
 // The number (from 1) of the line that ends just before byte |end| of |fd|,
@@ -70,11 +83,13 @@ void WarnShortLine(FILE* fp, std::string_view line, std::size_t fields, std::siz
   const long end = std::ftell(fp);
   struct stat st;
   if (end < 0 || fstat(fd, &st) != 0) return;
-  if (!FirstTime("short line " + std::to_string(st.st_dev) + ":" + std::to_string(st.st_ino) + ":" +
-                 std::to_string(end))) {
-    return;
-  }
-  Where where{PathOf(fd), LineEndingAt(fd, st, end)};
+  // A line met again, by another walk of the file, is warned of once.
+  std::array<char, 80> key;
+  std::snprintf(key.data(), key.size(), "short line %ju:%ju:%ld",
+                static_cast<std::uintmax_t>(st.st_dev), static_cast<std::uintmax_t>(st.st_ino),
+                end);
+  if (!FirstTime(key.data())) return;
+  Where where{PathOf(fd, st), LineEndingAt(fd, st, end)};
   std::string_view first = line.substr(0, std::min(line.find_first_of("\t\r\n"), line.size()));
   ReportWarning(where, "\"" + std::string(first) + "\" has " + std::to_string(fields) +
                            " of the name line's " + std::to_string(names) +

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,38 +32,56 @@ bool IsSeparator(char c) {
 }
 static_assert(sizeof psz_Tab == 4, "three field separators");
 
-// The name line's fields: runs of separators count as one, so no name is
-// empty. At most |limit| fields are taken.
-std::vector<std::string_view> NameFields(std::string_view line, std::size_t limit) {
-  std::vector<std::string_view> fields;
+// Calls |visit| with each of the name line's fields, at most |limit| of
+// them, until it returns false: runs of separators count as one, so no name
+// is empty.
+template <typename Visit>
+void ForEachNameField(std::string_view line, std::size_t limit, Visit visit) {
   std::size_t i = 0;
-  while (i < line.size() && fields.size() < limit) {
+  for (std::size_t taken = 0; i < line.size() && taken < limit; ++taken) {
     while (i < line.size() && IsSeparator(line[i]))
       ++i;
     if (i == line.size()) break;
     std::size_t end = i;
     while (end < line.size() && !IsSeparator(line[end]))
       ++end;
-    fields.push_back(line.substr(i, end - i));
+    if (!visit(line.substr(i, end - i))) return;
     i = end;
   }
+}
+
+std::vector<std::string_view> NameFields(std::string_view line, std::size_t limit) {
+  std::vector<std::string_view> fields;
+  ForEachNameField(line, limit, [&fields](std::string_view f) {
+    fields.push_back(f);
+    return true;
+  });
   return fields;
 }
 
-// A SKU line's fields: every separator ends a field, so empty fields keep the
-// columns aligned; a separator at the very end adds no empty last field.
-std::vector<std::string_view> SkuFields(std::string_view line) {
-  std::vector<std::string_view> fields;
-  fields.reserve(32);  // product lines mostly have fewer fields: one allocation
+// Calls |visit| with each of a SKU line's fields until it returns false:
+// every separator ends a field, so empty fields keep the columns aligned; a
+// separator at the very end adds no empty last field.
+template <typename Visit>
+void ForEachSkuField(std::string_view line, Visit visit) {
   std::size_t start = 0;
   for (;;) {
     const std::size_t i = start + SpanWithout(line.data() + start, line.size() - start, psz_Tab[0],
                                               psz_Tab[1], psz_Tab[2], psz_Tab[2]);
     if (i == line.size()) break;
-    fields.push_back(line.substr(start, i - start));
+    if (!visit(line.substr(start, i - start))) return;
     start = i + 1;
   }
-  if (start < line.size()) fields.push_back(line.substr(start));
+  if (start < line.size()) visit(line.substr(start));
+}
+
+std::vector<std::string_view> SkuFields(std::string_view line) {
+  std::vector<std::string_view> fields;
+  fields.reserve(32);  // product lines mostly have fewer fields: one allocation
+  ForEachSkuField(line, [&fields](std::string_view f) {
+    fields.push_back(f);
+    return true;
+  });
   return fields;
 }
 
@@ -543,37 +562,65 @@ int GetAttribCount(char** names) {
 
 int GetAttribIndex(const char* name_line, const char* name) {
   if (name_line == nullptr || name == nullptr) return -1;
-  std::vector<std::string_view> fields = NameFields(name_line, SIZE_MAX);
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    if (my_stricmp(std::string(fields[i]).c_str(), name) == 0) return static_cast<int>(i);
-  }
-  return -1;
+  const std::string_view wanted(name);
+  const auto& fold = FoldTable();
+  int index = -1;
+  int at = 0;
+  ForEachNameField(name_line, SIZE_MAX, [&](std::string_view field) {
+    const bool same =
+        field.size() == wanted.size() &&
+        std::equal(field.begin(), field.end(), wanted.begin(), [&](char a, char b) {
+          return fold[static_cast<unsigned char>(a)] == fold[static_cast<unsigned char>(b)];
+        });
+    if (same) index = at;
+    ++at;
+    return !same;
+  });
+  return index;
 }
 
+// The walks ask for every name of every product, so no list of the fields
+// is built: each field is copied as it is found.
 int GetAllAttribName(const char* name_line, PAPI_Pair* pairs) {
   if (name_line == nullptr || pairs == nullptr) return 0;
-  std::vector<std::string_view> fields = NameFields(name_line, kMaxProductAttribs);
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    pairs[i].name = CopyOf(fields[i]);
-    if (pairs[i].name == nullptr) return -1;
-  }
-  return static_cast<int>(fields.size());
+  int n = 0;
+  bool ok = true;
+  ForEachNameField(name_line, kMaxProductAttribs, [&](std::string_view field) {
+    pairs[n].name = CopyOf(field);
+    ok = pairs[n].name != nullptr;
+    if (ok) ++n;
+    return ok;
+  });
+  return ok ? n : -1;
 }
 
 int GetAllValue(const char* sku_line, PAPI_Pair* pairs, int n) {
   if (pairs == nullptr || n <= 0) return 0;
-  std::vector<std::string_view> fields = SkuFields(sku_line != nullptr ? sku_line : "");
-  for (int i = 0; i < n; ++i) {
-    pairs[i].value = CopyOf(static_cast<std::size_t>(i) < fields.size() ? fields[i] : psz_NA);
+  int fields = 0;
+  bool ok = true;
+  ForEachSkuField(sku_line != nullptr ? sku_line : "", [&](std::string_view field) {
+    pairs[fields].value = CopyOf(field);
+    ok = pairs[fields].value != nullptr;
+    if (ok) ++fields;
+    return ok && fields < n;
+  });
+  if (!ok) return -1;
+  for (int i = fields; i < n; ++i) {
+    pairs[i].value = CopyOf(psz_NA);
     if (pairs[i].value == nullptr) return -1;
   }
-  return static_cast<int>(fields.size()) < n ? static_cast<int>(fields.size()) : n;
+  return fields;
 }
 
 char* GetAttribValue(const char* sku_line, int position) {
-  std::vector<std::string_view> fields = SkuFields(sku_line != nullptr ? sku_line : "");
-  if (position < 0 || static_cast<std::size_t>(position) >= fields.size()) return CopyOf(psz_NA);
-  return CopyOf(fields[position]);
+  if (position < 0) return CopyOf(psz_NA);
+  std::optional<std::string_view> value;
+  int at = 0;
+  ForEachSkuField(sku_line != nullptr ? sku_line : "", [&](std::string_view field) {
+    if (at++ == position) value = field;
+    return !value;
+  });
+  return CopyOf(value ? *value : std::string_view(psz_NA));
 }
 
 void TrimEnd(char* text) {
