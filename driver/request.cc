@@ -21,6 +21,7 @@
 #include "pagegen/list_blocks.h"
 #include "pagegen/page_context.h"
 #include "pagegen/template_parser.h"
+#include "storedata/list_positions.h"
 #include "storedata/product_api.h"
 #include "storedata/product_db.h"
 
@@ -96,6 +97,7 @@ int RunDynamicRequest(const std::vector<std::string>& args, int out_fd, int err_
   for (std::string& word : words)
     argv.push_back(word.data());
   argv.push_back(nullptr);
+  SetListPositionsKept(keep_file_caches);
   const int rc = RunRedirected(argv, out_fd, err_fd);
   std::clearerr(stdout);
   if (keep_file_caches) {
@@ -128,6 +130,7 @@ void ResetProcessState() {
   ResetConfigCache();
   ForgetKeptTemplates();
   ReleaseKeptDynamicLibs();
+  ForgetListPositions();
 }
 
 }  // namespace storegen

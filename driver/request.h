@@ -19,7 +19,8 @@ namespace storegen {
 // not a dynamic request, or -1 when the output cannot be redirected.
 // Standard output and error and the current directory are given back, and
 // ResetProcessState has run (ResetRequestState with |keep_file_caches|),
-// when it returns.
+// when it returns. With |keep_file_caches| the positions of the products
+// of list pages are kept for later requests as well.
 int RunDynamicRequest(const std::vector<std::string>& args, int out_fd, int err_fd = -1,
                       bool keep_file_caches = false);
 
@@ -33,7 +34,7 @@ int RunDynamicRequest(const std::vector<std::string>& args, int out_fd, int err_
 //
 // The file caches (the product reader's kept files, the configuration cache,
 // the kept template texts and their pieces, the product libraries kept
-// loaded) stay: each checks the identity of
+// loaded, the kept list positions) stay: each checks the identity of
 // its file (device, inode, size, times) at every use and reads a changed file
 // anew, so a request served after this answers as a process of its own would.
 // State that does not check its files that way belongs here.

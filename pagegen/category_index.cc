@@ -8,7 +8,7 @@ namespace storegen {
 
 void CategoryIndex::Build() {
   built_ = true;
-  for (const SkuList* node = list_; node != nullptr; node = node->next) {
+  for (const SkuList* node = list_; node != nullptr; node = NextSkuNode(node)) {
     const PAPI_Pair* category = FindProdAttr(node->record, "TILLBOXCATEGORY");
     if (category == nullptr || category->value == nullptr) {
       by_category_.clear();

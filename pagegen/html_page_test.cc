@@ -55,7 +55,7 @@ TEST_F(HtmlPageTest, StaticPageIsWrittenInPlaceAndListed) {
 
 TEST_F(HtmlPageTest, ProductNodeGivesTheRecord) {
   PAPI_Pair record[] = {Pair("NAME", "Kettle"), Pair(nullptr, nullptr)};
-  SkuList node{const_cast<char*>("K1"), const_cast<char*>("page.html"), record, nullptr};
+  SkuList node{const_cast<char*>("K1"), const_cast<char*>("page.html"), record, nullptr, nullptr};
   std::string out = dir_.Path("p-K1.html");
   EXPECT_EQ(GenerateHtmlPage(tmpl_.c_str(), out.c_str(), &node, ctx_), 0);
   EXPECT_EQ(ReadFile(out), "<title>Corner Shop</title>Kettle\n");

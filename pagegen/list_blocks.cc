@@ -279,7 +279,7 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
     node = slot < members->size() ? (*members)[slot] : nullptr;
   }
   auto next = [&](const SkuList* n) -> const SkuList* {
-    if (members == nullptr) return n->next;
+    if (members == nullptr) return NextSkuNode(n);
     return ++slot < members->size() ? (*members)[slot] : nullptr;
   };
   for (; node != nullptr; node = next(node)) {

@@ -67,7 +67,8 @@ class ListBlockTest : public testing::PageTest {
       if (!categories[i].empty())
         records_[i].push_back(Pair("TILLBOXCATEGORY", texts_[2 * i + 1].data()));
       records_[i].push_back(Pair(nullptr, nullptr));
-      nodes_[i] = {nullptr, nullptr, records_[i].data(), i + 1 < n ? &nodes_[i + 1] : nullptr};
+      nodes_[i] = {nullptr, nullptr, records_[i].data(), i + 1 < n ? &nodes_[i + 1] : nullptr,
+                   nullptr};
     }
     ctx_.sku_list = nodes_.data();
   }

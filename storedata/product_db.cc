@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cgisupport/copy_truncated.h"
 #include "cgisupport/file_identity.h"
 #include "cgisupport/file_util.h"
 #include "cgisupport/str_util.h"
@@ -350,6 +351,14 @@ bool FindInText(std::string_view text, FILE* fp, const char* sku, std::string* n
 }
 
 }  // namespace
+
+std::string WalkNameLine() {
+  return szNameLine;
+}
+
+void SetWalkNameLine(std::string_view line) {
+  CopyTruncated(szNameLine, line);
+}
 
 void ForgetProductFiles() {
   Memory() = ReaderMemory();

@@ -13,6 +13,8 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
+#include <string_view>
 
 #include "storedata/papi.h"
 
@@ -101,6 +103,12 @@ int GetAllValue(const char* sku_line, PAPI_Pair* pairs, int n);
 // A malloc'd copy of the field at 0-based |position|, or of "NA" when the line
 // is shorter; null only when memory runs out.
 char* GetAttribValue(const char* sku_line, int position);
+
+// The name line of the walk in progress (what PAPI_RetrieveFirstItem read
+// last), and setting it back: a walk paused while another file is walked
+// sets its own again before it goes on.
+std::string WalkNameLine();
+void SetWalkNameLine(std::string_view line);
 
 // Forgets what the reader keeps between lookups (the texts of small files, the
 // name line of the last walk): the next lookup reads its file again.

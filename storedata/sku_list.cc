@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -13,6 +14,7 @@
 #include "cgisupport/result_codes.h"
 #include "cgisupport/run_state.h"  // VerbosePrintf
 #include "pagegen/filelist/file_list.h"
+#include "storedata/list_positions.h"
 #include "storedata/product_api.h"
 #include "storedata/product_db.h"
 #include "templateset/template_set.h"
@@ -42,6 +44,8 @@ class Connection {
   Connection& operator=(const Connection&) = delete;
 
   bool ok() const { return h_ != nullptr; }
+  // The built-in reader's open database, else null.
+  FILE* file() const { return blocks() ? static_cast<FILE*>(h_) : nullptr; }
   void End() {
     if (h_ != nullptr) pdbCleanup(h_, kPapiKey, db_, store_cfg_, api_cfg_, cart_dir_);
     h_ = nullptr;
@@ -91,11 +95,13 @@ class Item {
     }
     record_ = nullptr;
   }
-  // Gives the current record back before retrieving the next one.
-  void Advance(int32_t* position) {
+  // Gives the current record back and holds |record| instead.
+  void Reset(PAPI_Pair* record) {
     Release();
-    record_ = conn_->Next(position);
+    record_ = record;
   }
+  // Gives the current record back before retrieving the next one.
+  void Advance(int32_t* position) { Reset(conn_->Next(position)); }
   // The generator's own copy of the record (see CopyProdRecord); the
   // original goes back to the connection. Null when memory runs out.
   PAPI_Pair* TakeCopy() {
@@ -155,9 +161,11 @@ bool IsValue(const char* value) {
 // Chooses the product's page template: the product page its "TILLBOXTEMPLATE"
 // names, else the default product page. Returns 0 (the product is left out)
 // when neither exists or the template is empty; the latter is recorded with
-// -15 under |sku| in *errors (when |errors| is not null).
+// -15 under |sku| in *errors (when |errors| is not null). With |noisy|,
+// nothing is reported or recorded: *noisy is set where something would be.
 int ChooseTemplate(const TemplateSet* set, const PAPI_Pair* record, const char* sku,
-                   const DefaultTemplate& fallback, std::string* tmplt, FileList** errors) {
+                   const DefaultTemplate& fallback, std::string* tmplt, FileList** errors,
+                   bool* noisy = nullptr) {
   char named[kTemplateSize];
   const PAPI_Pair* display_name = FindProdAttr(record, "TILLBOXTEMPLATE");
   const char* page = "DefaultProductPage";
@@ -167,14 +175,20 @@ int ChooseTemplate(const TemplateSet* set, const PAPI_Pair* record, const char* 
     *tmplt = named;
     page = display_name->value;
   } else {
-    if (display_name != nullptr && IsValue(display_name->value) &&
-        FirstTime(std::string("TILLBOXTEMPLATE\t") + display_name->value)) {
+    if (display_name != nullptr && IsValue(display_name->value) && noisy != nullptr) {
+      *noisy = true;
+    } else if (display_name != nullptr && IsValue(display_name->value) &&
+               FirstTime(std::string("TILLBOXTEMPLATE\t") + display_name->value)) {
       ReportWarning(SetEntry(set, ""),
                     std::string("TILLBOXTEMPLATE \"") + display_name->value + "\" of product \"" +
                         sku + "\" is not a ProductPage of the template set; " +
                         (fallback.found ? "the DefaultProductPage is used" : "it is left out"));
     }
     if (!fallback.found) {
+      if (noisy != nullptr) {
+        *noisy = true;
+        return 0;
+      }
       ReportError(SetEntry(set, ""),
                   "the template set has no DefaultProductPage, so products whose "
                   "TILLBOXTEMPLATE names none of its ProductPage entries are left out",
@@ -184,6 +198,10 @@ int ChooseTemplate(const TemplateSet* set, const PAPI_Pair* record, const char* 
     *tmplt = fallback.szDefaultProdPageTmplt;
   }
   if (tmplt->empty()) {
+    if (noisy != nullptr) {
+      *noisy = true;
+      return 0;
+    }
     ReportError(SetEntry(set, page),
                 std::string("the product page \"") + page +
                     "\" names no template file, so its products have no page",
@@ -220,6 +238,128 @@ SkuList* NewFilledNode(const char* sku, const std::string& tmplt, Item* item) {
 
 }  // namespace
 
+// The walk that builds a list: the open connection, the current item and
+// what deciding on each product needs. A list built in part keeps it on its
+// last node until the list's end is reached or the list is freed.
+struct SkuListTail {
+  SkuListTail(const char* db, const char* store_cfg, const char* api_cfg, const char* cart_dir)
+      : db_(db),
+        store_cfg_(store_cfg),
+        api_cfg_(api_cfg),
+        cart_dir_(cart_dir),
+        conn(db_.c_str(), store_cfg_.c_str(), api_cfg_.c_str(), cart_dir_.c_str()),
+        item(&conn, nullptr, conn.blocks()) {}
+
+  // The next node of the list: the current item, or the first after it that
+  // the list takes. Null at the end of the list, and when memory runs out
+  // (*out_of_memory set).
+  SkuList* Take(bool* out_of_memory);
+  // Puts the walk at the first product of a list that passes over |skip|
+  // products, from the positions kept for this database. False when none
+  // are kept or can be: the walk then stands anywhere.
+  bool SeekFromKept(int skip, const char* lib);
+
+ private:
+  std::string db_, store_cfg_, api_cfg_, cart_dir_;
+
+ public:
+  Connection conn;
+  Item item;  // declared after |conn|: given back before the connection ends
+  int32_t position = 0;
+  TemplateSet* set = nullptr;
+  DefaultTemplate fallback;
+  std::string category;
+  FileList** errors = nullptr;
+  int32_t page_limit = 0;  // 0: none; else the list ends after page_limit + 1 nodes
+  int32_t taken = 0;
+  bool advance = false;   // the current item was taken: Take goes on after it
+  std::string name_line;  // the built-in reader's name line of this walk
+};
+
+namespace {
+
+// Walks the whole database and notes where each product that a list counts
+// stands.
+ListPositions WalkPositions(SkuListTail* walk) {
+  ListPositions positions;
+  bool noisy = false;
+  int32_t before = ListPositions::kFirst;
+  for (walk->item.Reset(walk->conn.First(&walk->position)); walk->item;
+       walk->item.Advance(&walk->position)) {
+    if (before != ListPositions::kFirst && walk->position <= before) positions.usable = false;
+    std::string tmplt;
+    if (ChooseTemplate(walk->set, walk->item.get(), "", walk->fallback, &tmplt, nullptr, &noisy)) {
+      const PAPI_Pair* own = FindProdAttr(walk->item.get(), "TILLBOXCATEGORY");
+      positions.Add(before, own != nullptr ? own->value : nullptr);
+    }
+    before = walk->position;
+  }
+  if (noisy) positions.usable = false;
+  return positions;
+}
+
+// While it lives, the built-in reader walks with |walk|'s name line: another
+// walk (a category list's) may have read its own since.
+class WalkNameLineScope {
+ public:
+  explicit WalkNameLineScope(const SkuListTail& walk) : swapped_(walk.conn.file() != nullptr) {
+    if (!swapped_) return;
+    saved_ = WalkNameLine();
+    SetWalkNameLine(walk.name_line);
+  }
+  ~WalkNameLineScope() {
+    if (swapped_) SetWalkNameLine(saved_);
+  }
+  WalkNameLineScope(const WalkNameLineScope&) = delete;
+  WalkNameLineScope& operator=(const WalkNameLineScope&) = delete;
+
+ private:
+  bool swapped_;
+  std::string saved_;
+};
+
+}  // namespace
+
+SkuList* SkuListTail::Take(bool* out_of_memory) {
+  if (std::exchange(advance, true)) item.Advance(&position);
+  for (; item; item.Advance(&position)) {
+    if (page_limit > 0 && page_limit < taken) return nullptr;
+    if (!InCategory(item.get(), category.c_str())) continue;
+    const PAPI_Pair* sku = FindProdAttr(item.get(), "SKU");
+    if (sku == nullptr || sku->value == nullptr) continue;
+    std::string tmplt;
+    if (!ChooseTemplate(set, item.get(), sku->value, fallback, &tmplt, errors)) continue;
+    SkuList* node = NewFilledNode(sku->value, tmplt, &item);
+    if (node == nullptr) {
+      *out_of_memory = true;
+      return nullptr;
+    }
+    ++taken;
+    return node;
+  }
+  return nullptr;
+}
+
+bool SkuListTail::SeekFromKept(int skip, const char* lib) {
+  ListSource source;
+  if (!CurrentListSource(db_.c_str(), conn.file(), lib, api_cfg_.c_str(),
+                         set != nullptr ? set->file_name : "", &source)) {
+    return false;
+  }
+  ListPositions* kept = KeptListPositions(source);
+  if (kept == nullptr) kept = KeepListPositions(source, WalkPositions(this));
+  const std::vector<int32_t>& positions = kept->Of(category.c_str());
+  if (!kept->usable || static_cast<std::size_t>(skip) >= positions.size()) return false;
+  // The first item reads the name line; the list's first product may be
+  // further on.
+  item.Reset(conn.First(&position));
+  if (positions[skip] != ListPositions::kFirst) {
+    position = positions[skip];
+    item.Advance(&position);
+  }
+  return true;
+}
+
 SkuList* NewSkuNode() {
   return static_cast<SkuList*>(std::calloc(1, sizeof(SkuList)));
 }
@@ -227,68 +367,90 @@ SkuList* NewSkuNode() {
 SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_cfg,
                          const char* cart_dir, TemplateSet* set, const char* category,
                          const char* first_index, int page_flag, FileList** errors) {
-  Connection conn(db, store_cfg, api_cfg, cart_dir);
-  if (!conn.ok()) {
+  auto walk = std::make_unique<SkuListTail>(db, store_cfg, api_cfg, cart_dir);
+  if (!walk->conn.ok()) {
     ReportOpenFailed(db);
     return nullptr;
   }
-  DefaultTemplate fallback = ReadDefaultTemplate(set);
-  int32_t position = 0;
-  Item item(&conn, conn.First(&position), conn.blocks());
-  if (!item) {
-    conn.End();
-    ReportError({db},
-                "the product database holds no product: its first line names the columns, "
-                "and each further line is one product",
-                "Error reading database\n");
-    return nullptr;
+  walk->set = set;
+  walk->fallback = ReadDefaultTemplate(set);
+  walk->category = category != nullptr ? category : "";
+  walk->errors = errors;
+  // One page more than the page size proves that a further page exists.
+  const int32_t page_size = set != nullptr ? set->max_prod_per_page : 0;
+  if (page_flag != 0) walk->page_limit = page_size;
+  // A dynamic request's page shows a few products from the list's start on:
+  // the rest is made as the page reaches it. Verbose messages keep their
+  // place before the page.
+  const bool in_part = page_flag != 0 && !Verbose();
+  int skip = first_index != nullptr && first_index[0] != '\0' ? std::atoi(first_index) : 0;
+  const char* lib = hProdApiLib != nullptr ? PageGenState.szAPILib : "";
+  if (in_part && skip > 0 && ListPositionsKept() && walk->SeekFromKept(skip, lib)) {
+    skip = 0;
+  } else {
+    walk->item.Reset(walk->conn.First(&walk->position));
+    if (!walk->item) {
+      walk.reset();
+      ReportError({db},
+                  "the product database holds no product: its first line names the columns, "
+                  "and each further line is one product",
+                  "Error reading database\n");
+      return nullptr;
+    }
   }
 
   // Pass over the products of earlier pages: only those that would be listed
   // count. The SKU is not taken yet, so an empty template is reported under "".
-  int skip = first_index != nullptr && first_index[0] != '\0' ? std::atoi(first_index) : 0;
-  for (int passed = 0; skip > 0; item.Advance(&position)) {
-    if (!item) {
+  for (int passed = 0; skip > 0; walk->item.Advance(&walk->position)) {
+    if (!walk->item) {
       VerbosePrintf("No more products for product list\n");
-      conn.End();
       return nullptr;
     }
     std::string tmplt;
-    if (!ChooseTemplate(set, item.get(), "", fallback, &tmplt, errors) ||
-        !InCategory(item.get(), category)) {
+    if (!ChooseTemplate(set, walk->item.get(), "", walk->fallback, &tmplt, errors) ||
+        !InCategory(walk->item.get(), category)) {
       continue;
     }
     if (passed == skip) break;
     ++passed;
   }
 
-  // One page more than the page size proves that a further page exists.
-  int32_t page_size = set != nullptr ? set->max_prod_per_page : 0;
   SkuList* head = nullptr;
   SkuList** tail = &head;
-  int32_t taken = 0;
-  for (; item; item.Advance(&position)) {
-    if (page_flag != 0 && page_size > 0 && page_size < taken) break;
-    if (!InCategory(item.get(), category)) continue;
-    const PAPI_Pair* sku = FindProdAttr(item.get(), "SKU");
-    if (sku == nullptr || sku->value == nullptr) continue;
-    std::string tmplt;
-    if (!ChooseTemplate(set, item.get(), sku->value, fallback, &tmplt, errors)) continue;
-    SkuList* node = NewFilledNode(sku->value, tmplt, &item);
-    if (node == nullptr) {
-      ReportOutOfMemory();
-      item.Release();
-      conn.End();
-      FreeSkuList(head);
-      return nullptr;
-    }
+  bool out_of_memory = false;
+  while (SkuList* node = walk->Take(&out_of_memory)) {
     *tail = node;
     tail = &node->next;
-    ++taken;
+    if (!in_part) continue;
+    walk->name_line = WalkNameLine();
+    node->tail = walk.release();
+    return head;
   }
-  item.Release();
-  conn.End();
+  if (out_of_memory) {
+    ReportOutOfMemory();
+    walk.reset();
+    FreeSkuList(head);
+    return nullptr;
+  }
   return head;
+}
+
+const SkuList* NextSkuNode(const SkuList* node) {
+  if (node->next != nullptr || node->tail == nullptr) return node->next;
+  // The list grows behind its last node; the nodes before stay as they are.
+  SkuList* last = const_cast<SkuList*>(node);
+  std::unique_ptr<SkuListTail> walk(std::exchange(last->tail, nullptr));
+  bool out_of_memory = false;
+  SkuList* next;
+  {
+    const WalkNameLineScope scope(*walk);
+    next = walk->Take(&out_of_memory);
+  }
+  // A page that cannot have its next product ends its list there.
+  if (out_of_memory) ReportOutOfMemory();
+  if (next != nullptr) next->tail = walk.release();
+  last->next = next;
+  return next;
 }
 
 SkuList* FindSkuData(const char* sku, const char* db, const char* store_cfg, const char* api_cfg,
@@ -359,6 +521,7 @@ int CopySkuData(SkuList* target, const SkuList* source) {
 void FreeSkuList(SkuList* list) {
   while (list != nullptr) {
     SkuList* next = list->next;
+    delete list->tail;
     std::free(list->sku);
     std::free(list->tmplt);
     FreeProdRecord(list->record);

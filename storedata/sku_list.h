@@ -8,6 +8,7 @@
 namespace storegen {
 
 struct FileList;
+struct SkuListTail;
 struct TemplateSet;
 
 // One node; the strings and the record are malloc'd and owned by the node.
@@ -16,6 +17,8 @@ struct SkuList {
   char* tmplt;        // template file of the product's page
   PAPI_Pair* record;  // every attribute of the product; may be null
   SkuList* next;
+  SkuListTail* tail;  // on the last node of a list built in part: the walk
+                      // that makes the nodes after it (NextSkuNode)
 };
 
 // Allocates a zeroed node (calloc); null when memory runs out.
@@ -26,12 +29,19 @@ SkuList* NewSkuNode();
 // products of that category and products without one; |first_index| (null or
 // "" for none) passes over that many qualifying products first; |page_flag|
 // (set for a dynamic request's one page) stops after MaxProdPerPage + 1 nodes.
-// Products without a usable template are left out; an empty one is entered
+// A dynamic request's list (|page_flag| set, not verbose) is built in part:
+// the nodes after the first are made as NextSkuNode reaches them, so that a
+// page holds the records it shows and not those of the whole rest of the
+// list. Products without a usable template are left out; an empty one is entered
 // with -15 under the SKU in *errors (nothing is recorded when |errors| is
 // null). Returns the head, or null when nothing was collected.
 SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_cfg,
                          const char* cart_dir, TemplateSet* set, const char* category,
                          const char* first_index, int page_flag, FileList** errors);
+
+// The node after |node|, made now when |node| ends a list built in part
+// (null at the list's end). Walks over a list use it instead of ->next.
+const SkuList* NextSkuNode(const SkuList* node);
 
 // A one-node list for |sku| through PAPI_RetrieveInfo, with the same template
 // choice, messages and |errors| entries, or null.
@@ -52,7 +62,8 @@ int FillSkuData(SkuList* list, const char* db, const char* store_cfg, const char
 // or 0 when memory runs out.
 int CopySkuData(SkuList* target, const SkuList* source);
 
-// Frees every node with its strings and record; null is ignored.
+// Frees every node with its strings and record, and ends the walk of a list
+// built in part; null is ignored.
 void FreeSkuList(SkuList* list);
 
 // How many times this process could not open a product database ("cannot

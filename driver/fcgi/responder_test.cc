@@ -75,6 +75,7 @@ TEST_F(ResponderTest, AnswersAsTheProgramRunForEachRequestAndSeesChangedFiles) {
       {"-p+-c+lantern.cfg+LL-102", {"-c", cfg, "-p", "LL-102"}},
       {"-c+lantern.cfg+-C+Garden+-f+2", {"-c", cfg, "-C", "Garden", "-f", "2"}},
       {"-c+lantern.cfg+-f+0", {"-c", cfg, "-f", "0"}},
+      {"-c+lantern.cfg+-f+7", {"-c", cfg, "-f", "7"}},
   };
   std::size_t descriptors = 0;
   for (int round = 0; round < 3; ++round) {
@@ -90,6 +91,12 @@ TEST_F(ResponderTest, AnswersAsTheProgramRunForEachRequestAndSeesChangedFiles) {
   EXPECT_NE(page.find("<!-- v2 -->"), std::string::npos);
   EXPECT_NE(page.find("25.50"), std::string::npos);
   EXPECT_EQ(page, OneShot(cases[0].args));
+  // A product moved into another category: the lists it leaves and joins,
+  // further down than their first page.
+  Replace(store_.root + "/store/products.txt", "Candle Snuffer\t18.00\tLighting",
+          "Candle Snuffer\t18.00\tGarden");
+  for (const auto& c : cases)
+    EXPECT_EQ(Get(c.query), OneShot(c.args)) << c.query;
 }
 
 TEST_F(ResponderTest, RequestsThatMakeNoPageGetAnErrorStatus) {
