@@ -5,6 +5,8 @@
 // request fail cleanly until it is back; the same through storegen-fcgi,
 // whose worker keeps the library loaded and its connection open between
 // requests.
+#include <unistd.h>
+
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -82,14 +84,32 @@ TEST(PgStoreTest, AResponderSeesCommitsOutlivesTheServerAndStaysTheSameSize) {
   const StoreResponder& responder = *started;
   const pid_t worker = responder.Worker();
   const std::vector<std::string> product = {"-p", "ll-101"}, list = {"-C", "Lighting", "-f", "0"};
-  ASSERT_NE(responder.Get(product).find("$89.00"), std::string::npos);
+  const std::vector<std::vector<std::string>> requests = {product,
+                                                          list,
+                                                          {"-C", "Lighting", "-f", "2"},
+                                                          {"-C", "Garden", "-f", "0"},
+                                                          {"-f", "0"},
+                                                          {"-f", "3"},
+                                                          {"-f", "20"}};
+  // A worker may keep what it derives from the store's files once they have
+  // stood unchanged for a moment; the database's rows change under them.
+  sleep(3);
+  for (const auto& request : requests)
+    ASSERT_EQ(responder.Get(request), pg.Run(request).out) << request[1];
   ASSERT_NE(responder.Get(list).find("$89.00"), std::string::npos);
 
-  // A commit shows on the next page, a single product's and a list's.
-  pg.Query("UPDATE products SET \"PRICE\" = '31.50' WHERE \"SKU\" = 'LL-101'");
+  // Commits show on the next answers, which stay those of the program run
+  // for the request alone: a new price, a product moved to another
+  // category, one removed (what a list passes over changes).
+  pg.Query(
+      "UPDATE products SET \"PRICE\" = '31.50' WHERE \"SKU\" = 'LL-101';"
+      " UPDATE products SET \"TILLBOXCATEGORY\" = 'Garden' WHERE \"SKU\" = 'LL-102';"
+      " DELETE FROM products WHERE \"SKU\" = 'LL-103'");
+  for (const auto& request : requests)
+    EXPECT_EQ(responder.Get(request), pg.Run(request).out) << request[1];
   const std::string page = responder.Get(product);
   EXPECT_NE(page.find("$31.50"), std::string::npos) << page;
-  EXPECT_NE(responder.Get(list).find("$31.50"), std::string::npos);
+  EXPECT_NE(responder.Get({"-C", "Garden", "-f", "0"}).find("LL-102"), std::string::npos);
   // A connection the server ended is made again within the request.
   pg.Query(
       "SELECT pg_terminate_backend(pid) FROM pg_stat_activity"
