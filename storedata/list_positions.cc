@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -40,6 +42,21 @@ bool Identity(const std::string& path, FileIdentity* id) {
   return !ChangedRecently(*id);
 }
 
+// True when |path| is a SQLite database: every change to its products
+// changes the file or its write-ahead log. A product library's other
+// databases (the connection file of a database server, say) stay the same
+// file while their products change.
+bool IsSqliteFile(const std::string& path) {
+  static constexpr char kMagic[] = "SQLite format 3";  // with its NUL: 16 bytes
+  char head[sizeof kMagic] = {};
+  std::FILE* f = std::fopen(path.c_str(), "rb");
+  if (f == nullptr) return false;
+  const bool sqlite = std::fread(head, 1, sizeof head, f) == sizeof head &&
+                      std::memcmp(head, kMagic, sizeof head) == 0;
+  std::fclose(f);
+  return sqlite;
+}
+
 }  // namespace
 
 bool CurrentListSource(const char* db, FILE* db_file, const char* lib, const char* api_cfg,
@@ -51,7 +68,7 @@ bool CurrentListSource(const char* db, FILE* db_file, const char* lib, const cha
   struct stat st;
   if (db_file != nullptr ? fstat(fileno(db_file), &st) != 0 : stat(source->db.c_str(), &st) != 0)
     return false;
-  if (!S_ISREG(st.st_mode)) return false;
+  if (!S_ISREG(st.st_mode) || (db_file == nullptr && !IsSqliteFile(source->db))) return false;
   source->db_id = FileIdentity(st);
   if (ChangedRecently(source->db_id)) return false;
   // A SQLite database in write-ahead mode takes its changes in a file beside

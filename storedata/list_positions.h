@@ -29,8 +29,9 @@ struct ListSource {
 // Fills |source| with the identities of the files now. |db_file| is the
 // built-in reader's open database (its identity is taken from it), null for
 // a product library's database (taken by its path). False when a file cannot
-// be vouched for: the database is missing or not a regular file, or a file
-// changed in the last two seconds.
+// be vouched for: the database is missing or not a regular file, a product
+// library's database is not a SQLite file (its products may change while
+// the file stays the same), or a file changed in the last two seconds.
 bool CurrentListSource(const char* db, FILE* db_file, const char* lib, const char* api_cfg,
                        const std::string& set_file, ListSource* source);
 
