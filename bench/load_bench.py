@@ -262,6 +262,19 @@ def tree_cpu_ticks(roots):
     return total
 
 
+def wait_idle(pids, limit=30.0):
+    """Waits until |pids| use no CPU for half a second (requests still under
+    way finished), for at most |limit| seconds."""
+    deadline = time.monotonic() + limit
+    last = tree_cpu_ticks(pids)
+    while time.monotonic() < deadline:
+        time.sleep(0.5)
+        now = tree_cpu_ticks(pids)
+        if now == last:
+            return
+        last = now
+
+
 def busy_ticks():
     """CPU time spent by the whole machine (clock ticks), from /proc/stat."""
     with open("/proc/stat") as f:
@@ -736,8 +749,8 @@ def replace_bench(args, store, mode):
             params = {"path": server.path, "manifest": os.path.join(work, "manifest"),
                       "dir": work, "counters": ["ok_a", "ok_b", "ok_ab", "torn", "not_ok"]}
             run_wrk(work, LUA_REPLACE, params, server.url(), args.replace_conns, 3)
-            time.sleep(1)
             pids = server.responder_pids() if mode.startswith("fcgi") else []
+            wait_idle(pids)
             start = (rss_kb(pids), fd_count(pids))
             series, stop_series = [], threading.Event()
 
@@ -756,7 +769,7 @@ def replace_bench(args, store, mode):
             replacer.stop()
             stop_series.set()
             series_thread.join()
-            time.sleep(1)
+            wait_idle(pids)
             end = (rss_kb(pids), fd_count(pids))
             alive = all(os.path.exists("/proc/%d" % p) for p in pids)
         finally:
