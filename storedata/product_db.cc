@@ -20,7 +20,9 @@
 #include "cgisupport/file_util.h"
 #include "cgisupport/str_util.h"
 #include "storedata/db_warnings.h"
+#include "storedata/line_scanner.h"
 #include "storedata/product_api.h"
+#include "storedata/sku_index.h"
 
 namespace storegen {
 namespace {
@@ -125,94 +127,6 @@ PAPI_Pair* TakeRecord(ProductInfo* info) {
   return record;
 }
 
-// Single lookups read the file in large blocks and look at each line's
-// first field only, instead of reading it line by line through the stream.
-constexpr std::size_t kScanBlockSize = 256 * 1024;
-
-// The lines of a file as a stream with a line buffer of |piece_max| + 1
-// bytes reads them: through a LF, or |piece_max| bytes of a longer line, each
-// piece being a line of its own. Reads from the file descriptor at a given
-// offset and leaves the stream alone.
-class LineScanner {
- public:
-  LineScanner(int fd, off_t start, std::size_t piece_max)
-      : fd_(fd), base_(start), piece_max_(piece_max), buf_(Buffer()) {}
-
-  // The next piece, valid until the next call; false at the end of the file
-  // (or on a read error, where the stream would stop as well).
-  bool Next(std::string_view* piece) {
-    if (end_ - begin_ < piece_max_ && !eof_) Fill();
-    std::size_t available = std::min(end_ - begin_, piece_max_);
-    if (available == 0) return false;
-    const char* start = buf_.data() + begin_;
-    const void* lf = std::memchr(start, '\n', available);
-    std::size_t length = lf != nullptr ? static_cast<const char*>(lf) - start + 1 : available;
-    *piece = std::string_view(start, length);
-    piece_offset_ = base_ + static_cast<off_t>(begin_);
-    begin_ += length;
-    return true;
-  }
-  // File offset of the last piece returned, and just behind it.
-  off_t piece_offset() const { return piece_offset_; }
-  off_t position() const { return base_ + static_cast<off_t>(begin_); }
-
- private:
-  // One block buffer for the process: lookups come one at a time.
-  static std::vector<char>& Buffer() {
-    static auto* buffer = new std::vector<char>(kScanBlockSize);
-    return *buffer;
-  }
-  void Fill() {
-    std::memmove(buf_.data(), buf_.data() + begin_, end_ - begin_);
-    base_ += static_cast<off_t>(begin_);
-    end_ -= begin_;
-    begin_ = 0;
-    while (end_ < buf_.size()) {
-      ssize_t n = pread(fd_, buf_.data() + end_, buf_.size() - end_, base_ + end_);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) {
-        eof_ = true;
-        return;
-      }
-      end_ += static_cast<std::size_t>(n);
-    }
-  }
-
-  int fd_;
-  off_t base_;  // file offset of buf_[0]
-  std::size_t piece_max_;
-  std::vector<char>& buf_;
-  std::size_t begin_ = 0;  // next piece
-  std::size_t end_ = 0;    // end of the data read
-  bool eof_ = false;
-  off_t piece_offset_ = 0;
-};
-
-// ASCII case folding as my_stricmp does it, by table.
-const std::array<unsigned char, 256>& FoldTable() {
-  static const std::array<unsigned char, 256> table = [] {
-    std::array<unsigned char, 256> t{};
-    for (int c = 0; c < 256; ++c)
-      t[c] = static_cast<unsigned char>(std::tolower(c));
-    return t;
-  }();
-  return table;
-}
-
-// True when the first field of |line| (up to TAB, CR, LF or NUL) equals
-// |sku| without regard to case. |sku| holds none of those bytes.
-bool FirstFieldIs(std::string_view line, std::string_view sku) {
-  if (line.size() < sku.size()) return false;
-  const auto& fold = FoldTable();
-  for (std::size_t i = 0; i < sku.size(); ++i) {
-    if (fold[static_cast<unsigned char>(line[i])] != fold[static_cast<unsigned char>(sku[i])])
-      return false;
-  }
-  if (line.size() == sku.size()) return true;
-  char after = line[sku.size()];
-  return after == '\t' || after == '\r' || after == '\n' || after == '\0';
-}
-
 // GetSKULine reading through the stream, for files that are not regular.
 int GetSKULineByStream(char* buf, int size, FILE* fp, const char* sku) {
   while (std::fgets(buf, size, fp) != nullptr) {
@@ -244,16 +158,28 @@ struct SplitNameLine {
   std::vector<std::string> names;
 };
 
-// Copies the piece of |length| bytes at |offset| into |buf| and terminates it.
-void ReadPiece(int fd, off_t offset, std::size_t length, char* buf) {
-  std::size_t done = 0;
-  while (done < length) {
-    ssize_t n = pread(fd, buf + done, length - done, offset + static_cast<off_t>(done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    done += static_cast<std::size_t>(n);
+// GetSKULine on a stream just behind the name line of the database |db|,
+// through the database's SKU index: the same line in |buf| (kProductLineSize
+// bytes), |fp| left where the scan leaves it. -1 when no index could be used
+// (|fp| not moved).
+int GetSKULineByIndex(char* buf, FILE* fp, const char* db, const char* sku) {
+  const long start = std::ftell(fp);
+  if (start < 0) return -1;
+  std::string piece;
+  off_t offset = 0;
+  switch (FindInSkuIndex(db, fileno(fp), start, sku, &piece, &offset)) {
+    case SkuIndexAnswer::kFound:
+      std::memcpy(buf, piece.c_str(), piece.size() + 1);
+      TrimEnd(buf);
+      std::fseek(fp, static_cast<long>(offset + static_cast<off_t>(piece.size())), SEEK_SET);
+      return 1;
+    case SkuIndexAnswer::kMissing:
+      std::fseek(fp, 0, SEEK_END);
+      return 0;
+    case SkuIndexAnswer::kNoIndex:
+      break;
   }
-  buf[done] = '\0';
+  return -1;
 }
 
 // Small databases (a store's category database) are looked up many times a
@@ -362,6 +288,7 @@ void SetWalkNameLine(std::string_view line) {
 
 void ForgetProductFiles() {
   Memory() = ReaderMemory();
+  ForgetSkuIndexes();
   szNameLine[0] = '\0';
 }
 
@@ -372,10 +299,10 @@ void* PAPI_Initialization(const char* /*key*/, const char* db, const char* /*sto
 }
 
 PAPI_Pair* PAPI_RetrieveInfo(void* h, const char* /*key*/, const char* sku, int /*flag*/,
-                             const char* /*db*/, const char* /*storeCfg*/, const char* /*apiCfg*/,
+                             const char* db, const char* /*storeCfg*/, const char* /*apiCfg*/,
                              const char* /*cartDir*/, char** names) {
   if (h == nullptr || sku == nullptr) return nullptr;
-  return TakeRecord(GetProductInfo(AsFile(h), sku, names));
+  return TakeRecord(GetProductInfo(AsFile(h), sku, names, db));
 }
 
 PAPI_Pair* PAPI_RetrieveFirstItem(void* h, const char* key, int flag, const char* db,
@@ -457,7 +384,7 @@ int PAPI_Cleanup(void* h, const char* /*key*/, const char* /*db*/, const char* /
   return 0;
 }
 
-ProductInfo* GetProductInfo(FILE* fp, const char* sku, char** names) {
+ProductInfo* GetProductInfo(FILE* fp, const char* sku, char** names, const char* db) {
   if (fp == nullptr || sku == nullptr) return nullptr;
   std::string name_text, sku_text;
   const char* name_line;
@@ -470,7 +397,9 @@ ProductInfo* GetProductInfo(FILE* fp, const char* sku, char** names) {
     sku_line = sku_text.c_str();
   } else {
     if (!GetNameLine(name_buf.data(), kProductLineSize, fp)) return nullptr;
-    if (!GetSKULine(sku_buf.data(), kProductLineSize, fp, sku)) return nullptr;
+    const int found = db != nullptr ? GetSKULineByIndex(sku_buf.data(), fp, db, sku) : -1;
+    if (found == 0) return nullptr;
+    if (found < 0 && !GetSKULine(sku_buf.data(), kProductLineSize, fp, sku)) return nullptr;
     name_line = name_buf.data();
     sku_line = sku_buf.data();
   }
@@ -556,7 +485,7 @@ int GetSKULine(char* buf, int size, FILE* fp, const char* sku) {
     last_length = line.size();
   }
   // As after reading to the end: |buf| holds the last line read.
-  if (any) ReadPiece(fd, last_offset, last_length, buf);
+  if (any) ReadPieceAt(fd, last_offset, last_length, buf);
   std::fseek(fp, lines.position(), SEEK_SET);
   return 0;
 }

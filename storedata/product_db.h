@@ -30,7 +30,9 @@ inline constexpr const char psz_NA[] = "NA";
 void* PAPI_Initialization(const char* key, const char* db, const char* storeCfg, const char* apiCfg,
                           const char* cartDir);
 // The record of the first line whose SKU equals |sku| without regard to case,
-// or null (also when memory runs out).
+// or null (also when memory runs out). A large file's line is found through
+// the SKU index of |db|, the path the handle was opened with
+// (storedata/sku_index.h); without |db| the file is read up to the line.
 PAPI_Pair* PAPI_RetrieveInfo(void* h, const char* key, const char* sku, int flag, const char* db,
                              const char* storeCfg, const char* apiCfg, const char* cartDir,
                              char** names);
@@ -67,8 +69,10 @@ struct ProductInfo {
 
 // Rewinds |fp|, reads the name line and the first line whose SKU matches, and
 // fills a new ProductInfo. Null when the name line or the SKU is missing or
-// memory runs out. Free with FreeProductInfo(info, 1).
-ProductInfo* GetProductInfo(FILE* fp, const char* sku, char** names);
+// memory runs out. Free with FreeProductInfo(info, 1). With |db|, the path
+// |fp| was opened with, a large file's line is found by its SKU index
+// (storedata/sku_index.h).
+ProductInfo* GetProductInfo(FILE* fp, const char* sku, char** names, const char* db = nullptr);
 // Fills a new ProductInfo from two lines already read (SKU copy ""); null
 // when memory runs out.
 ProductInfo* GetProductInfoNoRead(FILE* fp, char** names, int unused, const char* name_line,
@@ -111,7 +115,8 @@ std::string WalkNameLine();
 void SetWalkNameLine(std::string_view line);
 
 // Forgets what the reader keeps between lookups (the texts of small files, the
-// name line of the last walk): the next lookup reads its file again.
+// SKU indexes, the name line of the last walk): the next lookup reads its
+// file again.
 void ForgetProductFiles();
 
 // Removes every trailing CR and LF.

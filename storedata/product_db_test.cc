@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "cgisupport/diagnostics.h"
 #include "cgisupport/file_identity.h"
 #include "storedata/product_api.h"
+#include "storedata/sku_index.h"
 #include "tests/support/test_util.h"
 
 namespace storegen {
@@ -48,6 +50,29 @@ std::string Columns(std::string first, const std::string& prefix, int count) {
   for (int i = 1; i < count; ++i)
     first += "\t" + prefix + std::to_string(i);
   return first;
+}
+
+// Databases and the SKUs to look up in them: duplicates differing in case,
+// CRLF line ends and empty lines, a NUL ending a line's text, lines longer
+// than the reader's line buffer (whose pieces are lines of their own), and
+// files of many blocks.
+struct LookupCase {
+  std::string content;
+  std::vector<std::string> skus;
+};
+std::vector<LookupCase> LookupCases() {
+  std::string many;
+  for (int i = 0; i < 6000; ++i)
+    many += "P" + std::to_string(i) + "\t" + std::string(60, 'v') + "\n";
+  const std::string piece(2047, 'x');
+  return {
+      {"SKU\tN\nA1\tx\nA10\ty\na1\tz\n", {"A1", "a10", "A", "B", "A1\t", ""}},
+      {"SKU\r\nA1\tx\r\nB2\r\n\r\nC3", {"b2", "C3", "c", ""}},
+      {"SKU\nA1\0X\tv\nA1X\tw\n"s, {"A1", "A1X", "X"}},
+      {"SKU\n" + piece + "A1\tcontinued\n" + piece.substr(1) + "\tB2\n", {"A1", "B2", "x"}},
+      {"SKU\n" + many + "LAST\tend", {"P0", "P5999", "last", "P6000"}},
+      {"SKU\n" + std::string(300000, 'y') + "\nZ9\tz\n", {"Z9", std::string(2047, 'y')}},
+  };
 }
 
 class ProductDbTest : public ::testing::Test {
@@ -230,24 +255,9 @@ TEST(ProductDb, SkuLineAsTheLineReaderFindsIt) {
     return Found{rc, buf, std::ftell(fp)};
   };
 
-  std::string many;
-  for (int i = 0; i < 6000; ++i)
-    many += "P" + std::to_string(i) + "\t" + std::string(60, 'v') + "\n";
-  const std::string piece(2047, 'x');
-  struct Case {
-    std::string content;
-    std::vector<std::string> skus;
-  } cases[] = {
-      {"SKU\tN\nA1\tx\nA10\ty\na1\tz\n", {"A1", "a10", "A", "B", "A1\t", ""}},
-      {"SKU\r\nA1\tx\r\nB2\r\n\r\nC3", {"b2", "C3", "c", ""}},
-      {"SKU\nA1\0X\tv\nA1X\tw\n"s, {"A1", "A1X", "X"}},
-      {"SKU\n" + piece + "A1\tcontinued\n" + piece.substr(1) + "\tB2\n", {"A1", "B2", "x"}},
-      {"SKU\n" + many + "LAST\tend", {"P0", "P5999", "last", "P6000"}},
-      {"SKU\n" + std::string(300000, 'y') + "\nZ9\tz\n", {"Z9", std::string(2047, 'y')}},
-  };
   ScopedTempDir dir;
   std::string path = dir.Path("products.txt");
-  for (const auto& c : cases) {
+  for (const auto& c : LookupCases()) {
     WriteFile(path, c.content);
     for (const std::string& key : c.skus) {
       const char* sku = key.c_str();
@@ -281,6 +291,80 @@ TEST(ProductDb, SkuLineAsTheLineReaderFindsIt) {
       std::fclose(fp);
     }
   }
+}
+
+// What a lookup through the SKU index of |db| gives in the file |path|: the
+// line as the reader takes it, "missing", or "scan" when no index was used.
+std::string IndexLookup(const std::string& path, const std::string& db, const char* sku,
+                        long* position = nullptr) {
+  FILE* fp = std::fopen(path.c_str(), "r");
+  char name[kProductLineSize];
+  if (fp == nullptr || !GetNameLine(name, sizeof name, fp)) return "no file";
+  std::string piece;
+  off_t offset = 0;
+  const SkuIndexAnswer answer =
+      FindInSkuIndex(db, fileno(fp), std::ftell(fp), sku, &piece, &offset);
+  std::fclose(fp);
+  if (position != nullptr) *position = static_cast<long>(offset + std::ssize(piece));
+  if (answer == SkuIndexAnswer::kMissing) return "missing";
+  if (answer == SkuIndexAnswer::kNoIndex) return "scan";
+  TrimEnd(piece.data());
+  return piece.c_str();
+}
+
+// The index finds the line the scan finds, and the stream is put behind it.
+TEST(ProductDb, SkuIndexFindsWhatTheScanFinds) {
+  ScopedTempDir dir;
+  const std::string path = dir.Path("products.txt");
+  g_settle_clock_ahead = 3;  // the files are old enough to be indexed
+  for (const auto& c : LookupCases()) {
+    WriteFile(path, c.content);
+    for (const std::string& key : c.skus) {
+      FILE* fp = std::fopen(path.c_str(), "r");
+      ASSERT_NE(fp, nullptr);
+      char name[kProductLineSize], line[kProductLineSize];
+      ASSERT_EQ(GetNameLine(name, sizeof name, fp), 1);
+      const bool found = GetSKULine(line, sizeof line, fp, key.c_str()) == 1;
+      const long scan_position = std::ftell(fp);
+      std::fclose(fp);
+      long position = 0;
+      EXPECT_EQ(IndexLookup(path, path, key.c_str(), &position), found ? line : "missing")
+          << "sku " << key.substr(0, 12) << " in " << c.content.substr(0, 24);
+      if (found) {
+        EXPECT_EQ(position, scan_position) << key.substr(0, 12);
+      }
+    }
+  }
+  g_settle_clock_ahead = 0;
+}
+
+// An index stands for one version of one file: a changed database is indexed
+// anew, another file's index is not used, and an index that cannot be written
+// leaves the lookup to the scan until the process meets that version again.
+TEST(ProductDb, SkuIndexFollowsItsDatabase) {
+  ScopedTempDir dir;
+  const std::string a = dir.Path("a.txt"), b = dir.Path("b.txt");
+  g_settle_clock_ahead = 3;
+  WriteFile(a, "SKU\tN\nX1\tone\nX2\ttwo\n");
+  WriteFile(b, "SKU\tN\nX2\tbee\n");
+  EXPECT_EQ(IndexLookup(a, a, "x2"), "X2\ttwo");
+  WriteFile(a, "SKU\tN\nX2\tnew\nX1\tone\nX3\t\n");
+  EXPECT_EQ(IndexLookup(a, a, "X2"), "X2\tnew");
+  ForgetProductFiles();
+  EXPECT_EQ(IndexLookup(a, a, "X3"), "X3\t");
+
+  std::filesystem::copy_file(SkuIndexPath(a), SkuIndexPath(b));
+  EXPECT_EQ(IndexLookup(b, b, "X2"), "X2\tbee");
+  EXPECT_EQ(IndexLookup(b, b, "X1"), "missing");
+
+  const std::string unwritable = dir.Path("no such dir/b.txt");
+  EXPECT_EQ(IndexLookup(b, unwritable, "X2"), "scan");
+  EXPECT_EQ(IndexLookup(b, unwritable, "X2"), "X2\tbee");
+
+  // A file changed in the last two seconds is scanned.
+  g_settle_clock_ahead = 0;
+  WriteFile(b, "SKU\tN\nX2\tbee\nX4\tfour\n");
+  EXPECT_EQ(IndexLookup(b, b, "X4"), "scan");
 }
 
 // A kept text is used only while the file is unchanged: an edit that keeps
