@@ -18,7 +18,7 @@ constexpr std::size_t kMaxSources = 4;
 
 struct Kept {
   ListSource source;
-  std::unique_ptr<ListPositions> positions;
+  std::shared_ptr<ListPositions> positions;
 };
 
 struct KeptPositions {
@@ -111,25 +111,26 @@ bool ListPositionsKept() {
   return State().kept;
 }
 
-ListPositions* KeptListPositions(const ListSource& source) {
+std::shared_ptr<ListPositions> KeptListPositions(const ListSource& source) {
   auto& sources = State().sources;
   for (std::size_t i = 0; i < sources.size(); ++i) {
     if (!(sources[i].source == source)) continue;
     std::rotate(sources.begin() + i, sources.begin() + i + 1, sources.end());
-    return sources.back().positions.get();
+    return sources.back().positions;
   }
   return nullptr;
 }
 
-ListPositions* KeepListPositions(const ListSource& source, ListPositions positions) {
+std::shared_ptr<ListPositions> KeepListPositions(const ListSource& source,
+                                                 ListPositions positions) {
   auto& sources = State().sources;
   // A source whose files changed is replaced, not kept beside its old self.
   std::erase_if(sources, [&](const Kept& k) {
     return k.source.db == source.db && k.source.set_file == source.set_file;
   });
   if (sources.size() >= kMaxSources) sources.erase(sources.begin());
-  sources.push_back({source, std::make_unique<ListPositions>(std::move(positions))});
-  return sources.back().positions.get();
+  sources.push_back({source, std::make_shared<ListPositions>(std::move(positions))});
+  return sources.back().positions;
 }
 
 void ForgetListPositions() {

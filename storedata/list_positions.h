@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -46,7 +47,8 @@ class ListPositions {
   // none (a product that belongs to every category).
   void Add(int32_t before, const char* category);
   // The positions of the products a list of |category| shows (null or "":
-  // every product), in order.
+  // every product), in order. The vector stays as it is while this object
+  // lives.
   const std::vector<int32_t>& Of(const char* category);
 
   // False: the walk met products whose template choice reports something,
@@ -67,11 +69,12 @@ class ListPositions {
 void SetListPositionsKept(bool kept);
 bool ListPositionsKept();
 
-// The positions kept for |source|, or null.
-ListPositions* KeptListPositions(const ListSource& source);
+// The positions kept for |source|, or null. A walk that follows them holds
+// them: they stay while it does, also when they are no longer kept.
+std::shared_ptr<ListPositions> KeptListPositions(const ListSource& source);
 // Keeps |positions| for |source| (a few sources at most: the oldest is
 // dropped) and returns the kept copy.
-ListPositions* KeepListPositions(const ListSource& source, ListPositions positions);
+std::shared_ptr<ListPositions> KeepListPositions(const ListSource& source, ListPositions positions);
 // Forgets every kept position.
 void ForgetListPositions();
 

@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -255,9 +256,15 @@ struct SkuListTail {
   // (*out_of_memory set).
   SkuList* Take(bool* out_of_memory);
   // Puts the walk at the first product of a list that passes over |skip|
-  // products, from the positions kept for this database. False when none
-  // are kept or can be: the walk then stands anywhere.
+  // products, from the positions kept for this database (at the end when
+  // the list has no such product). False when none are kept or can be: the
+  // walk then stands anywhere.
   bool SeekFromKept(int skip, const char* lib);
+  // Gives the current item back and retrieves the next one the list may
+  // take: the database's next, or, when the walk follows kept positions,
+  // the next product of the list's category (those in between would be
+  // passed over without a word).
+  void Step();
 
  private:
   std::string db_, store_cfg_, api_cfg_, cart_dir_;
@@ -272,8 +279,11 @@ struct SkuListTail {
   FileList** errors = nullptr;
   int32_t page_limit = 0;  // 0: none; else the list ends after page_limit + 1 nodes
   int32_t taken = 0;
-  bool advance = false;   // the current item was taken: Take goes on after it
-  std::string name_line;  // the built-in reader's name line of this walk
+  bool advance = false;                 // the current item was taken: Take goes on after it
+  std::string name_line;                // the built-in reader's name line of this walk
+  std::shared_ptr<ListPositions> kept;  // the positions followed, or null
+  const std::vector<int32_t>* members = nullptr;  // those of the list's category
+  std::size_t member = 0;                         // the current item's
 };
 
 namespace {
@@ -320,9 +330,20 @@ class WalkNameLineScope {
 
 }  // namespace
 
+void SkuListTail::Step() {
+  if (members != nullptr) {
+    if (++member >= members->size()) {
+      item.Reset(nullptr);
+      return;
+    }
+    position = (*members)[member];
+  }
+  item.Advance(&position);
+}
+
 SkuList* SkuListTail::Take(bool* out_of_memory) {
-  if (std::exchange(advance, true)) item.Advance(&position);
-  for (; item; item.Advance(&position)) {
+  if (std::exchange(advance, true)) Step();
+  for (; item; Step()) {
     if (page_limit > 0 && page_limit < taken) return nullptr;
     if (!InCategory(item.get(), category.c_str())) continue;
     const PAPI_Pair* sku = FindProdAttr(item.get(), "SKU");
@@ -346,15 +367,22 @@ bool SkuListTail::SeekFromKept(int skip, const char* lib) {
                          set != nullptr ? set->file_name : "", &source)) {
     return false;
   }
-  ListPositions* kept = KeptListPositions(source);
-  if (kept == nullptr) kept = KeepListPositions(source, WalkPositions(this));
-  const std::vector<int32_t>& positions = kept->Of(category.c_str());
-  if (!kept->usable || static_cast<std::size_t>(skip) >= positions.size()) return false;
+  std::shared_ptr<ListPositions> found = KeptListPositions(source);
+  if (found == nullptr) found = KeepListPositions(source, WalkPositions(this));
+  // A database without products is left to the walk, which reports it.
+  if (!found->usable || found->Of(nullptr).empty()) return false;
+  kept = std::move(found);
+  members = &kept->Of(category.c_str());
+  member = static_cast<std::size_t>(skip);
+  if (member >= members->size()) {
+    item.Reset(nullptr);  // the list is empty
+    return true;
+  }
   // The first item reads the name line; the list's first product may be
   // further on.
   item.Reset(conn.First(&position));
-  if (positions[skip] != ListPositions::kFirst) {
-    position = positions[skip];
+  if ((*members)[member] != ListPositions::kFirst) {
+    position = (*members)[member];
     item.Advance(&position);
   }
   return true;
@@ -385,7 +413,7 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
   const bool in_part = page_flag != 0 && !Verbose();
   int skip = first_index != nullptr && first_index[0] != '\0' ? std::atoi(first_index) : 0;
   const char* lib = hProdApiLib != nullptr ? PageGenState.szAPILib : "";
-  if (in_part && skip > 0 && ListPositionsKept() && walk->SeekFromKept(skip, lib)) {
+  if (in_part && ListPositionsKept() && walk->SeekFromKept(std::max(skip, 0), lib)) {
     skip = 0;
   } else {
     walk->item.Reset(walk->conn.First(&walk->position));
