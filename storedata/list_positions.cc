@@ -1,10 +1,11 @@
 #include "storedata/list_positions.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -42,18 +43,16 @@ bool Identity(const std::string& path, FileIdentity* id) {
   return !ChangedRecently(*id);
 }
 
-// True when |path| is a SQLite database: every change to its products
-// changes the file or its write-ahead log. A product library's other
-// databases (the connection file of a database server, say) stay the same
-// file while their products change.
+// True when |path| names a SQLite database file.
 bool IsSqliteFile(const std::string& path) {
-  static constexpr char kMagic[] = "SQLite format 3";  // with its NUL: 16 bytes
-  char head[sizeof kMagic] = {};
-  std::FILE* f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr) return false;
-  const bool sqlite = std::fread(head, 1, sizeof head, f) == sizeof head &&
-                      std::memcmp(head, kMagic, sizeof head) == 0;
-  std::fclose(f);
+  static constexpr char kHeader[] = "SQLite format 3";  // and its NUL: 16 bytes
+  if (path.empty()) return false;
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  char head[sizeof kHeader];
+  const bool sqlite = pread(fd, head, sizeof head, 0) == static_cast<ssize_t>(sizeof head) &&
+                      std::memcmp(head, kHeader, sizeof head) == 0;
+  close(fd);
   return sqlite;
 }
 
@@ -65,17 +64,23 @@ bool CurrentListSource(const char* db, FILE* db_file, const char* lib, const cha
   source->lib = lib != nullptr ? lib : "";
   source->api_cfg = api_cfg != nullptr ? api_cfg : "";
   source->set_file = set_file;
-  struct stat st;
-  if (db_file != nullptr ? fstat(fileno(db_file), &st) != 0 : stat(source->db.c_str(), &st) != 0)
+  if (!Identity(source->lib, &source->lib_id) || !Identity(source->set_file, &source->set_id))
     return false;
-  if (!S_ISREG(st.st_mode) || (db_file == nullptr && !IsSqliteFile(source->db))) return false;
-  source->db_id = FileIdentity(st);
-  if (ChangedRecently(source->db_id)) return false;
-  // A SQLite database in write-ahead mode takes its changes in a file beside
-  // it before they reach the database itself.
-  return Identity(db_file != nullptr ? "" : source->db + "-wal", &source->wal_id) &&
-         Identity(source->lib, &source->lib_id) && Identity(source->api_cfg, &source->api_id) &&
-         Identity(source->set_file, &source->set_id);
+  if (db_file != nullptr) {
+    struct stat st;
+    if (fstat(fileno(db_file), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    source->db_id = FileIdentity(st);
+    return !ChangedRecently(source->db_id) && Identity(source->api_cfg, &source->api_id);
+  }
+  // A product library's products are vouched for by file identities only
+  // when they are in a SQLite file (the database or the library's
+  // configuration): a server's tables change while every file stays the
+  // same. In write-ahead mode, changes go to a file beside it first.
+  if (!IsSqliteFile(source->db) && !IsSqliteFile(source->api_cfg)) return false;
+  auto wal = [](const std::string& path) { return path.empty() ? path : path + "-wal"; };
+  return Identity(source->db, &source->db_id) && Identity(wal(source->db), &source->wal_id) &&
+         Identity(source->api_cfg, &source->api_id) &&
+         Identity(wal(source->api_cfg), &source->api_wal_id);
 }
 
 void ListPositions::Add(int32_t before, const char* category) {

@@ -5,7 +5,8 @@
 // every file the lists' order depends on keeps its identity (the product
 // database, a SQLite database's write-ahead log, the product library, its
 // configuration and the template set's configuration); a file changed in the
-// last two seconds is never taken as unchanged.
+// last two seconds is never taken as unchanged. A product library's products
+// are kept track of only in a SQLite file.
 #ifndef STOREGEN_STOREDATA_LIST_POSITIONS_H_
 #define STOREGEN_STOREDATA_LIST_POSITIONS_H_
 
@@ -23,16 +24,15 @@ namespace storegen {
 // The files a walk of the product database depended on, as they were.
 struct ListSource {
   std::string db, lib, api_cfg, set_file;  // as named; "" for none
-  FileIdentity db_id, wal_id, lib_id, api_id, set_id;
+  FileIdentity db_id, wal_id, lib_id, api_id, api_wal_id, set_id;
   bool operator==(const ListSource& o) const = default;
 };
 
 // Fills |source| with the identities of the files now. |db_file| is the
 // built-in reader's open database (its identity is taken from it), null for
-// a product library's database (taken by its path). False when a file cannot
-// be vouched for: the database is missing or not a regular file, a product
-// library's database is not a SQLite file (its products may change while
-// the file stays the same), or a file changed in the last two seconds.
+// a product library. False when the files cannot vouch for the products: a
+// file changed in the last two seconds, or a product library whose database
+// is not a SQLite file (the database or the library's configuration).
 bool CurrentListSource(const char* db, FILE* db_file, const char* lib, const char* api_cfg,
                        const std::string& set_file, ListSource* source);
 
