@@ -31,9 +31,10 @@ Diagnostics& State() {
 
 std::string Line(const Where& where, std::string_view kind, std::string_view detail) {
   std::string line;
+  line.reserve(where.file.size() + kind.size() + detail.size() + 16);
   if (!where.file.empty()) {
     line = where.file;
-    if (where.line > 0) line += ":" + std::to_string(where.line);
+    if (where.line > 0) line.append(":").append(std::to_string(where.line));
     line += ": ";
   }
   line += kind;
@@ -42,9 +43,11 @@ std::string Line(const Where& where, std::string_view kind, std::string_view det
 }
 
 // One write per line, so that lines of two processes never mix.
-void Show(std::string line) {
+void Show(std::string text) {
   Diagnostics& d = State();
-  if (!d.shown.insert(line).second) return;
+  const auto [kept, fresh] = d.shown.insert(std::move(text));
+  if (!fresh) return;
+  const std::string& line = *kept;
   if (d.capture != nullptr) {
     d.capture->append(line).push_back('\n');
     return;

@@ -6,7 +6,7 @@
 // never exceed 99 pairs, and that a look-up by a list of names agrees with
 // the full record. A look-up reads the file from its start, so the first
 // products are looked up and then those at steps 8, 16, 32, ...: the work
-// per input stays near linear in its length. Inputs of more than about 2,000
+// per input stays near linear in its length. Inputs of more than about 1,000
 // name-value pairs are passed over (WorkBounded).
 #include <algorithm>
 #include <cctype>
@@ -132,7 +132,7 @@ void WalkBoth(void* db, void* blocks) {
 // exceed kMaxWork are passed over: more lines only repeat what the first
 // ones do, and such inputs took most of the time. Large databases are the
 // unit tests' and the bench's part.
-constexpr std::size_t kMaxWork = 2048;
+constexpr std::size_t kMaxWork = 1024;
 
 bool WorkBounded(std::string_view text) {
   // The names: runs of TAB, CR and LF separate them, at most 99 are read.

@@ -111,7 +111,7 @@ void RemoveCaches() {
 // parser go through more than kMaxListWork bytes is passed over. Such inputs
 // add little but took most of the time; deep nesting, up to the nesting
 // limit, is the unit tests' part.
-constexpr std::size_t kMaxListWork = std::size_t{1} << 16;
+constexpr std::size_t kMaxListWork = std::size_t{1} << 15;
 
 bool ListWorkBounded(std::string_view text) {
   constexpr std::string_view kBegin = "LIST_BEGIN";

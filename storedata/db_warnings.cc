@@ -91,11 +91,15 @@ void WarnShortLine(FILE* fp, std::string_view line, std::size_t fields, std::siz
   if (!FirstTime(key.data())) return;
   Where where{PathOf(fd, st), LineEndingAt(fd, st, end)};
   std::string_view first = line.substr(0, std::min(line.find_first_of("\t\r\n"), line.size()));
-  ReportWarning(where, "\"" + std::string(first) + "\" has " + std::to_string(fields) +
-                           " of the name line's " + std::to_string(names) +
-                           " fields: " + std::string(first_missing) +
-                           (names - fields > 1 ? " and the columns after it read" : " reads") +
-                           " as NA; a TAB separates every field, empty ones too");
+  // Built in one buffer: a file of many short lines gets a warning each.
+  std::string detail;
+  detail.reserve(first.size() + first_missing.size() + 128);
+  detail.append("\"").append(first).append("\" has ").append(std::to_string(fields));
+  detail.append(" of the name line's ").append(std::to_string(names)).append(" fields: ");
+  detail.append(first_missing);
+  detail.append(names - fields > 1 ? " and the columns after it read" : " reads");
+  detail.append(" as NA; a TAB separates every field, empty ones too");
+  ReportWarning(where, detail);
 }
 
 }  // namespace storegen
