@@ -24,7 +24,7 @@ using Strings = std::vector<std::string>;
 // "SKU:template" per node; the list is freed.
 Strings Take(SkuList* list) {
   Strings nodes;
-  for (SkuList* n = list; n != nullptr; n = n->next) {
+  for (const SkuList* n = list; n != nullptr; n = NextSkuNode(n)) {
     nodes.push_back(std::string(n->sku) + ":" + n->tmplt);
   }
   FreeSkuList(list);
@@ -126,19 +126,24 @@ TEST_F(SkuListTest, PagesHoldOneProductMoreThanThePageSize) {
   set_.max_prod_per_page = 2;
   std::string out;
   EXPECT_EQ(Build("main", nullptr, 0, &out).size(), 5u);  // no page flag: no limit
-  EXPECT_EQ(Build("main", nullptr, 1, &out),
-            (Strings{"P1:product.html", "P2:product.html", "P4:product.html"}));
-  EXPECT_EQ(Build("main", "2", 1, &out),
-            (Strings{"P4:product.html", "P5:product.html", "P7:product.html"}));
-  EXPECT_EQ(Build("main", "4", 1, &out), Strings{"P7:product.html"});
-  EXPECT_EQ(Build("main", "-3", 1, &out).size(), 3u);
-  EXPECT_EQ(out, "");
-  for (const char* past_the_end : {"5", "20"}) {
-    EXPECT_EQ(Build("main", past_the_end, 1, &out), Strings{});
-    EXPECT_EQ(out, "No more products for product list\n");
+  // Verbose, the page's list is built whole; else in part, as the page walks it.
+  for (int verbose : {1, 0}) {
+    PageGenState.verbose = verbose;
+    set_.max_prod_per_page = 2;
+    EXPECT_EQ(Build("main", nullptr, 1, &out),
+              (Strings{"P1:product.html", "P2:product.html", "P4:product.html"}));
+    EXPECT_EQ(Build("main", "2", 1, &out),
+              (Strings{"P4:product.html", "P5:product.html", "P7:product.html"}));
+    EXPECT_EQ(Build("main", "4", 1, &out), Strings{"P7:product.html"});
+    EXPECT_EQ(Build("main", "-3", 1, &out).size(), 3u);
+    EXPECT_EQ(out, "");
+    for (const char* past_the_end : {"5", "20"}) {
+      EXPECT_EQ(Build("main", past_the_end, 1, &out), Strings{});
+      EXPECT_EQ(out, verbose ? "No more products for product list\n" : "");
+    }
+    set_.max_prod_per_page = 0;
+    EXPECT_EQ(Build(nullptr, nullptr, 1, &out).size(), 7u);
   }
-  set_.max_prod_per_page = 0;
-  EXPECT_EQ(Build(nullptr, nullptr, 1, &out).size(), 7u);
 }
 
 TEST_F(SkuListTest, EmptyOrMissingDatabaseGivesNoList) {
