@@ -46,6 +46,7 @@ TEST(ResolvePath, FoldsLexicallyAndCuts) {
                {"/a//b///", "/a/b"},
                {"\\a\\b\\..\\c", "/a/c"},
                {"/../..", "/"},
+               {"/a/../b", "/b"},
                {"shop.cfg", here + "/shop.cfg"},
                {"../x/./y\\z", here.substr(0, here.rfind('/')) + "/x/y/z"},
                {"no/such/dir/..", here + "/no/such"}};
