@@ -112,8 +112,10 @@ TEST_F(SkuListTest, CategoryKeepsItsOwnProductsAndThoseWithoutOne) {
   std::string out;
   EXPECT_EQ(Build("Shirts", nullptr, 0, &out),
             (Strings{"S1:product.html", "N1:product.html", "S2:product.html"}));
-  EXPECT_EQ(Build(nullptr, nullptr, 0, &out),
-            (Strings{"S1:product.html", "H1:product.html", "N1:product.html", "S2:product.html"}));
+  for (const char* none : {static_cast<const char*>(nullptr), ""}) {
+    EXPECT_EQ(Build(none, nullptr, 0, &out), (Strings{"S1:product.html", "H1:product.html",
+                                                      "N1:product.html", "S2:product.html"}));
+  }
   EXPECT_EQ(out, "");
 }
 
