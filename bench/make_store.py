@@ -2,7 +2,7 @@
 """Writes a synthetic store for the benchmarks, and the same site for Hugo.
 
     make_store.py N DIR [--categories C] [--page-size P] [--import BUILD_DIR]
-                  [--postgres CONNINFO]
+                  [--postgres CONNINFO] [--no-hugo]
 
 DIR/store/ is the store in storegen's formats: the store configuration
 shop.cfg (text files) and, with --import, sqlite.cfg (the same store through
@@ -521,10 +521,11 @@ def import_into_postgres(store, build, conninfo):
     use_library(store, build, "pg", "libstoregen_papi_pg.so", api_cfg)
 
 
-def make_store(n, directory, categories=50, page_size=20, build_dir=None, pg_conninfo=None):
-    """Writes DIR/store and DIR/hugo afresh; returns DIR (absolute). With
-    BUILD_DIR, also store.sqlite and sqlite.cfg; with PG_CONNINFO too, the
-    store in that database and pg.cfg."""
+def make_store(n, directory, categories=50, page_size=20, build_dir=None, pg_conninfo=None,
+               hugo=True):
+    """Writes DIR/store and (with |hugo|) DIR/hugo afresh; returns DIR
+    (absolute). With BUILD_DIR, also store.sqlite and sqlite.cfg; with
+    PG_CONNINFO too, the store in that database and pg.cfg."""
     directory = os.path.abspath(directory)
     if os.path.exists(directory):
         shutil.rmtree(directory)
@@ -533,7 +534,8 @@ def make_store(n, directory, categories=50, page_size=20, build_dir=None, pg_con
     products = [product(i, names, rng) for i in range(n)]
     store = os.path.join(directory, "store")
     write_storegen_store(store, products, names, page_size)
-    write_hugo_site(os.path.join(directory, "hugo"), products, names, page_size)
+    if hugo:
+        write_hugo_site(os.path.join(directory, "hugo"), products, names, page_size)
     if build_dir:
         build = os.path.abspath(build_dir)
         sqlite_db = os.path.join(store, "store.sqlite")
@@ -557,8 +559,10 @@ def main():
     parser.add_argument("--postgres", metavar="CONNINFO",
                         help="with --import, also import into this PostgreSQL database "
                              "(a libpq connection string) and make pg.cfg")
+    parser.add_argument("--no-hugo", action="store_true", help="leave the Hugo site out")
     args = parser.parse_args()
-    make_store(args.n, args.dir, args.categories, args.page_size, args.build_dir, args.postgres)
+    make_store(args.n, args.dir, args.categories, args.page_size, args.build_dir, args.postgres,
+               not args.no_hugo)
 
 
 if __name__ == "__main__":

@@ -10,13 +10,13 @@ synthetic store and the same site for Hugo (make_store.py), then:
 
 Static runs. Takes turns, --reps times, between a full static run of storegen
 (`storegen -o OUT -c shop.cfg -s 0`), a Hugo build of the same site, and the
-floor (bench/floor.c: the same files with the same bytes, one
-open/write/close each, timed inside the program), and the floor of the same
-files each written under a temporary name and renamed into place, as
-storegen writes its pages. Each run starts from an
-empty output directory; storegen's and Hugo's wall time is taken around the
-whole process, their peak RSS comes from /usr/bin/time -v. Prints the
-medians, pages/s and the ratios.
+floors (bench/floor.c: the same files with the same bytes, one
+open/write/close each, timed inside the program): written by one process,
+by two processes (every other file each), and by one process with each file
+written under a temporary name and renamed into place, as storegen writes
+its pages. Each run starts from an empty output directory; storegen's and
+Hugo's wall time is taken around the whole process, their peak RSS comes
+from /usr/bin/time -v. Prints the medians, pages/s and the ratios.
 
 Output check. The first time a size is run with --reference-build (a build
 of the unoptimised program; again with --fresh-reference), that build's
@@ -38,6 +38,7 @@ you measure: the script prints it before and after.
 """
 import argparse
 import filecmp
+import hashlib
 import json
 import os
 import re
@@ -144,13 +145,17 @@ class Store:
         clean(self.runs)
         os.makedirs(self.runs)
         self.run_count = 0
+        with open(os.path.join(HERE, "make_store.py"), "rb") as generator:
+            generator_hash = hashlib.sha256(generator.read()).hexdigest()
         params = {"n": n, "categories": args.categories, "page_size": args.page_size,
-                  "generator": os.path.getmtime(os.path.join(HERE, "make_store.py"))}
+                  "generator": generator_hash}
         stamp = os.path.join(self.dir, "params.json")
-        if not os.path.exists(stamp) or json.load(open(stamp)) != params:
+        # The Hugo site (a file per product) is made only when Hugo runs.
+        if (not os.path.exists(stamp) or json.load(open(stamp)) != params or
+                (not args.no_hugo and not os.path.isdir(self.hugo))):
             print("# making the store of %d products in %s" % (n, self.dir), flush=True)
             make_store.make_store(n, self.dir, args.categories, args.page_size,
-                                  args.build if args.sqlite else None)
+                                  args.build if args.sqlite else None, hugo=not args.no_hugo)
             clean(self.ref)
             for name in ("shop.cfg", "sqlite.cfg"):
                 if os.path.exists(os.path.join(self.store, name)):
@@ -287,7 +292,7 @@ def median(values):
 
 
 def static_bench(args, store, floor):
-    runs = {"storegen": [], "hugo": [], "floor": [], "floor_rename": []}
+    runs = {"storegen": [], "hugo": [], "floor": [], "floor_rename": [], "floor2": []}
     rss = {"storegen": [], "hugo": []}
     for rep in range(args.reps):
         out = store.new_out("storegen")
@@ -302,6 +307,10 @@ def static_bench(args, store, floor):
             pages, size = page_count(out), tree_bytes(out)
             # The floor writes the reference's files (or this run's).
             floor_src = os.path.join(store.ref, "tree") if store.has_reference() else out
+        tmpfs = args.out_root and on_tmpfs(args.out_root)
+        if tmpfs and out != floor_src:
+            # Checked: the floors have the memory it took.
+            clean(out)
         if not args.no_hugo:
             hugo_out = store.new_out("hugo")
             wall, kb, code, _ = timed(["hugo", "--quiet", "-s", store.hugo, "-d", hugo_out])
@@ -311,25 +320,28 @@ def static_bench(args, store, floor):
             rss["hugo"].append(kb)
             if rep == 0:
                 hugo_pages, hugo_size = page_count(hugo_out), tree_bytes(hugo_out)
-        # The floor, and the floor of files each written under a temporary
-        # name and renamed into place, as storegen writes its pages.
-        floor_outs = []
-        for key, extra in (("floor", []), ("floor_rename", ["rename"])):
-            floor_outs.append(store.new_out(key))
-            proc = subprocess.run([floor, floor_src, floor_outs[-1]] + extra,
+            if tmpfs:
+                clean(hugo_out)
+        # The floor; the floor of files each written under a temporary name
+        # and renamed into place, as storegen writes its pages; and the floor
+        # written by two processes, as storegen writes its product pages.
+        for key, argv in (("floor", [floor]), ("floor_rename", [floor]),
+                          ("floor2", [floor, "-j", "2"])):
+            floor_out = store.new_out(key)
+            extra = ["rename"] if key == "floor_rename" else []
+            proc = subprocess.run(argv + [floor_src, floor_out] + extra,
                                   stdout=subprocess.PIPE, check=True)
             runs[key].append(float(re.search(rb"seconds=(\S+)", proc.stdout).group(1)))
-        if args.out_root and on_tmpfs(args.out_root):
-            # On a memory file system a removal costs the next run nothing;
-            # removing the trees at once keeps the memory they take small.
-            for tree in [out, hugo_out if not args.no_hugo else None] + floor_outs:
-                if tree is not None and tree != floor_src:
-                    clean(tree)
-        print("#   rep %d: storegen %.3f s, hugo %s, floor %.3f s, with rename %.3f s (load %s)" % (
-            rep + 1, runs["storegen"][-1],
-            "%.3f s" % runs["hugo"][-1] if runs["hugo"] else "-", runs["floor"][-1],
-            runs["floor_rename"][-1],
-            " ".join(load())), flush=True)
+            if tmpfs:
+                # On a memory file system a removal costs the next run
+                # nothing; removing the trees at once keeps the memory they
+                # take small (a tree of a million pages takes gigabytes).
+                clean(floor_out)
+        print("#   rep %d: storegen %.3f s, hugo %s, floor %.3f s, with rename %.3f s, "
+              "two processes %.3f s (load %s)" % (
+                  rep + 1, runs["storegen"][-1],
+                  "%.3f s" % runs["hugo"][-1] if runs["hugo"] else "-", runs["floor"][-1],
+                  runs["floor_rename"][-1], runs["floor2"][-1], " ".join(load())), flush=True)
     t = {k: median(v) for k, v in runs.items()}
     db = os.path.getsize(os.path.join(store.store, "products.txt"))
     row = {
@@ -339,6 +351,8 @@ def static_bench(args, store, floor):
         "floor_pps": pages / t["floor"], "ratio_floor": t["storegen"] / t["floor"],
         "floor_rename_s": t["floor_rename"],
         "ratio_floor_rename": t["storegen"] / t["floor_rename"],
+        "floor2_s": t["floor2"], "ratio_floor2": t["storegen"] / t["floor2"],
+        "storegen_range": (min(runs["storegen"]), max(runs["storegen"])),
     }
     if runs["hugo"]:
         row.update({
@@ -426,17 +440,22 @@ def main():
     try:
         for n in (int(s) for s in args.sizes.split(",")):
             store = Store(args, n)
-            if args.reference_build and (args.fresh_reference or not store.has_reference()):
-                store.make_reference()
-            if not store.has_reference() and not args.no_compare:
-                sys.exit("no reference output for %d products: give --reference-build (a build "
-                         "of the unoptimised program) or --no-compare" % n)
-            if not args.no_static:
-                static_rows.append(static_bench(args, store, floor))
-                print_static(static_rows[-1:], header=True)
-            if not args.no_dynamic:
-                dynamic_rows += dynamic_bench(args, store)
-            store.finish()
+            # The runs' trees go whatever happens: a million pages take
+            # gigabytes of a memory file system that others share.
+            try:
+                if args.reference_build and (args.fresh_reference or
+                                             not store.has_reference()):
+                    store.make_reference()
+                if not store.has_reference() and not args.no_compare:
+                    sys.exit("no reference output for %d products: give --reference-build (a "
+                             "build of the unoptimised program) or --no-compare" % n)
+                if not args.no_static:
+                    static_rows.append(static_bench(args, store, floor))
+                    print_static(static_rows[-1:], header=True)
+                if not args.no_dynamic:
+                    dynamic_rows += dynamic_bench(args, store)
+            finally:
+                store.finish()
     except Mismatch as e:
         print("OUTPUT DIFFERS FROM THE REFERENCE: %s" % e, file=sys.stderr)
         return 1
@@ -464,16 +483,19 @@ def main():
 def print_static(rows, header):
     if header:
         print("| products | pages | MB | storegen s | pages/s | RSS MB | hugo s | pages/s | "
-              "RSS MB | floor s | vs hugo | vs floor | floor+rename s | vs floor+rename |")
-        print("|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|")
+              "RSS MB | floor s | vs hugo | vs floor | floor+rename s | vs floor+rename | "
+              "two-process floor s | vs two-process floor |")
+        print("|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|---:|")
     for r in rows:
         hugo = ("%.2f | %.0f | %.0f" % (r["hugo_s"], r["hugo_pps"], r["hugo_rss_mb"])
                 if "hugo_s" in r else "- | - | -")
         speedup = "%.1fx" % r["speedup_hugo"] if "speedup_hugo" in r else "-"
-        print("| %d | %d | %.1f | %.3f | %.0f | %.0f | %s | %.3f | %s | %.2f | %.3f | %.2f |" % (
-            r["n"], r["pages"], r["mb"], r["storegen_s"], r["storegen_pps"],
-            r["storegen_rss_mb"], hugo, r["floor_s"], speedup, r["ratio_floor"],
-            r["floor_rename_s"], r["ratio_floor_rename"]), flush=True)
+        print("| %d | %d | %.1f | %.3f | %.0f | %.0f | %s | %.3f | %s | %.2f | %.3f | %.2f | "
+              "%.3f | %.2f |" % (
+                  r["n"], r["pages"], r["mb"], r["storegen_s"], r["storegen_pps"],
+                  r["storegen_rss_mb"], hugo, r["floor_s"], speedup, r["ratio_floor"],
+                  r["floor_rename_s"], r["ratio_floor_rename"], r["floor2_s"],
+                  r["ratio_floor2"]), flush=True)
 
 
 def cpu_model():

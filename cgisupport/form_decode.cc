@@ -242,6 +242,10 @@ char* escape_url(const char* src, char* dst) {
   return dst;
 }
 
+void AppendEscapedUrl(std::string* out, std::string_view src) {
+  AppendEscaped(*out, src);
+}
+
 std::string EscapeUrl(std::string_view src) {
   std::string out;
   out.reserve(src.size());

@@ -81,6 +81,8 @@ char* unescape_url(char* s);
 char* escape_url(const char* src, char* dst);
 // escape_url for C++ callers.
 std::string EscapeUrl(std::string_view src);
+// EscapeUrl(src) appended to |out|.
+void AppendEscapedUrl(std::string* out, std::string_view src);
 // Turn every '+' into a space / every space into '+', in place.
 void plustospace(char* s);
 void spacetoplus(char* s);

@@ -181,8 +181,11 @@ char* GetSafeFileName(const char* src, char* dst, int dst_size, const char* pref
   const std::size_t size = static_cast<std::size_t>(dst_size);
   // The name is composed in full first: the escape loop tests the length once
   // per input byte, so a two-character escape may reach one byte beyond the
-  // last free place. Only the bytes that fit in |dst| are then copied.
-  std::string name(prefix != nullptr ? prefix : "");
+  // last free place. Only the bytes that fit in |dst| are then copied. Its
+  // buffer serves every call (a run makes a name for every page and link).
+  static auto* buffer = new std::string();  // lives until the process ends
+  std::string& name = *buffer;
+  name.assign(prefix != nullptr ? prefix : "");
   if (name.size() > size - 1) name.resize(size - 1);
   for (const char* p = src != nullptr ? src : ""; *p != '\0' && name.size() < size - 1; ++p) {
     unsigned char c = static_cast<unsigned char>(*p);

@@ -54,11 +54,14 @@ constexpr ResultMeaning kMeanings[] = {
     {kTemplateReadError, "a template could not be read",
      "the page named could not be read from its template", "check the template file and the disk"},
     {kDatabaseError,
-     "the category database holds no category, or a product of a product list has no "
-     "TILLBOXCATEGORY",
+     "the category database holds no category, a product of a product list has no "
+     "TILLBOXCATEGORY, or the product database was changed in place while the run wrote "
+     "its pages",
      nullptr,
      "give the category database (the product database's name with .cdb) at least one "
-     "category, and every listed product a TILLBOXCATEGORY column"},
+     "category, and every listed product a TILLBOXCATEGORY column; replace the product "
+     "database by renaming a new file into place, not by changing it while a run writes "
+     "pages"},
     {kCopyFailed, "copying the template set's directories or the secure files failed", nullptr,
      "check SecureContentPath in the store configuration and that the program may write "
      "there"},

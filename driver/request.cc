@@ -17,6 +17,7 @@
 #include "driver/generation_run.h"
 #include "driver/startup.h"
 #include "index/index_state.h"
+#include "pagegen/form_controls.h"
 #include "pagegen/html_page.h"
 #include "pagegen/list_blocks.h"
 #include "pagegen/page_context.h"
@@ -115,6 +116,7 @@ void ResetRequestState() {
   ResetShutdown();
   ResetProdAPI();
   ResetConfigListCursor();
+  ForgetKeptControls();
   ResetIndexState();
   ResetTokenPosition();
   ResetDiagnostics();

@@ -8,6 +8,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <unordered_map>
 
 #include "cgisupport/config_file.h"
 #include "cgisupport/diagnostics.h"
@@ -86,56 +87,131 @@ void Append(std::string* out, std::initializer_list<std::string_view> pieces) {
     out->append(piece);
 }
 
+void AppendListBox(std::string* html, AttributePool* pool, int32_t attribute,
+                   std::string_view values, int32_t size, bool multiple) {
+  OwnedText label = Label(pool, attribute);
+  if (label == nullptr) return;
+  Append(html, {label.get(), "<BR>\n<SELECT SIZE=\"", std::to_string(size), "\" NAME=\"",
+                label.get(), "\"", multiple ? " MULTIPLE" : "", ">\n"});
+  bool first = true;
+  ForEachValue(pool, attribute, values, [&](std::string_view v) {
+    Append(html, {"<OPTION VALUE=\"", v, "\" ", first ? "SELECTED" : "", ">", v, "</OPTION>\n"});
+    first = false;
+  });
+  *html += "</SELECT>\n";
+}
+
+void AppendButtons(std::string* html, AttributePool* pool, int32_t attribute,
+                   std::string_view values, int32_t type) {
+  OwnedText label = Label(pool, attribute);
+  if (label == nullptr) return;
+  const bool radio = type == 3;
+  Append(html, {label.get(), "<BR>\n"});
+  bool first = true;
+  ForEachValue(pool, attribute, values, [&](std::string_view v) {
+    Append(html, {"<INPUT TYPE=\"", radio ? "RADIO" : "CHECKBOX", "\" NAME=\"",
+                  radio ? std::string_view(label.get()) : v, "\" "});
+    if (radio) Append(html, {"VALUE=\"", v, "\" "});
+    Append(html, {first ? "CHECKED" : "", ">", v, "<BR>\n"});
+    first = false;
+  });
+}
+
+void AppendTextArea(std::string* html, AttributePool* pool, int32_t attribute) {
+  OwnedText label = Label(pool, attribute);
+  if (label == nullptr) return;
+  Append(html, {label.get(), "<BR><TEXTAREA ROWS=\"12\" COLS=\"65\" NAME=\"", label.get(),
+                "\"></TEXTAREA>\n"});
+}
+
+void AppendEntryField(std::string* html, AttributePool* pool, int32_t attribute) {
+  OwnedText label = Label(pool, attribute);
+  if (label == nullptr) return;
+  Append(html, {label.get(), "<BR><INPUT TYPE=\"TEXT\" SIZE=\"15\" NAME=\"", label.get(), "\">\n"});
+}
+
+// The controls of the TILLBOXATTRIBUTES value |list|.
+void AppendControls(std::string* html, std::string_view list, const PageContext& ctx) {
+  while (!list.empty()) {
+    std::size_t bar = list.find('|');
+    std::string_view entry = list.substr(0, bar);
+    list = bar == std::string_view::npos ? std::string_view() : list.substr(bar + 1);
+    if (entry.empty()) continue;
+    std::size_t colon = entry.find(':');
+    const int32_t attribute = Number(entry.substr(0, colon));
+    std::string_view values =
+        colon == std::string_view::npos ? std::string_view() : entry.substr(colon + 1);
+    const int32_t type = AD_GetAttributeType(ctx.attr_db, attribute);
+    switch (type) {
+      case 1:
+        AppendListBox(html, ctx.attr_db, attribute, values, 1, false);
+        break;
+      case 2:
+        AppendTextArea(html, ctx.attr_db, attribute);
+        break;
+      case 3:
+      case 4:
+        AppendButtons(html, ctx.attr_db, attribute, values, type);
+        break;
+      case 5:
+        AppendEntryField(html, ctx.attr_db, attribute);
+        break;
+      case 6:
+        AppendListBox(html, ctx.attr_db, attribute, values, 5, false);
+        break;
+      case 7:
+        AppendListBox(html, ctx.attr_db, attribute, values, 5, true);
+        break;
+      default:
+        WarnNoControl(ctx, attribute, type);
+        break;
+    }
+    *html += "<BR>";
+  }
+}
+
+// The controls of the TILLBOXATTRIBUTES values met so far, for one
+// attribute database: products mostly share a few of them. A warning about
+// a value is given when its controls are first made, as it would be once
+// anyway.
+struct KeptControls {
+  uint64_t pool = 0;  // AD_PoolContentsId
+  std::unordered_map<std::string, std::string> by_value;
+};
+
+KeptControls& Kept() {
+  static auto* kept = new KeptControls();  // lives until the process ends
+  return *kept;
+}
+
+constexpr std::size_t kMaxKeptControls = 1024;
+
 }  // namespace
 
 void DisplayListBox(PageOutput* out, AttributePool* pool, int32_t attribute,
                     std::string_view values, int32_t size, bool multiple) {
-  OwnedText label = Label(pool, attribute);
-  if (label == nullptr) return;
   std::string html;
-  html.reserve(1024);  // most controls fit: one allocation
-  Append(&html, {label.get(), "<BR>\n<SELECT SIZE=\"", std::to_string(size), "\" NAME=\"",
-                 label.get(), "\"", multiple ? " MULTIPLE" : "", ">\n"});
-  bool first = true;
-  ForEachValue(pool, attribute, values, [&](std::string_view v) {
-    Append(&html, {"<OPTION VALUE=\"", v, "\" ", first ? "SELECTED" : "", ">", v, "</OPTION>\n"});
-    first = false;
-  });
-  html += "</SELECT>\n";
+  AppendListBox(&html, pool, attribute, values, size, multiple);
   WriteOutput(out, html);
 }
 
 void DisplayButtons(PageOutput* out, AttributePool* pool, int32_t attribute,
                     std::string_view values, int32_t type) {
-  OwnedText label = Label(pool, attribute);
-  if (label == nullptr) return;
-  const bool radio = type == 3;
   std::string html;
-  html.reserve(1024);
-  Append(&html, {label.get(), "<BR>\n"});
-  bool first = true;
-  ForEachValue(pool, attribute, values, [&](std::string_view v) {
-    Append(&html, {"<INPUT TYPE=\"", radio ? "RADIO" : "CHECKBOX", "\" NAME=\"",
-                   radio ? std::string_view(label.get()) : v, "\" "});
-    if (radio) Append(&html, {"VALUE=\"", v, "\" "});
-    Append(&html, {first ? "CHECKED" : "", ">", v, "<BR>\n"});
-    first = false;
-  });
+  AppendButtons(&html, pool, attribute, values, type);
   WriteOutput(out, html);
 }
 
 void DisplayTextArea(PageOutput* out, AttributePool* pool, int32_t attribute) {
-  OwnedText label = Label(pool, attribute);
-  if (label == nullptr) return;
-  WriteOutput(out, std::string(label.get()) + "<BR><TEXTAREA ROWS=\"12\" COLS=\"65\" NAME=\"" +
-                       label.get() + "\"></TEXTAREA>\n");
+  std::string html;
+  AppendTextArea(&html, pool, attribute);
+  WriteOutput(out, html);
 }
 
 void DisplayEntryField(PageOutput* out, AttributePool* pool, int32_t attribute) {
-  OwnedText label = Label(pool, attribute);
-  if (label == nullptr) return;
-  WriteOutput(out, std::string(label.get()) + "<BR><INPUT TYPE=\"TEXT\" SIZE=\"15\" NAME=\"" +
-                       label.get() + "\">\n");
+  std::string html;
+  AppendEntryField(&html, pool, attribute);
+  WriteOutput(out, html);
 }
 
 int ProcessAttributes(PageOutput* out, std::string_view /*marker*/, const PageContext& ctx) {
@@ -145,48 +221,31 @@ int ProcessAttributes(PageOutput* out, std::string_view /*marker*/, const PageCo
     return 0;
   }
   try {
-    std::string_view list = pair->value;
-    while (!list.empty()) {
-      std::size_t bar = list.find('|');
-      std::string_view entry = list.substr(0, bar);
-      list = bar == std::string_view::npos ? std::string_view() : list.substr(bar + 1);
-      if (entry.empty()) continue;
-      std::size_t colon = entry.find(':');
-      const int32_t attribute = Number(entry.substr(0, colon));
-      std::string_view values =
-          colon == std::string_view::npos ? std::string_view() : entry.substr(colon + 1);
-      const int32_t type = AD_GetAttributeType(ctx.attr_db, attribute);
-      switch (type) {
-        case 1:
-          DisplayListBox(out, ctx.attr_db, attribute, values, 1, false);
-          break;
-        case 2:
-          DisplayTextArea(out, ctx.attr_db, attribute);
-          break;
-        case 3:
-        case 4:
-          DisplayButtons(out, ctx.attr_db, attribute, values, type);
-          break;
-        case 5:
-          DisplayEntryField(out, ctx.attr_db, attribute);
-          break;
-        case 6:
-          DisplayListBox(out, ctx.attr_db, attribute, values, 5, false);
-          break;
-        case 7:
-          DisplayListBox(out, ctx.attr_db, attribute, values, 5, true);
-          break;
-        default:
-          WarnNoControl(ctx, attribute, type);
-          break;
-      }
-      WriteOutput(out, "<BR>");
+    KeptControls& kept = Kept();
+    const uint64_t pool = AD_PoolContentsId(ctx.attr_db);
+    if (kept.pool != pool) {
+      kept.by_value.clear();
+      kept.pool = pool;
     }
+    const std::string value = pair->value;
+    if (auto it = kept.by_value.find(value); it != kept.by_value.end()) {
+      WriteOutput(out, it->second);
+      return 0;
+    }
+    std::string html;
+    AppendControls(&html, value, ctx);
+    WriteOutput(out, html);
+    if (pool != 0 && kept.by_value.size() < kMaxKeptControls)
+      kept.by_value.emplace(value, std::move(html));
   } catch (const std::bad_alloc&) {
     ReportOutOfMemory();
     return kOutOfMemory;
   }
   return 0;
+}
+
+void ForgetKeptControls() {
+  Kept() = KeptControls();
 }
 
 int OutputCardtypeDropdown(PageOutput* out, const char* store_cfg, const char* name) {

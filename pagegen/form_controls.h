@@ -19,7 +19,11 @@ namespace storegen {
 // "|"; each entry gets the control of its attribute's type and then "<BR>".
 // Nothing is written without a product, or when the value is missing, empty
 // or does not start with a digit. Returns 0, or -1 when memory runs out.
+// The controls of a TILLBOXATTRIBUTES value are made once per attribute
+// database and kept for the next product with the same value.
 int ProcessAttributes(PageOutput* out, std::string_view marker, const PageContext& ctx);
+// Forgets the kept controls.
+void ForgetKeptControls();
 
 // Writes the credit-card type list of ctx.store_cfg in place of |marker|, the
 // markup that holds "PAGEGEN_CARDTYPE"; the list is named by the marker's own

@@ -207,7 +207,11 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
   const bool has_output = output_path != nullptr && *output_path != '\0';
 
   PageContext ctx = page_ctx;
-  if (sku_node != nullptr) ctx.product = sku_node->record;
+  SkuRecord record;
+  if (sku_node != nullptr) {
+    if (!record.Read(sku_node, &ctx.product)) return kDatabaseError;
+    ctx.product_layout = record.layout();
+  }
   TemplateInput in;
   in.base_name = BaseName(template_path);
   PageOutput out;
@@ -275,6 +279,7 @@ int GenerateHtmlPage(const char* template_path, const char* output_path, const S
     in.fp = tmpl.get();
     in.text_version = tmpl.version();
     in.pieces = tmpl.pieces();
+    in.position = 0;
     out.text_blocks = 0;
     int rc = ParseTemplate(&in, &out, ctx);
     AbandonTextBlock(&out);

@@ -61,7 +61,7 @@ bool WriteKeptList(TemplateInput* in, PageOutput* out, long offset, const PageCo
     return false;
   }
   WriteOutput(out, kept.text);
-  std::fseek(in->fp, kept.end, SEEK_SET);
+  TemplateSeek(in, kept.end);
   kept.page = in->page_number;
   return true;
 }
@@ -96,7 +96,7 @@ void ListRecording::Keep() {
   block_->config.Stop();
   if (g_page_dependent != page_dependent_) return;
   block_->text = std::move(text_);
-  block_->end = std::ftell(in_->fp);
+  block_->end = TemplateTell(in_);
   // No list of this place is kept: WriteKeptList dropped one it could not
   // write.
   in_->kept_lists.push_back(std::move(block_));

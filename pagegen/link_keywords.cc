@@ -39,25 +39,26 @@ bool IsUsable(const char* value) {
 
 // The product's name in links: its SKU (the record's first field when it
 // has no "SKU").
-std::string ProductName(const PAPI_Pair* product) {
+const char* ProductName(const PAPI_Pair* product) {
   const PAPI_Pair* sku = FindProdAttr(product, "SKU");
   if (sku == nullptr) sku = product;
   return sku->name != nullptr && sku->value != nullptr ? sku->value : "";
 }
 
-// The link to a generated page of the store: the page path when it is
-// absolute, then the safe file name of |name|.
-std::string PageFileLink(const PageContext& ctx, const char* prefix, const std::string& name) {
+// Appends the link to a generated page of the store: the page path when it
+// is absolute, then the safe file name of |name|.
+void AppendPageFileLink(std::string* page, const PageContext& ctx, const char* prefix,
+                        const char* name) {
   char file[kPathSize] = "";
-  GetSafeFileName(name.c_str(), file, sizeof file, prefix, ".html");
-  std::string link = IsDirSlash(ctx.page_path[0]) ? ctx.page_path : "";
-  return link + file;
+  GetSafeFileName(name, file, sizeof file, prefix, ".html");
+  if (IsDirSlash(ctx.page_path[0])) page->append(ctx.page_path);
+  page->append(file);
 }
 
 // "PG_CATEGORYFILE#": the current category's page, or the category of the
 // current product. False when there is no category to link to.
 bool CategoryFile(const Found& f, const PageContext& ctx, std::string* page) {
-  std::string category;
+  const char* category = nullptr;
   if (ctx.category != nullptr && *ctx.category != '\0') {
     category = ctx.category;
   } else if (const PAPI_Pair* p = FindProdAttr(ctx.product, "TILLBOXCATEGORY");
@@ -71,7 +72,7 @@ bool CategoryFile(const Found& f, const PageContext& ctx, std::string* page) {
     *page += PageGenProgramUrl(ctx.store_cfg) + "?-c+" +
              std::string(ConfigFileName(ctx.store_cfg)) + "+-f+0+-C+" + EscapeUrl(category);
   } else {
-    *page += PageFileLink(ctx, "c-", category);
+    AppendPageFileLink(page, ctx, "c-", category);
   }
   *page += f.After();
   return true;
@@ -79,13 +80,13 @@ bool CategoryFile(const Found& f, const PageContext& ctx, std::string* page) {
 
 // "PG_PRODUCTFILE#": the current product's page.
 void ProductFile(const Found& f, const PageContext& ctx, std::string* page) {
-  std::string name = ProductName(ctx.product);
+  const char* name = ProductName(ctx.product);
   *page = f.Before();
   if (ctx.options & kGenDynamicProducts) {
     *page += PageGenProgramUrl(ctx.store_cfg) + "?-p+-c+" +
              std::string(ConfigFileName(ctx.store_cfg)) + "+" + name;
   } else {
-    *page += PageFileLink(ctx, "p-", name);
+    AppendPageFileLink(page, ctx, "p-", name);
   }
   *page += f.After();
 }
@@ -260,9 +261,11 @@ bool Expand(std::string_view markup, const PageContext& ctx, PageOutput* out, st
 
 int ExpandLinkKeyword(PageOutput* out, std::string_view markup, const PageContext& ctx) {
   try {
-    std::string page;
-    if (!Expand(markup, ctx, out, &page)) return 0;
-    WriteOutput(out, page);
+    // Written before the buffer serves the next markup.
+    static auto* page = new std::string();  // lives until the process ends
+    page->clear();
+    if (!Expand(markup, ctx, out, page)) return 0;
+    WriteOutput(out, *page);
     return 1;
   } catch (const std::bad_alloc&) {
     return kOutOfMemory;

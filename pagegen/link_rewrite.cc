@@ -45,16 +45,23 @@ bool FindValue(std::string_view text, std::string_view unquoted_ends, std::size_
                std::size_t* end) {
   std::size_t at = text.find('=');
   if (at == std::string_view::npos) return false;
-  at = text.find_first_not_of(kValueBlanks, at + 1);
-  if (at == std::string_view::npos) at = text.size();
-  std::string quoted_ends = ">\r\n";
-  if (at < text.size() && (text[at] == '"' || text[at] == '\'')) {
-    quoted_ends += text[at];
-    unquoted_ends = quoted_ends;
+  const std::size_t n = text.size();
+  ++at;
+  while (at < n && kValueBlanks.find(text[at]) != std::string_view::npos)
     ++at;
+  std::size_t e = at;
+  if (at < n && (text[at] == '"' || text[at] == '\'')) {
+    // A quoted value ends at its quote, or at ">", CR or LF.
+    const char quote = text[at];
+    *start = e = at + 1;
+    while (e < n && text[e] != quote && text[e] != '>' && text[e] != '\r' && text[e] != '\n')
+      ++e;
+  } else {
+    *start = at;
+    while (e < n && unquoted_ends.find(text[e]) == std::string_view::npos)
+      ++e;
   }
-  *start = at;
-  *end = std::min(text.find_first_of(unquoted_ends, at), text.size());
+  *end = e;
   return true;
 }
 
@@ -70,8 +77,12 @@ bool HasScheme(std::string_view target) {
   return colon != std::string_view::npos && colon < target.find('?');
 }
 
-std::string AbsoluteUrl(std::string_view target, std::string_view page_path) {
-  if (!target.empty() && IsDirSlash(target.front())) return std::string(target);
+// The absolute URL of |target| on a page at |page_path|, appended to |url|.
+void AppendAbsoluteUrl(std::string* url, std::string_view target, std::string_view page_path) {
+  if (!target.empty() && IsDirSlash(target.front())) {
+    url->append(target);
+    return;
+  }
   std::string_view alias = PageGenState.szHtmlAlias;
   // The page path usually begins with the alias already: it must not stand
   // twice. Only a whole leading path component counts as that copy.
@@ -80,19 +91,25 @@ std::string AbsoluteUrl(std::string_view target, std::string_view page_path) {
        IsDirSlash(page_path[alias.size()]))) {
     page_path.remove_prefix(alias.size());
   }
-  std::string url(alias);
+  const std::size_t start = url->size();
+  url->append(alias);
   for (std::string_view piece : {page_path, target}) {
     if (piece.empty()) continue;
-    if (!url.empty() && !EndsWithDirSlash(url) && !IsDirSlash(piece.front())) url += '/';
-    url += piece;
+    if (url->size() > start && !IsDirSlash(url->back()) && !IsDirSlash(piece.front())) *url += '/';
+    url->append(piece);
   }
+}
+
+std::string AbsoluteUrl(std::string_view target, std::string_view page_path) {
+  std::string url;
+  AppendAbsoluteUrl(&url, target, page_path);
   return url;
 }
 
-// ParseHTMLTag on a view; *result gets its return value.
-std::string RewriteRow(std::string_view markup, int row, std::string_view page_path,
-                       std::size_t limit, int* result) {
-  *result = 0;
+// ParseHTMLTag on a view, its text appended to |out|; returns ParseHTMLTag's
+// result.
+int AppendRewrittenRow(std::string* out, std::string_view markup, int row,
+                       std::string_view page_path, std::size_t limit) {
   const HTMLTag& tag = HTMLTagTable[row];
   std::string_view attribute(tag.attribute);
   std::size_t at = FindNoCase(markup, attribute);
@@ -100,29 +117,50 @@ std::string RewriteRow(std::string_view markup, int row, std::string_view page_p
   std::size_t end = 0;
   if (at == std::string_view::npos ||
       !FindValue(markup.substr(at + attribute.size()), "> \t\r\n", &start, &end)) {
-    return std::string(Cut(markup, limit));
+    out->append(Cut(markup, limit));
+    return 0;
   }
   start += at + attribute.size();
   end += at + attribute.size();
-  if (start >= limit) return std::string(Cut(markup, limit));
+  if (start >= limit) {
+    out->append(Cut(markup, limit));
+    return 0;
+  }
 
   std::string_view value = Cut(markup.substr(start, end - start), kTargetLimit);
-  std::string out(markup.substr(0, start));
-  for (const LinkAction& action : LinkActionTable) {
-    std::string_view keyword(action.keyword, static_cast<std::size_t>(action.length));
-    if (value.starts_with(keyword)) {
-      out += keyword;
-      value.remove_prefix(keyword.size());
-      break;
+  std::string_view keyword;
+  if (value.find('#') != std::string_view::npos) {  // every action keyword ends in "#"
+    for (const LinkAction& action : LinkActionTable) {
+      std::string_view k(action.keyword, static_cast<std::size_t>(action.length));
+      if (value.starts_with(k)) {
+        keyword = k;
+        value.remove_prefix(k.size());
+        break;
+      }
     }
   }
-  *result = 1;
-  if (HasScheme(value)) return std::string(Cut(markup, limit));
-  out += Cut(AbsoluteUrl(value, page_path), kTargetLimit);
+  if (HasScheme(value)) {
+    out->append(Cut(markup, limit));
+    return 1;
+  }
+  const std::size_t base = out->size();
+  out->append(markup.substr(0, start));
+  out->append(keyword);
+  const std::size_t url = out->size();
+  AppendAbsoluteUrl(out, value, page_path);
+  if (out->size() - url > kTargetLimit) out->resize(url + kTargetLimit);
   // The rest follows from the character that ended the value: the closing
   // quote of a quoted value stays.
-  out += markup.substr(end);
-  if (out.size() > limit) out.resize(limit);
+  out->append(markup.substr(end));
+  if (out->size() - base > limit) out->resize(base + limit);
+  return 1;
+}
+
+// ParseHTMLTag on a view; *result gets its return value.
+std::string RewriteRow(std::string_view markup, int row, std::string_view page_path,
+                       std::size_t limit, int* result) {
+  std::string out;
+  *result = AppendRewrittenRow(&out, markup, row, page_path, limit);
   return out;
 }
 
@@ -223,7 +261,12 @@ int WriteLinkTag(PageOutput* out, std::string_view markup, const PageContext& ct
 int WriteLinkTag(PageOutput* out, std::string_view markup, int row, const PageContext& ctx) {
   // Most markup is no link tag: it is written as it stands, without a copy.
   if (row < 0 || !(ctx.options & kGenRewriteLinks)) return WriteOutput(out, markup);
-  return WriteOutput(out, RewriteTagRow(markup, row, ctx));
+  // The rewritten tag is written before the buffer serves the next one.
+  static auto* rewritten = new std::string();  // lives until the process ends
+  rewritten->clear();
+  AppendRewrittenRow(rewritten, markup, row, ctx.page_path != nullptr ? ctx.page_path : "",
+                     kMarkupBufferSize - 1);
+  return WriteOutput(out, *rewritten);
 }
 
 }  // namespace storegen

@@ -55,7 +55,7 @@ int ParsePass(TemplateInput* in, PageOutput* out, long offset, const PageContext
               int32_t* counter) {
   const int32_t before = *counter;
   ++*counter;
-  std::fseek(in->fp, offset, SEEK_SET);
+  TemplateSeek(in, offset);
   int rc = ParseTemplate(in, out, ctx);
   *counter = before;
   return rc;
@@ -127,7 +127,8 @@ int WriteCategoryPage(const CategoryBlock& block) {
 }
 
 struct ProductBlock {
-  PageContext ctx;  // the pass's context, with the pass's product
+  PageContext ctx;   // the pass's context, with the pass's product
+  SkuRecord record;  // that product's record
   std::string category;
   std::string previous_image;
   std::string next_image;
@@ -284,15 +285,15 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
   };
   for (; node != nullptr; node = next(node)) {
     if (!block->category.empty() && members == nullptr) {
-      const PAPI_Pair* category = FindProdAttr(node->record, "TILLBOXCATEGORY");
-      if (category == nullptr || category->value == nullptr) {
+      const char* category = SkuCategory(node);
+      if (category == nullptr) {
         ReportError({PageGenState.szDbName},
                     "a product list of category \"" + block->category +
                         "\" meets products without a TILLBOXCATEGORY column",
                     "Error reading database\n");
         return kDatabaseError;
       }
-      if (!EqualsNoCase(category->value, block->category)) continue;
+      if (!EqualsNoCase(category, block->category)) continue;
     }
     if (skip > 0) {
       --skip;
@@ -303,7 +304,8 @@ int ProcessProdListBegin(TemplateInput* in, PageOutput* out, std::string_view ma
       more = true;  // a further matching product: there is a next page
       break;
     }
-    block->ctx.product = node->record;
+    if (!block->record.Read(node, &block->ctx.product)) return kDatabaseError;
+    block->ctx.product_layout = block->record.layout();
     if (Failed(ParsePass(in, out, offset, block->ctx, &ProdList), &result)) return result;
     ++placed;
     ++index;

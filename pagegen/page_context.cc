@@ -6,7 +6,7 @@ namespace storegen {
 
 uint64_t g_page_dependent = 0;
 
-int WriteOutput(PageOutput* out, const char* text, std::size_t length) {
+int WriteOutputToStreams(PageOutput* out, const char* text, std::size_t length) {
   if (out == nullptr || length == 0) return 0;
   // The streams belong to this thread: no locking per piece.
   if (out->fp != nullptr) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cgisupport/atomic_file.h"
+#include "pagegen/page_file.h"
 #include "storedata/papi.h"
 
 namespace storegen {
@@ -21,7 +22,6 @@ struct AttributePool;
 class CategoryIndex;
 struct KeptListBlock;
 struct SkuList;
-class PageFile;
 class TemplatePieces;
 struct TemplateSet;
 
@@ -61,7 +61,23 @@ struct TemplateInput {
   // The pieces of the template text when it is in memory (the text |fp|
   // reads), shared by the pages of that version; null: scanned as read.
   TemplatePieces* pieces = nullptr;
+  // Where the parser stands in a text held in memory: kept here instead of
+  // in the stream, which is then not read (a seek on it costs more than the
+  // piece it leads to). TemplateTell and TemplateSeek use the one that holds.
+  long position = 0;
 };
+
+// The offset the template is read from next.
+inline long TemplateTell(const TemplateInput* in) {
+  return in->pieces != nullptr ? in->position : std::ftell(in->fp);
+}
+inline void TemplateSeek(TemplateInput* in, long offset) {
+  if (in->pieces != nullptr) {
+    in->position = offset;
+  } else {
+    std::fseek(in->fp, offset, SEEK_SET);
+  }
+}
 
 // The page being written. All output goes through WriteOutput.
 struct PageOutput {
@@ -96,7 +112,16 @@ extern uint64_t g_page_dependent;
 
 // Writes |length| bytes to the page stream (and to a cache file being
 // written). Returns 0; a null stream writes nothing.
-int WriteOutput(PageOutput* out, const char* text, std::size_t length);
+int WriteOutputToStreams(PageOutput* out, const char* text, std::size_t length);
+inline int WriteOutput(PageOutput* out, const char* text, std::size_t length) {
+  // Most output goes to the page file's text and nowhere else.
+  if (out != nullptr && out->file != nullptr && out->fp == out->file->fp() &&
+      out->capture == nullptr && out->cache.fp() == nullptr) {
+    out->file->Add(text, length);
+    return 0;
+  }
+  return WriteOutputToStreams(out, text, length);
+}
 inline int WriteOutput(PageOutput* out, std::string_view text) {
   return WriteOutput(out, text.data(), text.size());
 }
@@ -107,6 +132,8 @@ inline int WriteOutput(PageOutput* out, std::string_view text) {
 struct PageContext {
   void* cat_db = nullptr;               // category database connection (product API handle)
   const PAPI_Pair* product = nullptr;   // the current product's record
+  uint64_t product_layout = 0;          // the layout of its names (SkuRecord::layout); 0:
+                                        // not known. Set with |product|.
   const char* category = nullptr;       // the current category's name
   const char* store_cfg = "";           // store configuration file
   const char* cat_db_path = "";         // category database path (".cdb")

@@ -8,8 +8,6 @@
 namespace storegen {
 namespace {
 
-// Pages up to this size are kept in memory until they are complete.
-constexpr std::size_t kMaxInMemory = 4 << 20;
 // What a page's text starts with: most pages are a few kilobytes.
 constexpr std::size_t kInitialCapacity = 16 << 10;
 

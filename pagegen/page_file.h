@@ -31,7 +31,11 @@ class PageFile {
   // going through the stream's buffer; the stream must have nothing
   // buffered. A failure makes Commit fail.
   void Add(const char* data, std::size_t n) {
-    if (!Append(data, n)) failed_ = true;
+    if (text_.size() + n <= kMaxInMemory && spill_.fp() == nullptr && !dropped_) {
+      text_.append(data, n);
+    } else if (!Append(data, n)) {
+      failed_ = true;
+    }
   }
   // Writes the page to its file (WriteWholeFile; a directory removed since
   // the run made it is made again). False when the page could not be
@@ -42,6 +46,9 @@ class PageFile {
   void Abandon();
 
  private:
+  // Pages up to this size are kept in memory until they are complete.
+  static constexpr std::size_t kMaxInMemory = 4 << 20;
+
   static ssize_t Write(void* cookie, const char* data, std::size_t n);
   bool Append(const char* data, std::size_t n);
 

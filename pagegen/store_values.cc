@@ -16,8 +16,10 @@ namespace {
 constexpr int kValueSize = 65536;
 
 // A store image in use on a page is copied to the secure server with the
-// secure pages: registers its name relative to the store's directory.
-void RegisterStoreImage(std::string_view value, const PageContext& ctx) {
+// secure pages: registers its name relative to the store's directory (and
+// adds it to |*names| when that is not null).
+void RegisterStoreImage(std::string_view value, const PageContext& ctx,
+                        std::vector<std::string>* names) {
   if (ctx.set == nullptr || value.empty()) return;
   std::string_view page_path = ctx.page_path;
   if (!page_path.empty() && value.starts_with(page_path)) {
@@ -25,10 +27,13 @@ void RegisterStoreImage(std::string_view value, const PageContext& ctx) {
   } else if (IsDirSlash(value.front()) || value.find(':') < value.find('/')) {
     return;  // somewhere else entirely
   }
-  if (!value.empty()) PG_TpltAddSecureFile(ctx.set, std::string(value).c_str());
+  if (value.empty()) return;
+  PG_TpltAddSecureFile(ctx.set, std::string(value).c_str());
+  if (names != nullptr) names->emplace_back(value);
 }
 
-std::string BodyTag(const PageContext& ctx, std::string_view image_prefix) {
+std::string BodyTag(const PageContext& ctx, std::string_view image_prefix,
+                    std::vector<std::string>* names) {
   static constexpr struct {
     const char* key;
     const char* attribute;
@@ -42,7 +47,7 @@ std::string BodyTag(const PageContext& ctx, std::string_view image_prefix) {
     std::string value = StoreConfigValue(ctx.store_cfg, a.key);
     if (value.empty()) continue;
     if (std::string_view(a.attribute) == "BACKGROUND") {
-      RegisterStoreImage(value, ctx);
+      RegisterStoreImage(value, ctx, names);
       value = StoreImagePath(value, ctx.page_path, image_prefix);
     }
     tag += a.attribute;
@@ -54,10 +59,11 @@ std::string BodyTag(const PageContext& ctx, std::string_view image_prefix) {
   return tag;
 }
 
-std::string StoreLogo(const PageContext& ctx, std::string_view image_prefix) {
+std::string StoreLogo(const PageContext& ctx, std::string_view image_prefix,
+                      std::vector<std::string>* names) {
   std::string value = StoreConfigValue(ctx.store_cfg, "StoreLogo");
   if (value.empty()) return "";  // no logo: no broken image either
-  RegisterStoreImage(value, ctx);
+  RegisterStoreImage(value, ctx, names);
   return "<IMG SRC=\"" + StoreImagePath(value, ctx.page_path, image_prefix) + "\">";
 }
 
@@ -109,20 +115,16 @@ int FindStoreValueMarker(const MarkerFinder& markers) {
   return -1;
 }
 
-bool StoreValueFromConfigOnly(int marker) {
-  return marker >= 0 && static_cast<std::size_t>(marker) < std::size(kStoreValueMarkers) &&
-         kStoreValueMarkers[marker].key != nullptr;
-}
-
-std::string StoreValue(int marker, const PageContext& ctx, std::string_view image_prefix) {
+std::string StoreValue(int marker, const PageContext& ctx, std::string_view image_prefix,
+                       std::vector<std::string>* secure_files) {
   if (marker < 0 || static_cast<std::size_t>(marker) >= std::size(kStoreValueMarkers)) return "";
   const auto& m = kStoreValueMarkers[marker];
   const std::string_view name = m.marker;
   std::string value;
   if (name == "PAGEGEN_BODYTAG") {
-    value = BodyTag(ctx, image_prefix);
+    value = BodyTag(ctx, image_prefix, secure_files);
   } else if (name == "PAGEGEN_STORELOGO") {
-    value = StoreLogo(ctx, image_prefix);
+    value = StoreLogo(ctx, image_prefix, secure_files);
   } else {
     value = StoreConfigValue(ctx.store_cfg, m.key);
     if (name == "PAGEGEN_CURRENCYSYMBOL" && value.empty()) value = "$";

@@ -8,6 +8,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "pagegen/page_context.h"
 #include "pagegen/text_match.h"
@@ -38,13 +39,11 @@ int FindStoreValueMarker(const MarkerFinder& markers);
 // The output of the store value marker |marker| (from FindStoreValueMarker).
 // |image_prefix| is the prefix of relative store images (see
 // StoreImagePath). The images of the body tag and the logo are registered as
-// secure files of ctx.set.
-std::string StoreValue(int marker, const PageContext& ctx, std::string_view image_prefix);
-
-// Whether the output of the store value marker |marker| is made from values
-// of the store configuration alone: not from the page, and registering
-// nothing.
-bool StoreValueFromConfigOnly(int marker);
+// secure files of ctx.set, and their names added to |*secure_files| when it
+// is not null. The output depends on the store configuration, ctx.page_path
+// and |image_prefix| alone.
+std::string StoreValue(int marker, const PageContext& ctx, std::string_view image_prefix,
+                       std::vector<std::string>* secure_files = nullptr);
 
 }  // namespace storegen
 

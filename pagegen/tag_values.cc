@@ -66,6 +66,20 @@ const char* UsableValue(const PAPI_Pair* product, const std::string& name) {
   return pair != nullptr && IsUsable(pair->value) ? pair->value : nullptr;
 }
 
+// UsableValue for the attribute of a product tag, found by where it stands
+// when the product's records share the layout of names last seen.
+const char* UsableValue(const PageContext& ctx, const TagParts& parts) {
+  if (ctx.product_layout == 0) return UsableValue(ctx.product, parts.product_name);
+  if (parts.layout != ctx.product_layout) {
+    const PAPI_Pair* pair = FindProdAttr(ctx.product, parts.product_name.c_str());
+    parts.column = pair != nullptr ? static_cast<int>(pair - ctx.product) : -1;
+    parts.layout = ctx.product_layout;
+  }
+  if (parts.column < 0) return nullptr;
+  const char* value = ctx.product[parts.column].value;
+  return IsUsable(value) ? value : nullptr;
+}
+
 // A product tag that names no column of the product's record: said once
 // per template and name, with the column whose name is closest.
 [[gnu::noinline, gnu::cold]] void WarnUnknownColumn(std::string_view tag, const std::string& name,
@@ -136,18 +150,43 @@ TagParts::TagParts(std::string_view tag) {
   }
 }
 
-void WriteTemplateTag(PageOutput* out, std::string_view tag, const TagParts& parts,
-                      const PageContext& ctx, std::string_view image_prefix, int* warning) {
+namespace {
+
+// ResolveTemplateTag's text given to |sink|: a product value that stands as
+// it is without a copy.
+template <typename Sink>
+void EmitTemplateTag(Sink sink, std::string_view tag, const TagParts& parts, const PageContext& ctx,
+                     std::string_view image_prefix, int* warning) {
   if (parts.product && ctx.product != nullptr) {
-    const char* value = parts.picture ? nullptr : UsableValue(ctx.product, parts.product_name);
-    if (value != nullptr) {
-      WriteOutput(out, value, std::strlen(value));
+    const char* value = UsableValue(ctx, parts);
+    if (value == nullptr) {
+      sink(ProductTag(tag, parts.product_name, ctx, image_prefix));
+    } else if (!parts.picture || IsFullUrl(value)) {
+      sink(std::string_view(value));
     } else {
-      WriteOutput(out, ProductTag(tag, parts.product_name, ctx, image_prefix));
+      // Taken by the sink before the next tag needs it.
+      static auto* escaped = new std::string();  // lives until the process ends
+      escaped->clear();
+      AppendEscapedUrl(escaped, value);
+      sink(std::string_view(*escaped));
     }
     return;
   }
-  WriteOutput(out, ResolveTemplateTag(tag, ctx, image_prefix, warning));
+  sink(ResolveTemplateTag(tag, ctx, image_prefix, warning));
+}
+
+}  // namespace
+
+void WriteTemplateTag(PageOutput* out, std::string_view tag, const TagParts& parts,
+                      const PageContext& ctx, std::string_view image_prefix, int* warning) {
+  EmitTemplateTag([out](std::string_view text) { WriteOutput(out, text); }, tag, parts, ctx,
+                  image_prefix, warning);
+}
+
+void AppendTemplateTag(std::string* text, std::string_view tag, const TagParts& parts,
+                       const PageContext& ctx, std::string_view image_prefix, int* warning) {
+  EmitTemplateTag([text](std::string_view value) { text->append(value); }, tag, parts, ctx,
+                  image_prefix, warning);
 }
 
 std::string ResolveTemplateTag(std::string_view tag, const PageContext& ctx,

@@ -34,12 +34,19 @@ struct TagParts {
   bool product = false;      // a product tag
   bool picture = false;      // naming GRAPHIC or THUMBNAIL
   std::string product_name;  // the attribute a product tag names
+  // Where the attribute stands in records of one layout of names
+  // (PageContext::product_layout): found once for the products that share it.
+  mutable uint64_t layout = 0;
+  mutable int column = -1;  // -1: the layout has no such attribute
 };
 
 // Writes ResolveTemplateTag(tag, ...) to |out|, |parts| being the parts of
 // |tag|: a product value that stands as it is is written without a copy.
 void WriteTemplateTag(PageOutput* out, std::string_view tag, const TagParts& parts,
                       const PageContext& ctx, std::string_view image_prefix, int* warning);
+// The same, appended to |text|.
+void AppendTemplateTag(std::string* text, std::string_view tag, const TagParts& parts,
+                       const PageContext& ctx, std::string_view image_prefix, int* warning);
 
 }  // namespace storegen
 

@@ -26,6 +26,7 @@
 #include "pagegen/template_pieces.h"
 #include "pagegen/text_blocks.h"
 #include "pagegen/text_match.h"
+#include "templateset/template_set.h"
 
 namespace storegen {
 
@@ -78,15 +79,8 @@ using ListBlockFn = int (*)(TemplateInput*, PageOutput*, std::string_view, long,
 // parser calls deeply.
 class Parser {
  public:
-  Parser(TemplateInput* in, PageOutput* out, const PageContext& ctx)
-      : in_(in),
-        out_(out),
-        ctx_(ctx),
-        pieces_(in != nullptr ? in->pieces : nullptr),
-        image_prefix_(ImagePrefix(ctx)) {
-    if (pieces_ == nullptr) chunk_.resize(kChunkSize);
-  }
-
+  // Readies the parser for a call: its state as new, its buffers kept.
+  void Start(TemplateInput* in, PageOutput* out, const PageContext& ctx);
   int Run();
 
  private:
@@ -95,6 +89,7 @@ class Parser {
   [[gnu::noinline]] Step Scan(std::string_view chunk, long start);
   bool Clean() const { return !in_markup_ && !in_tag_ && !in_tail_ && pending_.empty(); }
   [[gnu::noinline]] Step TakePieces(std::size_t offset, std::size_t* next);
+  Step ComposedMarkup(const TemplatePiece& piece, std::size_t* resume);
   std::string_view RewrittenLink(const TemplatePiece& piece);
   std::string_view KeptStoreValue(const TemplatePiece& piece);
   Step Feed(char c);
@@ -119,16 +114,17 @@ class Parser {
   void FlushText();
   void Finish();
 
-  TemplateInput* in_;
-  PageOutput* out_;
-  const PageContext& ctx_;
-  TemplatePieces* pieces_;    // the template's pieces, when its text is in memory
-  std::vector<char> chunk_;   // else: the template is read in chunks
-  std::string image_prefix_;  // secure prefix, or the page path
+  TemplateInput* in_ = nullptr;
+  PageOutput* out_ = nullptr;
+  const PageContext* ctx_ = nullptr;
+  TemplatePieces* pieces_ = nullptr;  // the template's pieces, when its text is in memory
+  std::vector<char> chunk_;           // else: the template is read in chunks
+  std::string image_prefix_;          // secure prefix, or the page path
 
   std::string text_;             // plain text not yet written
   std::string markup_;           // open markup, from its "<"
   std::string closed_;           // the markup being handled, once closed
+  std::string composed_;         // a markup composed from a piece's parts
   std::string tag_;              // open tag, from its opener
   std::string pending_;          // what may become a tag opener ("%", "%2", ... "%25%2")
   std::string tail_;             // last characters of an overlong tag's rest
@@ -146,17 +142,38 @@ class Parser {
   int rc_ = 0;
 };
 
+void Parser::Start(TemplateInput* in, PageOutput* out, const PageContext& ctx) {
+  in_ = in;
+  out_ = out;
+  ctx_ = &ctx;
+  pieces_ = in != nullptr ? in->pieces : nullptr;
+  if (pieces_ == nullptr) chunk_.resize(kChunkSize);
+  image_prefix_ = ImagePrefix(ctx);
+  text_.clear();
+  markup_.clear();
+  closed_.clear();
+  composed_.clear();
+  tag_.clear();
+  pending_.clear();
+  tail_.clear();
+  block_ = nullptr;
+  block_marker_.clear();
+  in_markup_ = in_comment_ = dash_ = in_tag_ = in_tail_ = script_ = false;
+  opener_length_ = 0;
+  pos_ = 0;
+  result_ = rc_ = 0;
+}
+
 // Nested list blocks recurse through Run, RunBlock and the block processor:
 // their frames are kept small, and everything else lives in the Parser on
 // the heap.
 int Parser::Run() {
   FILE* fp = in_ != nullptr ? in_->fp : nullptr;
-  long at = fp != nullptr ? std::ftell(fp) : 0;
+  long at = fp != nullptr ? TemplateTell(in_) : 0;
   while (fp != nullptr) {
     std::string_view chunk;
     if (pieces_ != nullptr) {
-      // The text in memory is one chunk; the stream's position is set only
-      // where a list block or the caller reads it.
+      // The text in memory is one chunk, read from in_->position.
       const std::string_view text = pieces_->text();
       chunk = text.substr(std::min(static_cast<std::size_t>(std::max(at, 0L)), text.size()));
     } else {
@@ -177,9 +194,9 @@ int Parser::Run() {
     // of this chunk is read again from there.
     if (step == Step::kHandOver) step = RunBlock();
     if (step == Step::kReturn) return rc_;
-    at = std::ftell(fp);
+    at = TemplateTell(in_);
   }
-  if (pieces_ != nullptr) std::fseek(fp, at, SEEK_SET);
+  if (pieces_ != nullptr) in_->position = at;
   Finish();
   return result_;
 }
@@ -228,17 +245,28 @@ Step Parser::TakePieces(std::size_t offset, std::size_t* next) {
         return Step::kGo;
       case TemplatePiece::End::kTag: {
         int warning = 0;
-        WriteTemplateTag(out_, piece.item, *piece.tag, ctx_, image_prefix_, &warning);
+        WriteTemplateTag(out_, piece.item, *piece.tag, *ctx_, image_prefix_, &warning);
         if (warning != 0) result_ = warning;
         break;
       }
+      case TemplatePiece::End::kComposed: {
+        std::size_t resume = 0;
+        const Step step = ComposedMarkup(piece, &resume);
+        if (step != Step::kGo) return step;
+        if (resume != 0) {
+          // Written as text: the scanner goes on in plain text there.
+          offset = resume;
+          *next = offset;
+          pos_ = static_cast<long>(offset);
+        }
+        break;
+      }
       case TemplatePiece::End::kMarkup: {
-        if (piece.facts->LinkOnly() && (ctx_.options & kGenRewriteLinks)) {
+        if (piece.facts->LinkOnly() && (ctx_->options & kGenRewriteLinks)) {
           WriteOutput(out_, RewrittenLink(piece));
           break;
         }
-        if (piece.facts->StoreValueOnly() && StoreValueFromConfigOnly(piece.facts->store_value) &&
-            !ConfigWatch::Recording()) {
+        if (piece.facts->StoreValueOnly() && !ConfigWatch::Recording()) {
           WriteOutput(out_, KeptStoreValue(piece));
           break;
         }
@@ -250,14 +278,48 @@ Step Parser::TakePieces(std::size_t offset, std::size_t* next) {
   }
 }
 
+// The markup of a kComposed |piece|, composed from its parts and handled as
+// the scanner handles the markup it collects: a markup that grows too long
+// before its end is written as text, and *resume gets where the scanner
+// goes on in plain text.
+Step Parser::ComposedMarkup(const TemplatePiece& piece, std::size_t* resume) {
+  std::string& m = composed_;
+  m.clear();
+  int warning = 0;
+  for (std::size_t i = 0; i < piece.parts.size() && *resume == 0; ++i) {
+    const TemplatePiece::Part& part = piece.parts[i];
+    if (part.tag) {
+      AppendTemplateTag(&m, part.text, *part.tag, *ctx_, image_prefix_, &warning);
+      if (m.size() >= kTemplateMarkupSize) *resume = part.end;
+      continue;
+    }
+    // Any character but the markup's closing ">" makes it too long when it
+    // reaches the limit.
+    const std::size_t open = i + 1 == piece.parts.size() ? part.text.size() - 1 : part.text.size();
+    if (m.size() + open >= kTemplateMarkupSize) {
+      const std::size_t taken = kTemplateMarkupSize - m.size();
+      m.append(part.text, 0, taken);
+      *resume = part.end - part.text.size() + taken;
+      continue;
+    }
+    m += part.text;
+  }
+  if (warning != 0) result_ = warning;
+  if (*resume != 0 || m.size() >= kTemplateMarkupSize) {
+    WriteOutput(out_, m);
+    return Step::kGo;
+  }
+  return HandleMarkup(m, MarkupFacts(m));
+}
+
 // The link-only markup of |piece| rewritten for this page; kept with the
 // piece while the page path and the link alias stay the same.
 std::string_view Parser::RewrittenLink(const TemplatePiece& piece) {
   TemplatePiece::RewrittenLink& link = piece.link;
-  const std::string_view path = ctx_.page_path != nullptr ? ctx_.page_path : "";
+  const std::string_view path = ctx_->page_path != nullptr ? ctx_->page_path : "";
   const std::string_view alias = PageGenState.szHtmlAlias;
   if (!link.valid || link.page_path != path || link.alias != alias) {
-    link.markup = RewriteLinkTag(piece.item, ctx_);
+    link.markup = RewriteLinkTag(piece.item, *ctx_);
     link.page_path.assign(path);
     link.alias.assign(alias);
     link.valid = true;
@@ -265,16 +327,24 @@ std::string_view Parser::RewrittenLink(const TemplatePiece& piece) {
   return link.markup;
 }
 
-// The store value of |piece|, made from configuration values alone; kept
-// with the piece while those values would be looked up alike.
+// The store value of |piece|; kept with the piece while what it was made
+// from stays the same.
 std::string_view Parser::KeptStoreValue(const TemplatePiece& piece) {
   auto& kept = piece.store_value;
-  const std::string_view cfg = ctx_.store_cfg != nullptr ? ctx_.store_cfg : "";
-  if (kept == nullptr || kept->store_cfg != cfg || !kept->watch.Unchanged()) {
+  const std::string_view cfg = ctx_->store_cfg != nullptr ? ctx_->store_cfg : "";
+  const std::string_view path = ctx_->page_path != nullptr ? ctx_->page_path : "";
+  if (kept == nullptr || kept->store_cfg != cfg || kept->page_path != path ||
+      kept->image_prefix != image_prefix_ || kept->set != ctx_->set || !kept->watch.Unchanged()) {
     kept = std::make_unique<TemplatePiece::KeptStoreValue>();  // records from here
     kept->store_cfg.assign(cfg);
-    kept->text = StoreValue(piece.facts->store_value, ctx_, image_prefix_);
+    kept->page_path.assign(path);
+    kept->image_prefix = image_prefix_;
+    kept->set = ctx_->set;
+    kept->text = StoreValue(piece.facts->store_value, *ctx_, image_prefix_, &kept->secure_files);
     kept->watch.Stop();
+  } else {
+    for (const std::string& name : kept->secure_files)
+      PG_TpltAddSecureFile(ctx_->set, name.c_str());
   }
   return kept->text;
 }
@@ -360,7 +430,7 @@ void Parser::TagChar(char c) {
       Emit(tag);
     } else {
       int warning = 0;
-      Emit(ResolveTemplateTag(tag, ctx_, image_prefix_, &warning));
+      Emit(ResolveTemplateTag(tag, *ctx_, image_prefix_, &warning));
       if (warning != 0) result_ = warning;
     }
     return;
@@ -431,7 +501,7 @@ Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
   if (bang) {
     if (facts.Has(MarkupFacts::kCategoryListBegin)) {
       ++g_page_dependent;
-      if (ctx_.cat_db == nullptr) {
+      if (ctx_->cat_db == nullptr) {
         ReportTemplateProblem(
             "the template has a category list, but the store has no category database (the "
             "product database's name with .cdb)",
@@ -446,7 +516,7 @@ Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
     }
     // Product lists exist only on pages that list products; elsewhere their
     // markers are ordinary comments.
-    const bool lists = ctx_.product_lists || ctx_.sku_list != nullptr;
+    const bool lists = ctx_->product_lists || ctx_->sku_list != nullptr;
     if (lists && facts.Has(MarkupFacts::kProductListBegin)) {
       ++g_page_dependent;
       return HandOver(ProcessProdListBegin, std::string(m));
@@ -456,23 +526,23 @@ Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
       return EndBlock();
     }
   }
-  int rc = facts.keywords ? ExpandLinkKeyword(out_, m, ctx_) : 0;
+  int rc = facts.keywords ? ExpandLinkKeyword(out_, m, *ctx_) : 0;
   if (rc < 0) return Fail(rc);
   if (rc > 0) return Step::kGo;
 
   if (bang) {
     if (facts.Has(MarkupFacts::kAttributes)) {
       ++g_page_dependent;
-      rc = ProcessAttributes(out_, m, ctx_);
+      rc = ProcessAttributes(out_, m, *ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
     if (facts.store_value >= 0) {
-      WriteOutput(out_, StoreValue(facts.store_value, ctx_, image_prefix_));
+      WriteOutput(out_, StoreValue(facts.store_value, *ctx_, image_prefix_));
       return Step::kGo;
     }
     if (facts.Has(MarkupFacts::kTextBegin)) {
       ++g_page_dependent;
-      rc = BeginTextBlock(out_, m, ctx_);
+      rc = BeginTextBlock(out_, m, *ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
     if (facts.Has(MarkupFacts::kTextEnd)) {
@@ -482,7 +552,7 @@ Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
     }
     if (facts.Has(MarkupFacts::kCardType)) {
       ++g_page_dependent;
-      rc = ProcessCardType(out_, m, ctx_);
+      rc = ProcessCardType(out_, m, *ctx_);
       return rc != 0 ? Fail(rc) : Step::kGo;
     }
     WriteOutput(out_, m);
@@ -490,8 +560,8 @@ Step Parser::HandleMarkup(std::string_view m, const MarkupFacts& facts) {
   }
   if (facts.script != 0) {
     script_ = facts.script > 0;
-  } else if (ctx_.options & kGenRewriteLinks) {
-    rc = WriteLinkTag(out_, m, facts.link_row, ctx_);
+  } else if (ctx_->options & kGenRewriteLinks) {
+    rc = WriteLinkTag(out_, m, facts.link_row, *ctx_);
     return rc < 0 ? Fail(rc) : Step::kGo;
   }
   WriteOutput(out_, m);
@@ -505,8 +575,8 @@ Step Parser::HandOver(ListBlockFn block, std::string marker) {
 }
 
 Step Parser::RunBlock() {
-  std::fseek(in_->fp, pos_, SEEK_SET);
-  int rc = block_(in_, out_, block_marker_, pos_, ctx_);
+  TemplateSeek(in_, pos_);
+  int rc = block_(in_, out_, block_marker_, pos_, *ctx_);
   block_marker_.clear();
   if (rc == kUnresolvedCategoryTag) {
     result_ = rc;  // a warning: the page goes on
@@ -517,7 +587,7 @@ Step Parser::RunBlock() {
 }
 
 Step Parser::EndBlock() {
-  std::fseek(in_->fp, pos_, SEEK_SET);
+  TemplateSeek(in_, pos_);
   rc_ = result_;
   return Step::kReturn;
 }
@@ -578,12 +648,18 @@ int ParseTemplate(TemplateInput* in, PageOutput* out, const PageContext& ctx) {
     return kTagsNestedTooDeeply;
   }
   // The parser's state lives on the heap: nested list blocks recurse deeply.
-  if (StackRoomLeft(kParseStackRoom)) return std::make_unique<Parser>(in, out, ctx)->Run();
+  // Each depth keeps its parser, whose buffers then serve every call there
+  // (a list block parses its text once per entry).
+  static auto* parsers =
+      new std::vector<std::unique_ptr<Parser>>();  // lives until the process ends
+  while (parsers->size() <= static_cast<std::size_t>(depth))
+    parsers->push_back(std::make_unique<Parser>());
+  Parser* parser = (*parsers)[static_cast<std::size_t>(depth)].get();
+  parser->Start(in, out, ctx);
+  if (StackRoomLeft(kParseStackRoom)) return parser->Run();
   int rc = kOutOfMemory;
-  if (!RunOnFreshStack(kParseStackSize,
-                       [&] { rc = std::make_unique<Parser>(in, out, ctx)->Run(); })) {
+  if (!RunOnFreshStack(kParseStackSize, [&] { rc = parser->Run(); }))
     VerbosePrintf("Out of memory\n");
-  }
   return rc;
 }
 

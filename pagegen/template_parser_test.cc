@@ -20,9 +20,16 @@ using testing::Pair;
 using testing::WriteFile;
 
 // A record as the product API hands it out, for pages about one product.
+// A value long enough that two of them overfill a markup.
+const std::string kLongValue(1300, 'z');
 PAPI_Pair kProduct[] = {
-    Pair("SKU", "A-100"),   Pair("NAME", "Kettle"), Pair("PRICE", "24.50"),
-    Pair("COLOR", "na"),    Pair("SIZE", ""),       Pair("GRAPHIC", "img/red kettle.png"),
+    Pair("SKU", "A-100"),
+    Pair("NAME", "Kettle"),
+    Pair("PRICE", "24.50"),
+    Pair("COLOR", "na"),
+    Pair("SIZE", ""),
+    Pair("GRAPHIC", "img/red kettle.png"),
+    Pair("LONG", kLongValue.c_str()),
     Pair(nullptr, nullptr),
 };
 
@@ -276,6 +283,7 @@ TEST_F(TemplateParserTest, PiecesAgreeWithTheScanner) {
   std::vector<std::string> fragments = {
       "text ", "<", ">", "<!", "-", "--", "%", "%%", "%2", "%25", "%25%25", "5", "\r", "\n", "x",
       "%%PRODUCT.NAME%%", "%25%25PRODUCT.PRICE%25%25", "%%CATEGORY.BLURB%%", "<b>", "</b>",
+      "%%PRODUCT.LONG%%",
       "<a href=\"x.html\">", "<img src=%%PRODUCT.GRAPHIC%%>", "<SCRIPT>", "</script>",
       "<!-- PAGEGEN_STORENAME -->", "<!-- a -- b -->", "<!--PAGEGEN_CATEGORYLIST_BEGIN-->",
       "<!--PAGEGEN_CATEGORYLIST_END-->", "<!-- PG_HOME# -->", "<a href=\"ADDTOCART#A-100\">"};

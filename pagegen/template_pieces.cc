@@ -16,6 +16,22 @@ std::size_t OpenerAt(std::string_view text, std::size_t at, bool* open_at_end) {
   return 0;
 }
 
+// The length of the tag opened by |opener| characters at |at|, up to and
+// including its closer; 0 when it is overlong or still open at the end.
+std::size_t TagLength(std::string_view text, std::size_t at, std::size_t opener) {
+  std::string_view tag = text.substr(at, opener);
+  for (std::size_t k = at + opener; k < text.size(); ++k) {
+    const char t = text[k];
+    tag = text.substr(at, k + 1 - at);
+    if (tag.size() >= kTemplateTagSize) return 0;
+    if ((t == kTagOpenPlain.back() || t == kTagOpenEncoded.back()) &&
+        EndsWithTagCloser(tag, opener)) {
+      return tag.size();
+    }
+  }
+  return 0;
+}
+
 // The piece of |text| at |offset| for a scanner standing clean there.
 TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool script) {
   TemplatePiece piece;
@@ -42,20 +58,12 @@ TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool s
         ++i;
         continue;
       }
-      std::string tag(text.substr(i, opener));
-      for (std::size_t k = i + opener; k < text.size(); ++k) {
-        const char t = text[k];
-        tag += t;
-        if (tag.size() >= kTemplateTagSize) break;
-        if ((t == kTagOpenPlain.back() || t == kTagOpenEncoded.back()) &&
-            EndsWithTagCloser(tag, opener)) {
-          piece.item = std::move(tag);
-          piece.end = TemplatePiece::End::kTag;
-          piece.next = k + 1;
-          return piece;
-        }
-      }
-      return hand_to_scanner(i);  // overlong, or open at the end
+      const std::size_t length = TagLength(text, i, opener);
+      if (length == 0) return hand_to_scanner(i);  // overlong, or open at the end
+      piece.item = text.substr(i, length);
+      piece.end = TemplatePiece::End::kTag;
+      piece.next = i + length;
+      return piece;
     }
     if (c != '<') {
       piece.text += c;
@@ -63,8 +71,11 @@ TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool s
       continue;
     }
     // A markup: up to its ">" outside a comment. Another "<" outside a
-    // comment writes what came before as text and starts again there.
+    // comment writes what came before as text and starts again there. Tags
+    // in it are parts of their own; what they stand for changes nothing of
+    // the markup's course (comments, its end), only its length.
     std::string markup = "<";
+    std::size_t literal = i;  // where the literal part being collected starts
     bool in_comment = false;
     bool dash = false;
     std::size_t k = i + 1;
@@ -73,13 +84,30 @@ TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool s
       const char m = text[k];
       if (m == '%') {
         bool open_at_end = false;
-        if (OpenerAt(text, k, &open_at_end) != 0 || open_at_end) return hand_to_scanner(i);
+        const std::size_t opener = OpenerAt(text, k, &open_at_end);
+        if (open_at_end) return hand_to_scanner(i);
+        if (opener != 0) {
+          // The character behind the "<" decides how the scanner counts
+          // dashes: a tag's value there is left to it.
+          if (markup.size() < 2) return hand_to_scanner(i);
+          const std::size_t length = TagLength(text, k, opener);
+          if (length == 0 || markup.size() + length >= kTemplateMarkupSize)
+            return hand_to_scanner(i);
+          piece.parts.push_back({std::string(text.substr(literal, k - literal)), std::nullopt, k});
+          piece.parts.push_back(
+              {std::string(text.substr(k, length)), TagParts(text.substr(k, length)), k + length});
+          markup.append(text.substr(k, length));
+          literal = k + length;
+          k += length - 1;
+          continue;
+        }
       }
       if (m == '<' && !in_comment) {
+        if (!piece.parts.empty()) return hand_to_scanner(i);  // what came before holds tags
         piece.text += markup;
         markup.assign(1, '<');
         dash = false;
-        i = k;
+        i = literal = k;
         continue;
       }
       if (markup.size() >= 2 && markup[1] == '!' && !script)
@@ -87,6 +115,13 @@ TemplatePiece CutTemplatePiece(std::string_view text, std::size_t offset, bool s
       markup += m;
       if (markup.size() >= kTemplateMarkupSize) return hand_to_scanner(i);
       if (m == '>' && !in_comment) break;
+    }
+    if (!piece.parts.empty()) {
+      piece.parts.push_back(
+          {std::string(text.substr(literal, k + 1 - literal)), std::nullopt, k + 1});
+      piece.end = TemplatePiece::End::kComposed;
+      piece.next = k + 1;
+      return piece;
     }
     if (MarkupFacts(markup).WrittenAsItStands()) {
       piece.text += markup;

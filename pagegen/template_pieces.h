@@ -6,10 +6,14 @@
 // and serve every page written from that version: the parser then handles
 // each tag and markup once instead of looking at every character again.
 //
+// A markup that holds tags is a piece's item too, as its literal parts and
+// its tags: a page composes it from the tags' values and handles it as the
+// scanner would have handled the markup it collected.
+//
 // A piece reaches only as far as the scanner's work depends on the text
-// alone: a markup holding a tag, an overlong tag or markup, or an opener
-// or markup left open at the end of the text ends the piece before it,
-// and the scanner takes over there.
+// alone: an overlong tag or markup, a markup that holds a tag and a second
+// "<", or an opener or markup left open at the end of the text ends the
+// piece before it, and the scanner takes over there.
 #ifndef STOREGEN_PAGEGEN_TEMPLATE_PIECES_H_
 #define STOREGEN_PAGEGEN_TEMPLATE_PIECES_H_
 
@@ -99,12 +103,22 @@ struct TemplatePiece {
     kScanner,    // the scanner goes on at |next|
     kTag,        // |item| is a whole tag, opener and closer included
     kMarkup,     // |item| is a closed markup, from its "<" to its ">"
+    kComposed,   // |parts| make a closed markup that holds tags
     kEndOfText,  // nothing follows
   };
   std::string text;  // written as it stands (carriage returns of plain text dropped)
   std::string item;
   std::optional<MarkupFacts> facts;  // of a markup item
   std::optional<TagParts> tag;       // of a tag item
+
+  // The parts of a kComposed item in order: literal text as it stands in the
+  // template, and tags.
+  struct Part {
+    std::string text;             // the literal text, or the whole tag
+    std::optional<TagParts> tag;  // set for a tag
+    std::size_t end = 0;          // offset behind the part in the template
+  };
+  std::vector<Part> parts;
 
   // A link-only markup item as last rewritten, and for which page path and
   // link alias: pages mostly share them.
@@ -116,12 +130,19 @@ struct TemplatePiece {
   };
   mutable RewrittenLink link;
 
-  // A store value markup item's output, made from configuration values
-  // alone: kept while the lookups it was made from would answer alike.
+  // A store value markup item's output, made from configuration values, the
+  // page path and the image prefix: kept while the lookups it was made from
+  // would answer alike and the page's path and prefix are the same. The
+  // store images it registered as secure files are registered again on
+  // every page that shows it.
   struct KeptStoreValue {
     ConfigWatch watch;  // the lookups it was made from
     std::string store_cfg;
+    std::string page_path;
+    std::string image_prefix;
+    const void* set = nullptr;
     std::string text;
+    std::vector<std::string> secure_files;
   };
   mutable std::unique_ptr<KeptStoreValue> store_value;
   End end = End::kScanner;

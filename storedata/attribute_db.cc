@@ -109,6 +109,8 @@ AttributePool* AD_InitAttributePool(const char* path) {
     delete pool;
     return nullptr;
   }
+  static uint64_t pools_opened = 0;
+  pool->serial = ++pools_opened;
   return pool;
 }
 
@@ -200,6 +202,10 @@ const char* AD_GetAttributeValuePTR(AttributePool* pool, int32_t index, int32_t 
   if (pool == nullptr) return nullptr;
   std::string* value = FindValue(pool, index, position);
   return value != nullptr ? value->c_str() : nullptr;
+}
+
+uint64_t AD_PoolContentsId(const AttributePool* pool) {
+  return pool != nullptr && !pool->modified ? pool->serial : 0;
 }
 
 int32_t AD_GetAttributeType(AttributePool* pool, int32_t index) {

@@ -25,10 +25,14 @@ int32_t AD_AddAttributeLabel(AttributePool* pool, const char* label, int32_t typ
 int AD_AddAttributeValue(AttributePool* pool, int32_t index, const char* value);
 int32_t AD_GetAttributeIndex(AttributePool* pool, const char* label);
 int32_t AD_GetAttributeOffset(AttributePool* pool, int32_t index, const char* value);
-char* AD_GetAttributeLabel(AttributePool* pool, int32_t index);                     // copy
-char* AD_GetAttributeValue(AttributePool* pool, int32_t index, int32_t position);   // copy
+char* AD_GetAttributeLabel(AttributePool* pool, int32_t index);                    // copy
+char* AD_GetAttributeValue(AttributePool* pool, int32_t index, int32_t position);  // copy
 const char* AD_GetAttributeValuePTR(AttributePool* pool, int32_t index, int32_t position);
 int32_t AD_GetAttributeType(AttributePool* pool, int32_t index);
+// What identifies the pool's contents, for output made from them that is
+// kept: no two pools opened in this process share it, and it is 0 (keep
+// nothing) for a null pool or once the pool was changed.
+uint64_t AD_PoolContentsId(const AttributePool* pool);
 char* AD_GetNextAttributeLabel(AttributePool* pool);  // copy; pool restarts, null continues
 const char* AD_GetNextAttributeLabelPTR(AttributePool* pool);
 int AD_DeleteAttributeLabel(AttributePool* pool, int32_t index);

@@ -29,6 +29,7 @@ using AttributeIter = std::list<AttributeNode>::iterator;
 // per attribute.
 struct AttributePool {
   std::string file_name;
+  uint64_t serial = 0;  // this pool among those opened in the process, from 1
   bool modified = false;
   std::list<AttributeNode> attributes;              // ascending index; equal ones newest first
   std::map<int32_t, AttributeIter> first_of_index;  // the first attribute of each index

@@ -79,10 +79,14 @@ std::size_t LineFieldCount(std::string_view line) {
 
 void WarnShortLine(FILE* fp, std::string_view line, std::size_t fields, std::size_t names,
                    std::string_view first_missing) {
-  const int fd = fileno(fp);
   const long end = std::ftell(fp);
+  if (end >= 0) WarnShortLine(fileno(fp), end, line, fields, names, first_missing);
+}
+
+void WarnShortLine(int fd, off_t end, std::string_view line, std::size_t fields, std::size_t names,
+                   std::string_view first_missing) {
   struct stat st;
-  if (end < 0 || fstat(fd, &st) != 0) return;
+  if (fstat(fd, &st) != 0) return;
   // A line met again, by another walk of the file, is warned of once.
   std::array<char, 80> key;
   std::snprintf(key.data(), key.size(), "short line %ju:%ju:%ld",

@@ -4,6 +4,8 @@
 #ifndef STOREGEN_STOREDATA_DB_WARNINGS_H_
 #define STOREGEN_STOREDATA_DB_WARNINGS_H_
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdio>
 #include <string_view>
@@ -18,6 +20,10 @@ std::size_t LineFieldCount(std::string_view line);
 // stream stands behind it) has |fields| fields where the name line has
 // |names|; |first_missing| is the name of the first column it lacks.
 void WarnShortLine(FILE* fp, std::string_view line, std::size_t fields, std::size_t names,
+                   std::string_view first_missing);
+// The same for the line of the file open as |fd| that ends at byte |end|
+// (behind its line end).
+void WarnShortLine(int fd, off_t end, std::string_view line, std::size_t fields, std::size_t names,
                    std::string_view first_missing);
 
 }  // namespace storegen

@@ -22,6 +22,7 @@
 #include "storedata/db_warnings.h"
 #include "storedata/line_scanner.h"
 #include "storedata/product_api.h"
+#include "storedata/product_file.h"
 #include "storedata/sku_index.h"
 
 namespace storegen {
@@ -53,15 +54,6 @@ void ForEachNameField(std::string_view line, std::size_t limit, Visit visit) {
   }
 }
 
-std::vector<std::string_view> NameFields(std::string_view line, std::size_t limit) {
-  std::vector<std::string_view> fields;
-  ForEachNameField(line, limit, [&fields](std::string_view f) {
-    fields.push_back(f);
-    return true;
-  });
-  return fields;
-}
-
 // Calls |visit| with each of a SKU line's fields until it returns false:
 // every separator ends a field, so empty fields keep the columns aligned; a
 // separator at the very end adds no empty last field.
@@ -76,16 +68,6 @@ void ForEachSkuField(std::string_view line, Visit visit) {
     start = i + 1;
   }
   if (start < line.size()) visit(line.substr(start));
-}
-
-std::vector<std::string_view> SkuFields(std::string_view line) {
-  std::vector<std::string_view> fields;
-  fields.reserve(32);  // product lines mostly have fewer fields: one allocation
-  ForEachSkuField(line, [&fields](std::string_view f) {
-    fields.push_back(f);
-    return true;
-  });
-  return fields;
 }
 
 char* CopyOf(std::string_view text) {
@@ -355,7 +337,8 @@ PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position) {
     split->valid = true;
   }
   // A name without a value gets psz_NA, as in the record read pair by pair.
-  const std::vector<std::string_view> values = SkuFields(line.data());
+  std::vector<std::string_view> values;
+  SplitSkuFields(line.data(), &values);
   std::vector<ProdPairText> pairs;
   pairs.reserve(split->names.size());
   for (std::size_t i = 0; i < split->names.size(); ++i)
@@ -366,6 +349,10 @@ PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position) {
   }
   if (position != nullptr) *position = static_cast<int32_t>(std::ftell(fp));
   return record;
+}
+
+int ProductDbFd(void* h) {
+  return h != nullptr ? fileno(AsFile(h)) : -1;
 }
 
 int PAPI_ReleaseInfo(void* /*h*/, const char* /*key*/, const char* /*sku*/, PAPI_Pair* record) {

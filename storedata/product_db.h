@@ -51,6 +51,9 @@ PAPI_Pair* PAPI_RetrieveNextItem(void* h, const char* key, int flag, const char*
 // it, to be freed with FreeProdRecord.
 PAPI_Pair* RetrieveFirstItemBlock(void* h, int32_t* position);
 PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position);
+// The file descriptor of the handle |h|, for reading the file in ways of
+// its own (storedata/product_file.h); -1 for null.
+int ProductDbFd(void* h);
 // Frees every name and value up to the null pair, then the array; null is
 // ignored. Returns 0.
 int PAPI_ReleaseInfo(void* h, const char* key, const char* sku, PAPI_Pair* record);

@@ -1,9 +1,12 @@
 #include "storedata/product_db.h"
 
+#include <fcntl.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +16,7 @@
 #include "cgisupport/diagnostics.h"
 #include "cgisupport/file_identity.h"
 #include "storedata/product_api.h"
+#include "storedata/product_file.h"
 #include "storedata/sku_index.h"
 #include "tests/support/test_util.h"
 
@@ -179,31 +183,41 @@ TEST_F(ProductDbTest, NoProductsEndTheIteration) {
   EXPECT_EQ(First(), Pairs{});
 }
 
-// A walk that keeps its records gets them in one block each: the same pairs
-// as the walk pair by pair, for every kind of line, with lookups between.
-TEST_F(ProductDbTest, WalkInBlocksGivesTheRecordsOfTheWalk) {
+// The product file read by the list gives the walk's records, for every kind
+// of line, read back in any order.
+TEST_F(ProductDbTest, ProductFileGivesTheRecordsOfTheWalk) {
   const std::string names = Columns("SKU\t\tName\tPrice", "A", 110);
   const std::string wide = Columns("W9", "", 110);
-  Open(names + "\r\nA1\tShirt\r\n\r\n\nB2\t\t9.99\t\nC3\t\t\n" + wide + "\nD4\tCap\t1\t2\t3\n");
-  auto block = [](PAPI_Pair* record) {
-    Pairs pairs;
-    if (record == nullptr) return pairs;
-    for (PAPI_Pair* p = record; p->name != nullptr; ++p)
-      pairs.emplace_back(p->name, p->value);
-    FreeProdRecord(record);
-    return pairs;
-  };
+  const std::string overlong = "L1\t" + std::string(3000, 'x');
+  Open(names + "\r\nA1\tShirt\r\n\r\n\nB2\t\t9.99\t\nC3\t\t\n" + wide + "\n" + overlong +
+       "\nN1\tNul\0hidden\tx\nD4\tCap\t1\t2\t3"s);
   std::vector<Pairs> walk = {First()};
   while (!walk.back().empty())
     walk.push_back(Next());
-  ASSERT_EQ(walk.size(), 6u);
-  int32_t position = -1;
-  std::vector<Pairs> blocks = {block(RetrieveFirstItemBlock(h_, &position))};
-  while (!blocks.back().empty()) {
-    Lookup("C3");  // moves the stream
-    blocks.push_back(block(RetrieveNextItemBlock(h_, &position)));
-  }
-  EXPECT_EQ(blocks, walk);
+  walk.pop_back();
+  ASSERT_EQ(walk.size(), 8u);
+
+  std::unique_ptr<ProductFile> file = ProductFile::Open(fcntl(ProductDbFd(h_), F_DUPFD, 0));
+  ASSERT_NE(file, nullptr);
+  std::vector<ProductFile::Place> places;
+  ProductFile::Line line;
+  while (file->Next(&line))
+    places.push_back(line.place);
+  ASSERT_EQ(places.size(), walk.size());
+  auto read_back = [&](std::size_t i) {
+    std::string text;
+    std::vector<PAPI_Pair> pairs;
+    EXPECT_TRUE(file->Read(places[i], &text));
+    file->Record(&text, &pairs);
+    Pairs got;
+    for (const PAPI_Pair& p : pairs)
+      if (p.name != nullptr) got.emplace_back(p.name, p.value);
+    return got;
+  };
+  for (std::size_t i : {7, 0, 3, 4, 1, 6, 2, 5})
+    EXPECT_EQ(read_back(i), walk[i]) << i;
+  EXPECT_EQ(file->Column("name"), 1);
+  EXPECT_EQ(file->Column("Colour"), -1);
 }
 
 TEST(ProductDb, FieldRoutines) {

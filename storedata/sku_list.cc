@@ -1,5 +1,6 @@
 #include "storedata/sku_list.h"
 
+#include <fcntl.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -7,7 +8,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "cgisupport/config_hints.h"
@@ -18,6 +24,7 @@
 #include "storedata/list_positions.h"
 #include "storedata/product_api.h"
 #include "storedata/product_db.h"
+#include "storedata/product_file.h"
 #include "templateset/template_set.h"
 
 namespace storegen {
@@ -34,12 +41,19 @@ class Connection {
       : db_(db), store_cfg_(store_cfg), api_cfg_(api_cfg), cart_dir_(cart_dir) {
     if (pdbInit != nullptr) h_ = pdbInit(kPapiKey, db_, store_cfg_, api_cfg_, cart_dir_);
   }
+  // The built-in reader's text file, which the list reads itself.
+  bool built_in() const {
+    return pdbInit == &PAPI_Initialization && pdbRetrieveFirstItem == &PAPI_RetrieveFirstItem &&
+           pdbRetrieveNextItem == &PAPI_RetrieveNextItem && pdbRelease == &PAPI_ReleaseInfo;
+  }
   // The built-in reader's walk hands out records in one block each, which
   // the list keeps as they are.
   bool blocks() const {
     return pdbRetrieveFirstItem == &PAPI_RetrieveFirstItem &&
            pdbRetrieveNextItem == &PAPI_RetrieveNextItem && pdbRelease == &PAPI_ReleaseInfo;
   }
+  // A descriptor of its own on the built-in reader's file, or -1.
+  int DuplicateFd() const { return fcntl(ProductDbFd(h_), F_DUPFD_CLOEXEC, 0); }
   ~Connection() { End(); }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -160,29 +174,28 @@ bool IsValue(const char* value) {
 }
 
 // Chooses the product's page template: the product page its "TILLBOXTEMPLATE"
-// names, else the default product page. Returns 0 (the product is left out)
-// when neither exists or the template is empty; the latter is recorded with
-// -15 under |sku| in *errors (when |errors| is not null). With |noisy|,
-// nothing is reported or recorded: *noisy is set where something would be.
-int ChooseTemplate(const TemplateSet* set, const PAPI_Pair* record, const char* sku,
+// value |display_name| (null: it has none) names, else the default product
+// page. Returns 0 (the product is left out) when neither exists or the
+// template is empty; the latter is recorded with -15 under |sku| in *errors
+// (when |errors| is not null). With |noisy|, nothing is reported or
+// recorded: *noisy is set where something would be.
+int ChooseTemplate(const TemplateSet* set, const char* display_name, const char* sku,
                    const DefaultTemplate& fallback, std::string* tmplt, FileList** errors,
                    bool* noisy = nullptr) {
   char named[kTemplateSize];
-  const PAPI_Pair* display_name = FindProdAttr(record, "TILLBOXTEMPLATE");
   const char* page = "DefaultProductPage";
-  if (set != nullptr && display_name != nullptr && display_name->value != nullptr &&
-      PG_TpltGetTemplateFile(set, display_name->value, named, sizeof named, kKindProductPage) ==
-          1) {
+  if (set != nullptr && display_name != nullptr &&
+      PG_TpltGetTemplateFile(set, display_name, named, sizeof named, kKindProductPage) == 1) {
     *tmplt = named;
-    page = display_name->value;
+    page = display_name;
   } else {
-    if (display_name != nullptr && IsValue(display_name->value) && noisy != nullptr) {
+    if (IsValue(display_name) && noisy != nullptr) {
       *noisy = true;
-    } else if (display_name != nullptr && IsValue(display_name->value) &&
-               FirstTime(std::string("TILLBOXTEMPLATE\t") + display_name->value)) {
+    } else if (IsValue(display_name) &&
+               FirstTime(std::string("TILLBOXTEMPLATE\t") + display_name)) {
       ReportWarning(SetEntry(set, ""),
-                    std::string("TILLBOXTEMPLATE \"") + display_name->value + "\" of product \"" +
-                        sku + "\" is not a ProductPage of the template set; " +
+                    std::string("TILLBOXTEMPLATE \"") + display_name + "\" of product \"" + sku +
+                        "\" is not a ProductPage of the template set; " +
                         (fallback.found ? "the DefaultProductPage is used" : "it is left out"));
     }
     if (!fallback.found) {
@@ -214,16 +227,20 @@ int ChooseTemplate(const TemplateSet* set, const PAPI_Pair* record, const char* 
 }
 
 // A product without "TILLBOXCATEGORY" belongs to every category.
-bool InCategory(const PAPI_Pair* record, const char* category) {
-  if (category == nullptr || category[0] == '\0') return true;
-  const PAPI_Pair* own = FindProdAttr(record, "TILLBOXCATEGORY");
-  return own == nullptr || own->value == nullptr || strcasecmp(own->value, category) == 0;
+bool InCategory(const char* own, const char* category) {
+  return category == nullptr || category[0] == '\0' || own == nullptr ||
+         strcasecmp(own, category) == 0;
+}
+
+const char* ValueOf(const PAPI_Pair* record, const char* name) {
+  const PAPI_Pair* pair = FindProdAttr(record, name);
+  return pair != nullptr ? pair->value : nullptr;
 }
 
 // A node holding copies of |sku|, |tmplt| and |item|'s record (the record
 // itself goes back to the connection), or null when memory runs out.
-SkuList* NewFilledNode(const char* sku, const std::string& tmplt, Item* item) {
-  SkuList* node = NewSkuNode();
+SkuList* NewRecordNode(const char* sku, const std::string& tmplt, Item* item) {
+  SkuList* node = static_cast<SkuList*>(std::calloc(1, sizeof(SkuList)));
   if (node == nullptr) return nullptr;
   node->sku = strdup(sku);
   node->tmplt = strdup(tmplt.c_str());
@@ -235,6 +252,261 @@ SkuList* NewFilledNode(const char* sku, const std::string& tmplt, Item* item) {
     return nullptr;
   }
   return node;
+}
+
+// What a list needs to know of a product to take it: its "SKU",
+// "TILLBOXTEMPLATE" and "TILLBOXCATEGORY" values, each null when its record
+// has no such attribute.
+struct Facts {
+  const char* sku;
+  const char* display_name;
+  const char* category;
+};
+
+// The products of a product library (or of the built-in reader's entry
+// points), with their records.
+class RecordWalk {
+ public:
+  explicit RecordWalk(Connection* conn) : item_(conn, conn->First(&position_), conn->blocks()) {}
+  bool valid() const { return static_cast<bool>(item_); }
+  void Advance() { item_.Advance(&position_); }
+  Facts facts() const {
+    return {ValueOf(item_.get(), "SKU"), ValueOf(item_.get(), "TILLBOXTEMPLATE"),
+            ValueOf(item_.get(), "TILLBOXCATEGORY")};
+  }
+  SkuList* TakeNode(const char* sku, const std::string& tmplt) {
+    return NewRecordNode(sku, tmplt, &item_);
+  }
+  void Finish() { item_.Release(); }
+
+ private:
+  int32_t position_ = 0;
+  Item item_;
+};
+
+}  // namespace
+
+// The nodes of a list read from the built-in reader's text file, with their
+// texts: where its line lies stands in for each product's record.
+struct SkuListFile {
+  struct Node : SkuList {
+    ProductFile::Place place;
+    const char* category;  // null when the file has no such column
+  };
+
+  std::unique_ptr<ProductFile> file;
+  std::string db;  // its path, for messages
+  int sku_column = -1;
+  std::vector<std::unique_ptr<Node[]>> nodes;
+  std::size_t nodes_left = 0;  // unused nodes of the last block
+  std::vector<std::unique_ptr<char[]>> texts;
+  char* text_at = nullptr;  // the unused rest of the last text block
+  std::size_t text_left = 0;
+  std::unordered_set<std::string_view> interned;  // templates and categories
+
+  Node* NewNode() {
+    constexpr std::size_t kBlock = 4096;
+    if (nodes_left == 0) {
+      nodes.push_back(std::make_unique<Node[]>(kBlock));
+      nodes_left = kBlock;
+    }
+    Node* node = &nodes.back()[kBlock - nodes_left--];
+    node->file = this;
+    return node;
+  }
+  // A copy of |text| that lives as long as the list.
+  char* Keep(std::string_view text) {
+    constexpr std::size_t kBlock = 64 * 1024;
+    if (text_left < text.size() + 1) {
+      const std::size_t size = std::max(kBlock, text.size() + 1);
+      texts.push_back(std::make_unique<char[]>(size));
+      text_at = texts.back().get();
+      text_left = size;
+    }
+    char* copy = text_at;
+    std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    text_at += text.size() + 1;
+    text_left -= text.size() + 1;
+    return copy;
+  }
+  // Keep for texts that many products share.
+  const char* Intern(std::string_view text) {
+    auto it = interned.find(text);
+    if (it == interned.end()) it = interned.insert(std::string_view(Keep(text), text.size())).first;
+    return it->data();
+  }
+};
+
+namespace {
+
+// The products of the built-in reader's text file, walked by the list
+// itself: their nodes keep where their lines lie instead of their records.
+class LineWalk {
+ public:
+  LineWalk(std::unique_ptr<ProductFile> file, const char* db)
+      : list_(std::make_unique<SkuListFile>()) {
+    list_->file = std::move(file);
+    list_->db = db;
+    list_->sku_column = list_->file->Column("SKU");
+    template_column_ = list_->file->Column("TILLBOXTEMPLATE");
+    category_column_ = list_->file->Column("TILLBOXCATEGORY");
+    Advance();
+  }
+  LineWalk(const LineWalk&) = delete;
+  LineWalk& operator=(const LineWalk&) = delete;
+
+  bool valid() const { return valid_; }
+  void Advance() {
+    valid_ = list_->file->Next(&line_);
+    if (!valid_) return;
+    Take(list_->sku_column, &sku_);
+    Take(template_column_, &display_name_);
+    Take(category_column_, &category_);
+  }
+  Facts facts() const {
+    return {Of(list_->sku_column, sku_), Of(template_column_, display_name_),
+            Of(category_column_, category_)};
+  }
+  SkuList* TakeNode(const char* sku, const std::string& tmplt) {
+    SkuListFile::Node* node = list_->NewNode();
+    node->sku = list_->Keep(sku);
+    node->tmplt = const_cast<char*>(list_->Intern(tmplt));
+    node->record = nullptr;
+    node->next = nullptr;
+    node->place = line_.place;
+    node->category = category_column_ >= 0 ? list_->Intern(category_) : nullptr;
+    return node;
+  }
+  void Finish() {}
+  // The nodes live as long as the list made of them: FreeSkuList ends them.
+  SkuList* Keep(SkuList* head) {
+    if (head != nullptr) list_.release();
+    return head;
+  }
+
+ private:
+  void Take(int column, std::string* value) {
+    if (column >= 0) value->assign(line_.Field(column));
+  }
+  static const char* Of(int column, const std::string& value) {
+    return column >= 0 ? value.c_str() : nullptr;
+  }
+
+  std::unique_ptr<SkuListFile> list_;
+  int template_column_;
+  int category_column_;
+  ProductFile::Line line_;
+  bool valid_ = false;
+  std::string sku_, display_name_, category_;
+};
+
+// BuildAllSkuList's walk over |walk|, which stands on the first product.
+template <typename Walk>
+SkuList* CollectSkuList(Walk& walk, TemplateSet* set, const char* category, const char* first_index,
+                        int page_flag, FileList** errors) {
+  // A product page's template, known once for each TILLBOXTEMPLATE value
+  // that led to one without a message.
+  DefaultTemplate fallback = ReadDefaultTemplate(set);
+  std::unordered_map<std::string, std::string> chosen;
+  auto choose = [&](const Facts& facts, const char* sku, std::string* tmplt) {
+    const std::string key =
+        facts.display_name != nullptr ? std::string(facts.display_name) + '+' : std::string("-");
+    if (auto it = chosen.find(key); it != chosen.end()) {
+      *tmplt = it->second;
+      return 1;
+    }
+    const int ok = ChooseTemplate(set, facts.display_name, sku, fallback, tmplt, errors);
+    if (ok) chosen.emplace(key, *tmplt);
+    return ok;
+  };
+
+  // Pass over the products of earlier pages: only those that would be listed
+  // count. The SKU is not taken yet, so an empty template is reported under "".
+  int skip = first_index != nullptr && first_index[0] != '\0' ? std::atoi(first_index) : 0;
+  for (int passed = 0; skip > 0; walk.Advance()) {
+    if (!walk.valid()) {
+      VerbosePrintf("No more products for product list\n");
+      return nullptr;
+    }
+    std::string tmplt;
+    const Facts facts = walk.facts();
+    if (!choose(facts, "", &tmplt) || !InCategory(facts.category, category)) continue;
+    if (passed == skip) break;
+    ++passed;
+  }
+
+  // One page more than the page size proves that a further page exists.
+  int32_t page_size = set != nullptr ? set->max_prod_per_page : 0;
+  SkuList* head = nullptr;
+  SkuList** tail = &head;
+  int32_t taken = 0;
+  for (; walk.valid(); walk.Advance()) {
+    if (page_flag != 0 && page_size > 0 && page_size < taken) break;
+    const Facts facts = walk.facts();
+    if (!InCategory(facts.category, category)) continue;
+    if (facts.sku == nullptr) continue;
+    std::string tmplt;
+    if (!choose(facts, facts.sku, &tmplt)) continue;
+    SkuList* node = walk.TakeNode(facts.sku, tmplt);
+    if (node == nullptr) {
+      ReportOutOfMemory();
+      walk.Finish();
+      FreeSkuList(head);
+      return nullptr;
+    }
+    *tail = node;
+    tail = &node->next;
+    ++taken;
+  }
+  walk.Finish();
+  return head;
+}
+
+void ReportNoProduct(const char* db) {
+  ReportError({db},
+              "the product database holds no product: its first line names the columns, "
+              "and each further line is one product",
+              "Error reading database\n");
+}
+
+// BuildAllSkuList for a static run: the whole list, at once. The nodes of a
+// list of the built-in reader's text file keep where each line lies.
+SkuList* BuildWholeSkuList(const char* db, const char* store_cfg, const char* api_cfg,
+                           const char* cart_dir, TemplateSet* set, const char* category,
+                           const char* first_index, FileList** errors) {
+  Connection conn(db, store_cfg, api_cfg, cart_dir);
+  if (!conn.ok()) {
+    ReportOpenFailed(db);
+    return nullptr;
+  }
+  if (conn.built_in()) {
+    // The walk reads the file itself; the connection is not needed further.
+    const int fd = conn.DuplicateFd();
+    conn.End();
+    std::unique_ptr<ProductFile> file = fd >= 0 ? ProductFile::Open(fd) : nullptr;
+    try {
+      std::optional<LineWalk> walk;
+      if (file != nullptr) walk.emplace(std::move(file), db);
+      if (!walk || !walk->valid()) {
+        ReportNoProduct(db);
+        return nullptr;
+      }
+      return walk->Keep(CollectSkuList(*walk, set, category, first_index, 0, errors));
+    } catch (const std::bad_alloc&) {
+      ReportOutOfMemory();
+      return nullptr;
+    }
+  }
+  RecordWalk walk(&conn);
+  if (!walk.valid()) {
+    conn.End();
+    ReportNoProduct(db);
+    return nullptr;
+  }
+  SkuList* head = CollectSkuList(walk, set, category, first_index, 0, errors);
+  conn.End();
+  return head;
 }
 
 }  // namespace
@@ -298,7 +570,8 @@ ListPositions WalkPositions(SkuListTail* walk) {
        walk->item.Advance(&walk->position)) {
     if (before != ListPositions::kFirst && walk->position <= before) positions.usable = false;
     std::string tmplt;
-    if (ChooseTemplate(walk->set, walk->item.get(), "", walk->fallback, &tmplt, nullptr, &noisy)) {
+    if (ChooseTemplate(walk->set, ValueOf(walk->item.get(), "TILLBOXTEMPLATE"), "", walk->fallback,
+                       &tmplt, nullptr, &noisy)) {
       const PAPI_Pair* own = FindProdAttr(walk->item.get(), "TILLBOXCATEGORY");
       positions.Add(before, own != nullptr ? own->value : nullptr);
     }
@@ -345,12 +618,14 @@ SkuList* SkuListTail::Take(bool* out_of_memory) {
   if (std::exchange(advance, true)) Step();
   for (; item; Step()) {
     if (page_limit > 0 && page_limit < taken) return nullptr;
-    if (!InCategory(item.get(), category.c_str())) continue;
+    if (!InCategory(ValueOf(item.get(), "TILLBOXCATEGORY"), category.c_str())) continue;
     const PAPI_Pair* sku = FindProdAttr(item.get(), "SKU");
     if (sku == nullptr || sku->value == nullptr) continue;
     std::string tmplt;
-    if (!ChooseTemplate(set, item.get(), sku->value, fallback, &tmplt, errors)) continue;
-    SkuList* node = NewFilledNode(sku->value, tmplt, &item);
+    if (!ChooseTemplate(set, ValueOf(item.get(), "TILLBOXTEMPLATE"), sku->value, fallback, &tmplt,
+                        errors))
+      continue;
+    SkuList* node = NewRecordNode(sku->value, tmplt, &item);
     if (node == nullptr) {
       *out_of_memory = true;
       return nullptr;
@@ -392,9 +667,47 @@ SkuList* NewSkuNode() {
   return static_cast<SkuList*>(std::calloc(1, sizeof(SkuList)));
 }
 
+bool SkuRecord::Read(const SkuList* node, const PAPI_Pair** record) {
+  *record = nullptr;
+  layout_ = 0;
+  if (node == nullptr) return true;
+  const SkuListFile* list = node->file;
+  if (list == nullptr) {
+    *record = node->record;
+    return true;
+  }
+  const auto* line = static_cast<const SkuListFile::Node*>(node);
+  // The line must still be the product's: the same length, the same SKU.
+  if (!list->file->Read(line->place, &text_)) {
+    text_.clear();
+  }
+  list->file->Record(&text_, &pairs_);
+  const std::size_t column = static_cast<std::size_t>(list->sku_column);
+  if (text_.size() != line->place.length || std::strcmp(pairs_[column].value, node->sku) != 0) {
+    if (FirstTime("product database changed\t" + list->db)) {
+      ReportError({list->db},
+                  "the product database changed while the run was writing its pages, so "
+                  "the pages of the products it moved are not written; run again",
+                  nullptr);
+    }
+    return false;
+  }
+  *record = pairs_.data();
+  layout_ = list->file->serial();
+  return true;
+}
+
+const char* SkuCategory(const SkuList* node) {
+  if (node->file != nullptr) return static_cast<const SkuListFile::Node*>(node)->category;
+  return ValueOf(node->record, "TILLBOXCATEGORY");
+}
+
 SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_cfg,
                          const char* cart_dir, TemplateSet* set, const char* category,
                          const char* first_index, int page_flag, FileList** errors) {
+  if (page_flag == 0)
+    return BuildWholeSkuList(db, store_cfg, api_cfg, cart_dir, set, category, first_index, errors);
+  // A dynamic request's list, of one page, is built from the products' records.
   auto walk = std::make_unique<SkuListTail>(db, store_cfg, api_cfg, cart_dir);
   if (!walk->conn.ok()) {
     ReportOpenFailed(db);
@@ -406,11 +719,11 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
   walk->errors = errors;
   // One page more than the page size proves that a further page exists.
   const int32_t page_size = set != nullptr ? set->max_prod_per_page : 0;
-  if (page_flag != 0) walk->page_limit = page_size;
-  // A dynamic request's page shows a few products from the list's start on:
-  // the rest is made as the page reaches it. Verbose messages keep their
-  // place before the page.
-  const bool in_part = page_flag != 0 && !Verbose();
+  walk->page_limit = page_size;
+  // The page shows a few products from the list's start on: the rest is made
+  // as the page reaches it. Verbose messages keep their place before the
+  // page.
+  const bool in_part = !Verbose();
   int skip = first_index != nullptr && first_index[0] != '\0' ? std::atoi(first_index) : 0;
   const char* lib = hProdApiLib != nullptr ? PageGenState.szAPILib : "";
   if (in_part && ListPositionsKept() && walk->SeekFromKept(std::max(skip, 0), lib)) {
@@ -435,8 +748,9 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
       return nullptr;
     }
     std::string tmplt;
-    if (!ChooseTemplate(set, walk->item.get(), "", walk->fallback, &tmplt, errors) ||
-        !InCategory(walk->item.get(), category)) {
+    if (!ChooseTemplate(set, ValueOf(walk->item.get(), "TILLBOXTEMPLATE"), "", walk->fallback,
+                        &tmplt, errors) ||
+        !InCategory(ValueOf(walk->item.get(), "TILLBOXCATEGORY"), category)) {
       continue;
     }
     if (passed == skip) break;
@@ -496,8 +810,9 @@ SkuList* FindSkuData(const char* sku, const char* db, const char* store_cfg, con
     return nullptr;
   }
   std::string tmplt;
-  if (!ChooseTemplate(set, item.get(), sku, fallback, &tmplt, errors)) return nullptr;
-  SkuList* node = NewFilledNode(sku, tmplt, &item);
+  if (!ChooseTemplate(set, ValueOf(item.get(), "TILLBOXTEMPLATE"), sku, fallback, &tmplt, errors))
+    return nullptr;
+  SkuList* node = NewRecordNode(sku, tmplt, &item);
   if (node == nullptr) ReportOutOfMemory();
   return node;
 }
@@ -533,8 +848,12 @@ int CopySkuData(SkuList* target, const SkuList* source) {
     }
     char* tmplt = nullptr;
     if (match->tmplt != nullptr && (tmplt = strdup(match->tmplt)) == nullptr) return 0;
+    // A record that cannot be read back leaves the node without one.
+    SkuRecord source_record;
+    const PAPI_Pair* original = nullptr;
+    source_record.Read(match, &original);
     PAPI_Pair* record = nullptr;
-    if (match->record != nullptr && (record = CopyProdRecord(match->record)) == nullptr) {
+    if (original != nullptr && (record = CopyProdRecord(original)) == nullptr) {
       std::free(tmplt);
       return 0;
     }
@@ -547,15 +866,24 @@ int CopySkuData(SkuList* target, const SkuList* source) {
 }
 
 void FreeSkuList(SkuList* list) {
+  // The nodes read from a product file go with it, once the walk is done.
+  std::vector<SkuListFile*> files;
   while (list != nullptr) {
     SkuList* next = list->next;
     delete list->tail;
-    std::free(list->sku);
-    std::free(list->tmplt);
-    FreeProdRecord(list->record);
-    std::free(list);
+    if (list->file != nullptr) {
+      if (std::find(files.begin(), files.end(), list->file) == files.end())
+        files.push_back(list->file);
+    } else {
+      std::free(list->sku);
+      std::free(list->tmplt);
+      FreeProdRecord(list->record);
+      std::free(list);
+    }
     list = next;
   }
+  for (SkuListFile* file : files)
+    delete file;
 }
 
 unsigned long ProductDatabaseOpenFailures() {

@@ -3,23 +3,56 @@
 #ifndef STOREGEN_STOREDATA_SKU_LIST_H_
 #define STOREGEN_STOREDATA_SKU_LIST_H_
 
+#include <string>
+#include <vector>
+
 #include "storedata/papi.h"
 
 namespace storegen {
 
 struct FileList;
 struct SkuListTail;
+struct SkuListFile;
 struct TemplateSet;
 
-// One node; the strings and the record are malloc'd and owned by the node.
+// One node; the strings and the record are malloc'd and owned by the node,
+// except on the nodes of a list built from the built-in reader's text file:
+// those live with the list (|file|), and their records stay in the file, to
+// be read back when a page needs them (SkuRecord). A store of a million
+// products then keeps a few dozen bytes per product, not its record.
 struct SkuList {
   char* sku;          // copy of the product's "SKU" value
   char* tmplt;        // template file of the product's page
   PAPI_Pair* record;  // every attribute of the product; may be null
   SkuList* next;
-  SkuListTail* tail;  // on the last node of a list built in part: the walk
-                      // that makes the nodes after it (NextSkuNode)
+  SkuListTail* tail = nullptr;  // on the last node of a list built in part: the
+                                // walk that makes the nodes after it (NextSkuNode)
+  SkuListFile* file = nullptr;  // set: the node belongs to the list built from this file
 };
+
+// A product's record for as long as a page or a list entry shows it: the
+// node's own record, or the one read back from the product file.
+class SkuRecord {
+ public:
+  // Points *record at the record of |node| (null when the node has none),
+  // valid until the next Read or the end of this object. False (and null)
+  // when the node's line can no longer be read as the list read it: the
+  // product database changed during the run (reported once).
+  bool Read(const SkuList* node, const PAPI_Pair** record);
+  // The layout of the names of the record last read: records of one layout
+  // have the same names in the same order, and no two product files share
+  // one. 0 when it is not known (a node's own record).
+  uint64_t layout() const { return layout_; }
+
+ private:
+  std::string text_;
+  std::vector<PAPI_Pair> pairs_;
+  uint64_t layout_ = 0;
+};
+
+// The "TILLBOXCATEGORY" value of the node's product (FindProdAttr), or null
+// when its record has no such attribute.
+const char* SkuCategory(const SkuList* node);
 
 // Allocates a zeroed node (calloc); null when memory runs out.
 SkuList* NewSkuNode();
@@ -62,8 +95,9 @@ int FillSkuData(SkuList* list, const char* db, const char* store_cfg, const char
 // or 0 when memory runs out.
 int CopySkuData(SkuList* target, const SkuList* source);
 
-// Frees every node with its strings and record, and ends the walk of a list
-// built in part; null is ignored.
+// Frees every node with its strings and record (and the product file the
+// list was built from), and ends the walk of a list built in part; null is
+// ignored.
 void FreeSkuList(SkuList* list);
 
 // How many times this process could not open a product database ("cannot
