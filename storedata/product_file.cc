@@ -77,6 +77,13 @@ void ForEachField(const char* p, std::size_t n, Field field) {
   if (start < n) field(start, n);
 }
 
+// Whether |behind|, the byte behind a line's text of |length| bytes, ends
+// the text there as the walk took it: a line end, the NUL that cut it, or
+// anything behind the longest piece of an overlong line.
+bool EndsText(char behind, std::size_t length) {
+  return behind == '\r' || behind == '\n' || behind == '\0' || length == kPieceMax;
+}
+
 bool ReadFully(int fd, char* buf, std::size_t length, off_t at, std::size_t* done) {
   *done = 0;
   while (*done < length) {
@@ -197,25 +204,34 @@ bool ProductFile::Next(Line* line) {
 
 bool ProductFile::Read(const Place& place, std::string* text) {
   const Place last = std::exchange(last_, place);
-  if (!Holds(place.offset, place.length)) {
+  if (!Holds(place.offset, place.length + 1)) {
     const off_t end = place.offset + static_cast<off_t>(place.length);
     const off_t last_end = last.offset + static_cast<off_t>(last.length);
     if (place.offset >= last_end && place.offset - last_end < kNear) {
       Fill(place.offset);
     } else if (end <= last.offset && last.offset - end < kNear) {
-      Fill(std::max<off_t>(0, end - static_cast<off_t>(kBlockSize)));
+      Fill(std::max<off_t>(0, end + 1 - static_cast<off_t>(kBlockSize)));
     } else {
-      text->resize(place.length);
+      // The line and the byte behind it.
+      text->resize(place.length + 1);
       std::size_t done = 0;
-      return ReadFully(fd_, text->data(), place.length, place.offset, &done) &&
-             done == place.length;
+      if (!ReadFully(fd_, text->data(), text->size(), place.offset, &done) || done < place.length)
+        return false;
+      const bool ends = done == place.length || EndsText((*text)[place.length], place.length);
+      text->resize(place.length);
+      return ends;
     }
   }
   if (!Holds(place.offset, place.length)) return false;
   const auto begin = static_cast<std::size_t>(place.offset - block_offset_);
   if (block_size_ - begin < place.length) return false;
   text->assign(block_.data() + begin, place.length);
-  return true;
+  // A line that grew in place would otherwise be read cut short.
+  const std::size_t behind = begin + place.length;
+  if (behind < block_size_) return EndsText(block_[behind], place.length);
+  char next = '\0';
+  return block_ends_file_ || pread(fd_, &next, 1, place.offset + place.length) == 0 ||
+         EndsText(next, place.length);
 }
 
 void ProductFile::Record(std::string* text, std::vector<PAPI_Pair>* pairs) const {

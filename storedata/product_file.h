@@ -68,7 +68,8 @@ class ProductFile {
   bool Next(Line* line);
 
   // Reads the line at |place| back into |text|. False when it can no longer
-  // be read as it was walked (the file was cut short since).
+  // be read as it was walked (the file was cut short since, or the text there
+  // no longer ends where the line did).
   bool Read(const Place& place, std::string* text);
   // The record of the line in |text| (which it points into: the separators
   // become NULs), one pair per name and a null pair at the end.

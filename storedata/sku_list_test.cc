@@ -102,6 +102,30 @@ TEST_F(SkuListTest, TemplateComesFromTheProductOrTheDefaultPage) {
             "Error resolving template display name\n");
 }
 
+// A page reads its product's line back from where the list found it. After
+// an edit in place, a line that no longer ends where it did, or that holds
+// another SKU there now, is refused (its page is not written); one that kept
+// its SKU and length reads as it is now. (The file is larger than the blocks
+// the list reads it in, so that the lines are read anew.)
+TEST_F(SkuListTest, LinesReadBackMustStillBeTheProducts) {
+  std::string padding;
+  for (int i = 0; i < 6000; ++i)
+    padding += "P" + std::to_string(i) + "\t" + std::string(100, 'p') + "\n";
+  UseProductFile("SKU\tName\nA1\tone\n" + padding + "B2\ttwo\nC3\tsix\n");
+  SkuList* list =
+      BuildAllSkuList(db_.c_str(), "store.cfg", "", "cart", &set_, nullptr, nullptr, 0, &errors_);
+  WriteFile(db_, "SKU\tName\nA1\tONE\n" + padding + "B2\ttwo-x\nC3\tsix\n");
+  Strings read;
+  SkuRecord record;
+  for (const SkuList* node = list; node != nullptr; node = node->next) {
+    const PAPI_Pair* pairs = nullptr;
+    const bool ok = record.Read(node, &pairs);
+    if (node->sku[0] != 'P') read.push_back(ok ? pairs[1].value : "refused");
+  }
+  FreeSkuList(list);
+  EXPECT_EQ(read, (Strings{"ONE", "refused", "refused"}));
+}
+
 TEST_F(SkuListTest, CategoryKeepsItsOwnProductsAndThoseWithoutOne) {
   UseLibrary(
       "SKU=S1\tTILLBOXCATEGORY=shirts\n"
