@@ -31,29 +31,6 @@ namespace {
 // The name line of the file being iterated, read by PAPI_RetrieveFirstItem.
 char szNameLine[kProductLineSize];
 
-bool IsSeparator(char c) {
-  return c == psz_Tab[0] || c == psz_Tab[1] || c == psz_Tab[2];
-}
-static_assert(sizeof psz_Tab == 4, "three field separators");
-
-// Calls |visit| with each of the name line's fields, at most |limit| of
-// them, until it returns false: runs of separators count as one, so no name
-// is empty.
-template <typename Visit>
-void ForEachNameField(std::string_view line, std::size_t limit, Visit visit) {
-  std::size_t i = 0;
-  for (std::size_t taken = 0; i < line.size() && taken < limit; ++taken) {
-    while (i < line.size() && IsSeparator(line[i]))
-      ++i;
-    if (i == line.size()) break;
-    std::size_t end = i;
-    while (end < line.size() && !IsSeparator(line[end]))
-      ++end;
-    if (!visit(line.substr(i, end - i))) return;
-    i = end;
-  }
-}
-
 // Calls |visit| with each of a SKU line's fields until it returns false:
 // every separator ends a field, so empty fields keep the columns aligned; a
 // separator at the very end adds no empty last field.

@@ -100,17 +100,10 @@ bool ReadFully(int fd, char* buf, std::size_t length, off_t at, std::size_t* don
 
 std::vector<std::string_view> NameFields(std::string_view line, std::size_t limit) {
   std::vector<std::string_view> fields;
-  std::size_t i = 0;
-  while (i < line.size() && fields.size() < limit) {
-    while (i < line.size() && IsSeparator(line[i]))
-      ++i;
-    if (i == line.size()) break;
-    std::size_t end = i;
-    while (end < line.size() && !IsSeparator(line[end]))
-      ++end;
-    fields.push_back(line.substr(i, end - i));
-    i = end;
-  }
+  ForEachNameField(line, limit, [&fields](std::string_view f) {
+    fields.push_back(f);
+    return true;
+  });
   return fields;
 }
 

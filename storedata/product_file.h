@@ -21,8 +21,25 @@
 
 namespace storegen {
 
-// The name line's fields: runs of separators count as one, so no name is
-// empty; at most |limit| of them.
+// Calls |visit| with each of the name line's fields, at most |limit| of
+// them, until it returns false: runs of separators (TAB, CR, LF) count as
+// one, so no name is empty.
+template <typename Visit>
+void ForEachNameField(std::string_view line, std::size_t limit, Visit visit) {
+  auto separator = [](char c) { return c == '\t' || c == '\r' || c == '\n'; };
+  std::size_t i = 0;
+  for (std::size_t taken = 0; i < line.size() && taken < limit; ++taken) {
+    while (i < line.size() && separator(line[i]))
+      ++i;
+    if (i == line.size()) break;
+    std::size_t end = i;
+    while (end < line.size() && !separator(line[end]))
+      ++end;
+    if (!visit(line.substr(i, end - i))) return;
+    i = end;
+  }
+}
+// The name line's fields (ForEachNameField), at most |limit| of them.
 std::vector<std::string_view> NameFields(std::string_view line, std::size_t limit);
 // A product line's fields into |fields|: every separator ends a field, so
 // empty fields keep the columns aligned; a separator at the very end adds no
