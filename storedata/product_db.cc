@@ -115,6 +115,10 @@ struct SplitNameLine {
   bool valid = false;
   std::string line;
   std::vector<std::string> names;
+  // The names last picked by RetrieveNextItemColumns, and their columns
+  // (-1: none).
+  std::vector<std::string> picked_names;
+  std::vector<int> picked;
 };
 
 // GetSKULine on a stream just behind the name line of the database |db|,
@@ -300,6 +304,11 @@ PAPI_Pair* RetrieveFirstItemBlock(void* h, int32_t* position) {
 }
 
 PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position) {
+  return RetrieveNextItemColumns(h, position, {});
+}
+
+PAPI_Pair* RetrieveNextItemColumns(void* h, int32_t* position,
+                                   std::initializer_list<const char*> only) {
   if (h == nullptr) return nullptr;
   FILE* fp = AsFile(h);
   std::array<char, kProductLineSize> line;
@@ -311,15 +320,38 @@ PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position) {
     split->names.clear();
     for (std::string_view name : NameFields(szNameLine, kMaxProductAttribs))
       split->names.emplace_back(name);
+    split->picked_names.clear();
     split->valid = true;
   }
   // A name without a value gets psz_NA, as in the record read pair by pair.
   std::vector<std::string_view> values;
   SplitSkuFields(line.data(), &values);
+  auto value = [&values](std::size_t i) {
+    return i < values.size() ? values[i] : std::string_view(psz_NA);
+  };
   std::vector<ProdPairText> pairs;
-  pairs.reserve(split->names.size());
-  for (std::size_t i = 0; i < split->names.size(); ++i)
-    pairs.push_back({split->names[i], i < values.size() ? values[i] : std::string_view(psz_NA)});
+  if (only.size() == 0) {
+    pairs.reserve(split->names.size());
+    for (std::size_t i = 0; i < split->names.size(); ++i)
+      pairs.push_back({split->names[i], value(i)});
+  } else {
+    // The columns are looked up once for the walk.
+    if (!std::equal(only.begin(), only.end(), split->picked_names.begin(),
+                    split->picked_names.end())) {
+      split->picked_names.assign(only.begin(), only.end());
+      split->picked.clear();
+      for (const char* wanted : only) {
+        auto it = std::find_if(
+            split->names.begin(), split->names.end(),
+            [wanted](const std::string& n) { return my_stricmp(n.c_str(), wanted) == 0; });
+        split->picked.push_back(
+            it != split->names.end() ? static_cast<int>(it - split->names.begin()) : -1);
+      }
+    }
+    for (int column : split->picked) {
+      if (column >= 0) pairs.push_back({split->names[column], value(column)});
+    }
+  }
   PAPI_Pair* record = ProdRecordOf(pairs);
   if (values.size() < split->names.size()) {
     WarnShortLine(fp, line.data(), values.size(), split->names.size(), split->names[values.size()]);

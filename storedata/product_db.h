@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -54,6 +55,13 @@ PAPI_Pair* RetrieveNextItemBlock(void* h, int32_t* position);
 // The file descriptor of the handle |h|, for reading the file in ways of
 // its own (storedata/product_file.h); -1 for null.
 int ProductDbFd(void* h);
+// RetrieveNextItemBlock for a walk that looks at a few columns: the record
+// holds only the first column of each name of |only| (ASCII case ignored)
+// that the name line has, with the value the whole record gives it (the
+// whole record when |only| is empty). The line is read and warned about as
+// ever.
+PAPI_Pair* RetrieveNextItemColumns(void* h, int32_t* position,
+                                   std::initializer_list<const char*> only);
 // Frees every name and value up to the null pair, then the array; null is
 // ignored. Returns 0.
 int PAPI_ReleaseInfo(void* h, const char* key, const char* sku, PAPI_Pair* record);

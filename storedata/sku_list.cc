@@ -75,6 +75,13 @@ class Connection {
     return pdbRetrieveNextItem(h_, kPapiKey, 1, db_, store_cfg_, api_cfg_, cart_dir_, position,
                                nullptr);
   }
+  // Next, for an item that is only decided on (its template and category):
+  // from the built-in reader, a record of those columns only.
+  PAPI_Pair* NextDeciding(int32_t* position) {
+    if (blocks())
+      return RetrieveNextItemColumns(h_, position, {"TILLBOXTEMPLATE", "TILLBOXCATEGORY"});
+    return Next(position);
+  }
   PAPI_Pair* Retrieve(const char* sku) {
     return pdbRetrieve(h_, kPapiKey, sku, 1, db_, store_cfg_, api_cfg_, cart_dir_, nullptr);
   }
@@ -567,7 +574,7 @@ ListPositions WalkPositions(SkuListTail* walk) {
   bool noisy = false;
   int32_t before = ListPositions::kFirst;
   for (walk->item.Reset(walk->conn.First(&walk->position)); walk->item;
-       walk->item.Advance(&walk->position)) {
+       walk->item.Reset(walk->conn.NextDeciding(&walk->position))) {
     if (before != ListPositions::kFirst && walk->position <= before) positions.usable = false;
     std::string tmplt;
     if (ChooseTemplate(walk->set, ValueOf(walk->item.get(), "TILLBOXTEMPLATE"), "", walk->fallback,
@@ -742,19 +749,30 @@ SkuList* BuildAllSkuList(const char* db, const char* store_cfg, const char* api_
 
   // Pass over the products of earlier pages: only those that would be listed
   // count. The SKU is not taken yet, so an empty template is reported under "".
-  for (int passed = 0; skip > 0; walk->item.Advance(&walk->position)) {
+  // Those passed over are read with the columns deciding on them only; the
+  // list's first product is then read again, whole.
+  int32_t before = 0;  // where the current item was read from
+  bool partial = false;
+  for (int passed = 0; skip > 0;) {
     if (!walk->item) {
       VerbosePrintf("No more products for product list\n");
       return nullptr;
     }
     std::string tmplt;
-    if (!ChooseTemplate(set, ValueOf(walk->item.get(), "TILLBOXTEMPLATE"), "", walk->fallback,
-                        &tmplt, errors) ||
-        !InCategory(ValueOf(walk->item.get(), "TILLBOXCATEGORY"), category)) {
-      continue;
+    const bool counts = ChooseTemplate(set, ValueOf(walk->item.get(), "TILLBOXTEMPLATE"), "",
+                                       walk->fallback, &tmplt, errors) &&
+                        InCategory(ValueOf(walk->item.get(), "TILLBOXCATEGORY"), category);
+    if (counts && passed == skip) {
+      if (partial) {
+        walk->position = before;
+        walk->item.Advance(&walk->position);
+      }
+      break;
     }
-    if (passed == skip) break;
-    ++passed;
+    if (counts) ++passed;
+    before = walk->position;
+    walk->item.Reset(walk->conn.NextDeciding(&walk->position));
+    partial = walk->conn.blocks();
   }
 
   SkuList* head = nullptr;
