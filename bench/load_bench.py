@@ -931,7 +931,12 @@ def run_benches(args, sizes, modes, stores, report):
                     notes.append("- %s at %s products left out: %s" % (mode, n, missing))
                     continue
                 log("%s, %d products" % (mode, n))
-                rows += bench_mode(args, stores[n], mode)
+                try:
+                    rows += bench_mode(args, stores[n], mode)
+                except SystemExit as e:  # a failed check: the other modes go on
+                    log(str(e))
+                    notes.append("- %s at %s products FAILED: %s" % (mode, n, str(e)[:300]))
+                    failed = True
         report += [TABLE_HEAD] + [format_row(r) for r in rows] + [""] + notes
         report += ["", "Load average at the end: %s" % load_avg()] + targets(rows) + [""]
     if args.oneshot:
