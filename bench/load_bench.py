@@ -466,13 +466,6 @@ def fcgi_handler(args, store, cfg, work):
 # --- wrk ----------------------------------------------------------------------
 
 LUA_MIX = r"""
-local threads = {}
-local counter = 0
-function setup(thread)
-  counter = counter + 1
-  thread:set("id", counter)
-  table.insert(threads, thread)
-end
 function init(args)
   math.randomseed(1000 + id * 7919)
 end
@@ -494,13 +487,6 @@ end
 """
 
 LUA_REPLACE = r"""
-local threads = {}
-local counter = 0
-function setup(thread)
-  counter = counter + 1
-  thread:set("id", counter)
-  table.insert(threads, thread)
-end
 function init(args)
   queries, expected = {}, {}
   for line in io.lines(P.manifest) do
@@ -540,6 +526,17 @@ response = function(status, headers, body)
 end
 """
 
+# Every script's threads are numbered (|id|) and kept for done()'s totals.
+LUA_SETUP = r"""
+local threads = {}
+local counter = 0
+function setup(thread)
+  counter = counter + 1
+  thread:set("id", counter)
+  table.insert(threads, thread)
+end
+"""
+
 LUA_DONE = r"""
 function done(summary, latency, requests)
   local extra = {}
@@ -572,7 +569,7 @@ def run_wrk(work, script, params, url, conns, seconds):
     """Runs wrk with |script| (given the table P = |params|) at |conns|
     connections for |seconds|; returns its RESULT record."""
     path = os.path.join(work, "load.lua")
-    write(path, "P = %s\n%s%s" % (lua_table(params), script, LUA_DONE))
+    write(path, "P = %s\n%s%s%s" % (lua_table(params), LUA_SETUP, script, LUA_DONE))
     argv = ["wrk", "-t%d" % min(2, conns), "-c%d" % conns, "-d%ds" % seconds,
             "--timeout", WRK_TIMEOUT, "--latency", "-s", path, url]
     run = subprocess.run(argv, capture_output=True, text=True, timeout=seconds + 60)
